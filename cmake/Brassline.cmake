@@ -1,0 +1,25 @@
+# brassline_library(NAME SOURCES... LINKS ...): one static library per subsystem.
+function(brassline_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
+  add_library(brassline_${name} STATIC ${ARG_SOURCES})
+  target_include_directories(brassline_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+  target_link_libraries(brassline_${name} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_PRIVATE_LINKS})
+  target_compile_definitions(brassline_${name} PRIVATE
+    BRASSLINE_RESOURCES_DIR="${BRASSLINE_RESOURCES_DIR}")
+endfunction()
+
+# brassline_test(SUBSYSTEM SOURCES...): one GoogleTest executable per subsystem, built in
+# unity batches, registered with CTest.
+function(brassline_test subsystem)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  set(target brassline_${subsystem}_tests)
+  add_executable(${target} ${ARG_SOURCES})
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+  target_link_libraries(${target} PRIVATE brassline_${subsystem} ${ARG_LINKS} GTest::gtest GTest::gtest_main GTest::gmock)
+  target_compile_definitions(${target} PRIVATE
+    BRASSLINE_SOURCE_DIR="${CMAKE_SOURCE_DIR}"
+    BRASSLINE_SHARED_DIR="${BRASSLINE_SHARED_DIR}"
+    BRASSLINE_RESOURCES_DIR="${BRASSLINE_RESOURCES_DIR}")
+  include(GoogleTest)
+  gtest_discover_tests(${target} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} DISCOVERY_TIMEOUT 60)
+endfunction()

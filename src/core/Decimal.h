@@ -1,0 +1,115 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace brassline {
+
+class BLTaxDetails;
+
+// How a value is rounded to a number of fraction digits. Plain rounds a digit 5 away
+// from zero; Down and Up round toward negative and positive infinity; Bankers rounds a
+// 5 to the even neighbour.
+enum class RoundingMode : uint8_t { Plain, Down, Up, Bankers };
+
+// The money value: sign, a base-10 significand of at most 38 digits, an exponent and a
+// not-a-number state. Arithmetic is exact while the result fits in 38 significant digits
+// and rounds plainly to 38 digits otherwise. Nothing throws: division by zero, overflow
+// and any operation with not-a-number give not-a-number.
+class Decimal {
+public:
+    static constexpr int kMaxDigits = 38;
+    static constexpr int kMinExponent = -128;
+    static constexpr int kMaxExponent = 127;
+
+    constexpr Decimal() = default;
+    Decimal(int64_t value);  // NOLINT: implicit from integers reads naturally in formulas.
+    Decimal(int value) : Decimal(static_cast<int64_t>(value)) {}
+
+    // Builds significand × 10^exponent, normalised; not-a-number when it cannot be held.
+    static Decimal fromParts(unsigned __int128 significand, int exponent, bool negative);
+    static Decimal notANumber();
+    static Decimal zero() { return {}; }
+    static Decimal one() { return Decimal(int64_t{1}); }
+    static Decimal hundred() { return Decimal(int64_t{100}); }
+
+    // Text in plain or exponent notation ("1.5", "-0.005", "1e-3", ".5", "+2"); an
+    // optional is empty for anything else. Digits beyond 38 are rounded plainly.
+    static std::optional<Decimal> parse(std::string_view text);
+    // parse, answering 0 for bad or empty text.
+    static Decimal saveDecimalNumberWithString(std::string_view text);
+    static Decimal decimalNumberWithInteger(int64_t value) { return Decimal(value); }
+    // The float's text through "%f" (six fraction digits), then parsed.
+    static Decimal decimalNumberWithFloat(float value);
+    // The shortest decimal text that reads back as the same double (17 digits at most).
+    static Decimal fromDouble(double value);
+
+    bool isNaN() const { return m_nan; }
+    bool isZero() const { return !m_nan && m_significand == 0; }
+    bool isNegative() const { return !m_nan && m_negative && m_significand != 0; }
+    // The test against 0 that the business rules make: through a 32-bit float.
+    bool isZeroAsFloat() const { return toFloat() == 0.0f; }
+
+    unsigned __int128 significand() const { return m_significand; }
+    int exponent() const { return m_exponent; }
+
+    Decimal operator-() const;
+    Decimal operator+(const Decimal& other) const;
+    Decimal operator-(const Decimal& other) const;
+    Decimal operator*(const Decimal& other) const;
+    Decimal operator/(const Decimal& other) const;
+    Decimal& operator+=(const Decimal& other) { return *this = *this + other; }
+    Decimal& operator-=(const Decimal& other) { return *this = *this - other; }
+    Decimal& operator*=(const Decimal& other) { return *this = *this * other; }
+    Decimal& operator/=(const Decimal& other) { return *this = *this / other; }
+
+    // Numeric comparison; not-a-number orders before every number and equals only itself,
+    // so that sorting is total.
+    std::strong_ordering operator<=>(const Decimal& other) const;
+    bool operator==(const Decimal& other) const { return (*this <=> other) == 0; }
+
+    // Rounds to `scale` fraction digits (negative scales round to tens, hundreds, ...).
+    Decimal rounded(int scale, RoundingMode mode = RoundingMode::Plain) const;
+    // × 10^power without rounding (not-a-number past the exponent range).
+    Decimal multipliedByPowerOf10(int power) const;
+
+    // Named rounding steps of the money rules.
+    Decimal fixedValue() const { return rounded(2); }
+    Decimal fixed4DigitsValue() const { return rounded(4); }
+    Decimal fixed5DigitsValue() const { return rounded(5); }
+    // In spite of their names both round plainly.
+    Decimal truncate() const { return rounded(2); }
+    Decimal truncateTo5() const { return rounded(5); }
+    Decimal roundUpToDigits(int digits) const;
+
+    // x ÷ 100 × p, unrounded.
+    Decimal decimalNumberCalculatePercentage(const Decimal& percent) const;
+    // As above, rounded to 2 digits when a details object is given.
+    Decimal decimalNumberCalculatePercentage(const Decimal& percent, const BLTaxDetails* details) const;
+    Decimal invert() const { return -*this; }
+    Decimal absoluteNumber() const;
+    // Not-a-number becomes 0; any other value stays.
+    Decimal validNumber() const { return m_nan ? Decimal() : *this; }
+    // Length of the fraction in the canonical text, 0 for a whole number.
+    int numberOfFractionDigits() const;
+
+    // Canonical text: plain notation, no exponent, no trailing zeros ("19", "-0.005"),
+    // "NaN" for not-a-number.
+    std::string toString() const;
+    // Saturates at the int64 range; not-a-number gives 0.
+    int64_t toInt64() const;
+    int32_t toInt32() const;
+    double toDouble() const;
+    float toFloat() const;
+
+private:
+    unsigned __int128 m_significand = 0;
+    int16_t m_exponent = 0;
+    bool m_negative = false;
+    bool m_nan = false;
+};
+
+}  // namespace brassline
