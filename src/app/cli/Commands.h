@@ -1,0 +1,13 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace brassline::cli {
+
+// Each group of commands adds its subcommands to the application. A command reports
+// failures on standard error and leaves a non-zero exit code in `exitCode`.
+void addValueCommands(CLI::App& app, int& exitCode);
+
+}  // namespace brassline::cli

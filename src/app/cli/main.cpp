@@ -1,0 +1,13 @@
+#include <CLI/CLI.hpp>
+
+#include "app/cli/Commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"brassline: write and track invoices, estimates and payments in a company file"};
+    app.set_version_flag("--version", "brassline 0.1");
+    app.require_subcommand(1);
+    int exitCode = 0;
+    brassline::cli::addValueCommands(app, exitCode);
+    CLI11_PARSE(app, argc, argv);
+    return exitCode;
+}
