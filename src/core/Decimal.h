@@ -11,8 +11,8 @@ namespace brassline {
 class BLTaxDetails;
 
 // How a value is rounded to a number of fraction digits. Plain rounds a digit 5 away
-// from zero; Down and Up round toward negative and positive infinity; Bankers rounds a
-// 5 to the even neighbour.
+// from zero; Down and Up round toward negative and positive infinity (-1.234 rounds Down
+// to -1.24 and Up to -1.23 at 2 digits); Bankers rounds a 5 to the even neighbour.
 enum class RoundingMode : uint8_t { Plain, Down, Up, Bankers };
 
 // The money value: sign, a base-10 significand of at most 38 digits, an exponent and a
@@ -36,10 +36,11 @@ public:
     static Decimal one() { return Decimal(int64_t{1}); }
     static Decimal hundred() { return Decimal(int64_t{100}); }
 
-    // Text in plain or exponent notation ("1.5", "-0.005", "1e-3", ".5", "+2"); an
-    // optional is empty for anything else. Digits beyond 38 are rounded plainly.
+    // Text in plain or exponent notation ("1.5", "-0.005", "1e-3", ".5", "+2") or "NaN";
+    // an optional is empty for anything else, spaces included. Digits beyond 38 are
+    // rounded plainly; a value past the exponent range is not-a-number, one below it 0.
     static std::optional<Decimal> parse(std::string_view text);
-    // parse, answering 0 for bad or empty text.
+    // parse, answering 0 for bad or empty text and for "NaN" (bad non-empty text is logged).
     static Decimal saveDecimalNumberWithString(std::string_view text);
     static Decimal decimalNumberWithInteger(int64_t value) { return Decimal(value); }
     // The float's text through "%f" (six fraction digits), then parsed.
@@ -73,7 +74,7 @@ public:
 
     // Rounds to `scale` fraction digits (negative scales round to tens, hundreds, ...).
     Decimal rounded(int scale, RoundingMode mode = RoundingMode::Plain) const;
-    // × 10^power without rounding (not-a-number past the exponent range).
+    // × 10^power without rounding (not-a-number past the exponent range at either end).
     Decimal multipliedByPowerOf10(int power) const;
 
     // Named rounding steps of the money rules.
@@ -87,7 +88,8 @@ public:
 
     // x ÷ 100 × p, unrounded.
     Decimal decimalNumberCalculatePercentage(const Decimal& percent) const;
-    // As above, rounded to 2 digits when a details object is given.
+    // As above, rounded to 2 digits when a details object is given; a not-a-number
+    // percentage gives 0. Filling the details is the caller's part.
     Decimal decimalNumberCalculatePercentage(const Decimal& percent, const BLTaxDetails* details) const;
     Decimal invert() const { return -*this; }
     Decimal absoluteNumber() const;
@@ -99,13 +101,17 @@ public:
     // Canonical text: plain notation, no exponent, no trailing zeros ("19", "-0.005"),
     // "NaN" for not-a-number.
     std::string toString() const;
-    // Saturates at the int64 range; not-a-number gives 0.
+    // Truncates toward zero and saturates at the int64 range; not-a-number gives 0.
     int64_t toInt64() const;
     int32_t toInt32() const;
     double toDouble() const;
     float toFloat() const;
 
 private:
+    friend class DecimalBuilder;
+
+    // Normal form: significand below 10^38 without trailing zeros (unless the exponent
+    // is at its top), zero as 0 × 10^0 and never negative.
     unsigned __int128 m_significand = 0;
     int16_t m_exponent = 0;
     bool m_negative = false;
