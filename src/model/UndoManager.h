@@ -8,7 +8,8 @@ namespace brassline {
 
 // Records inverse actions in groups. Changes made while registration is disabled are not
 // recorded; disable/enable nest and restore only what was on. Undoing a group registers
-// its inverse for redo; registering a new action clears the redo stack.
+// its inverse for redo; registering a new action clears the redo stack. Belongs to one
+// thread (normally the main one) and is not thread-safe.
 class UndoManager {
 public:
     using Action = std::function<void()>;
@@ -18,19 +19,28 @@ public:
     UndoManager(const UndoManager&) = delete;
     UndoManager& operator=(const UndoManager&) = delete;
 
-    // Groups nest; only the outermost end closes an undoable step. Actions registered
-    // outside any group open and close a group of their own on the next run-loop turn
-    // (groupsByEvent) or immediately when no run loop drives it.
+    // Groups nest; only the outermost end closes an undoable step, and an empty step is
+    // dropped. An end without a begin is logged and ignored.
     void beginUndoGrouping();
     void endUndoGrouping();
-    int groupingLevel() const;
+    int groupingLevel() const;  // Explicit groups plus the automatic one when open.
+    // On (the default): actions registered outside any group collect in one automatic
+    // group that closes at the end of the current RunLoop::main() turn, or when undo() is
+    // called. Off, or on a thread other than the main one: each such action is a step.
     void setGroupsByEvent(bool groupsByEvent);
+    bool groupsByEvent() const;
 
+    // While undoing, the action goes to the redo step being built; while redoing, to the
+    // undo step. A name, when given, names the step it joins.
     void registerUndo(Action action, std::string actionName = {});
+    // Names the open step, else the step being undone or redone, else the last step.
     void setActionName(std::string name);
 
+    // Whether undo() or redo() would do something now.
     bool canUndo() const;
     bool canRedo() const;
+    // Runs the last step's actions newest first. On an empty stack, inside an explicit
+    // group or while already undoing or redoing: nothing happens and a line is logged.
     void undo();
     void redo();
     bool isUndoing() const;
@@ -39,6 +49,7 @@ public:
     void disableUndoRegistration();
     void enableUndoRegistration();
     bool isUndoRegistrationEnabled() const;
+    // Drops both stacks and any open group; the disable count is kept.
     void removeAllActions();
 
     std::string undoActionName() const;
