@@ -59,6 +59,9 @@ public:
     const Array* array() const;
     const Dictionary* dictionary() const;
     Object* object() const;
+    // The address of the shared storage of bytes, arrays and dictionaries (nullptr for other
+    // types): copies of one value share it, which lets archives write shared parts once.
+    const void* sharedIdentity() const;
 
     // Conversions in the manner of the platform's number and string values: numbers
     // convert among themselves, numeric text parses, anything else gives 0 / false / "".
@@ -66,8 +69,8 @@ public:
     int64_t toInt64() const;
     double toDouble() const;
     Decimal toDecimal() const;  // Double through its shortest text; bad text gives 0.
-    // Text of strings and numbers (canonical decimal text); dates in ISO 8601; other
-    // types their description.
+    // Text of strings and numbers (canonical decimal text, booleans "1" and "0"); dates in
+    // ISO 8601; null gives ""; other types their description.
     std::string toString() const;
     // A readable rendering of any value, nested values included (for logs and tests).
     std::string description() const;
@@ -81,7 +84,8 @@ public:
     // strings, dates, bytes, arrays and dictionaries compare by content; objects by identity.
     bool operator==(const Value& other) const;
     // Ordering where defined: numbers with numbers, strings (by code point), dates,
-    // bytes; unordered otherwise.
+    // bytes; equal values of other types are equivalent, anything else unordered.
+    // Not-a-number (double or decimal) orders before every number and equals itself.
     std::partial_ordering compare(const Value& other) const;
 
     // JSON through nlohmann: numbers with a fraction or exponent become Decimal when they
@@ -92,7 +96,9 @@ public:
 
     // Property lists (XML or binary, told apart by their first bytes). Decimals are written
     // as reals when they are not whole, integers otherwise; null is not representable and
-    // is left out of dictionaries and arrays.
+    // is left out of dictionaries and arrays (a null root gives empty output). A UID (keyed
+    // archives) reads as the dictionary {"CF$UID": n}, and such a dictionary writes as a UID.
+    // Dates keep microseconds in binary and whole seconds in XML, between 1933 and 2069.
     static std::optional<Value> fromPropertyList(const Bytes& data, std::string* error = nullptr);
     std::string toXMLPropertyList() const;
     Bytes toBinaryPropertyList() const;
