@@ -83,7 +83,10 @@ RunLoop::Task syncTask(RunLoop::Task task, const std::shared_ptr<SyncCompletion>
                 completion->finish(false);
         }
     };
-    auto runner = std::make_shared<Runner>(Runner{std::move(task), completion});
+    // Filled in place: a temporary Runner would report the drop as it died.
+    auto runner = std::make_shared<Runner>();
+    runner->task = std::move(task);
+    runner->completion = completion;
     return [runner] {
         runner->task();
         runner->completion->finish(true);
