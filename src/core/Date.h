@@ -62,7 +62,9 @@ void setNow(std::optional<Date> date);
 }  // namespace Clock
 
 namespace TimeZone {
-// The zone of the calendar helpers: the system's, unless a test sets an Olson name.
+// The zone of the calendar helpers: the system's, unless a test sets an Olson name. An
+// empty name returns to the system's zone; an unknown name is refused with a log line.
+// Process-wide; each thread keeps its own calendar and notices a change on its next call.
 std::string current();
 void setCurrent(std::string_view olsonName);
 }  // namespace TimeZone
