@@ -7,6 +7,7 @@
 #include <functional>
 #include <numeric>
 
+#include "core/Localization.h"
 #include "model/KeyPath.h"
 #include "model/StringFolding.h"
 
@@ -45,15 +46,19 @@ std::weak_ordering toWeak(std::partial_ordering order) {
 }
 
 const icu::Collator* collator(StringComparison comparison) {
-    // Collators are not to be shared between threads while in use; one set per thread.
+    // Collators are not to be shared between threads while in use: one set per thread,
+    // made again when the current language changes.
     struct Collators {
+        std::string language;
         std::unique_ptr<icu::Collator> plain;
         std::unique_ptr<icu::Collator> caseless;
         std::unique_ptr<icu::Collator> standard;
-        Collators() {
-            auto make = [](UColAttributeValue strength, bool numeric) {
+        void make(const std::string& name) {
+            language = name;
+            icu::Locale locale(name.c_str());
+            auto build = [&](UColAttributeValue strength, bool numeric) {
                 UErrorCode status = U_ZERO_ERROR;
-                std::unique_ptr<icu::Collator> made(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+                std::unique_ptr<icu::Collator> made(icu::Collator::createInstance(locale, status));
                 if (U_FAILURE(status) || !made) {
                     return std::unique_ptr<icu::Collator>();
                 }
@@ -63,12 +68,16 @@ const icu::Collator* collator(StringComparison comparison) {
                 }
                 return made;
             };
-            plain = make(UCOL_TERTIARY, false);
-            caseless = make(UCOL_SECONDARY, false);
-            standard = make(UCOL_TERTIARY, true);
+            plain = build(UCOL_TERTIARY, false);
+            caseless = build(UCOL_SECONDARY, false);
+            standard = build(UCOL_TERTIARY, true);
         }
     };
     thread_local Collators collators;
+    std::string language = currentLanguage();
+    if (!collators.plain || collators.language != language) {
+        collators.make(language);
+    }
     switch (comparison) {
         case StringComparison::Localized:
             return collators.plain.get();
@@ -99,9 +108,7 @@ std::weak_ordering compareStrings(const std::string& a, const std::string& b, St
         return a.compare(b) <=> 0;
     }
     if (result == UCOL_EQUAL) {
-        // Equal under the collation: code points decide, so that distinct texts keep a
-        // stable relative order whatever their input order.
-        return a.compare(b) <=> 0;
+        return std::weak_ordering::equivalent;
     }
     return result == UCOL_LESS ? std::weak_ordering::less : std::weak_ordering::greater;
 }
