@@ -201,13 +201,14 @@ int digitCount(const U256& value) {
     if (value.fitsIn128()) {
         return digitCount(value.low128());
     }
+    // Values up to 2^256 (78 digits) may take three steps before they fit in 128 bits.
     U256 rest = value;
-    divideSmall(rest, kPow10To19);
-    if (rest.fitsIn128()) {
-        return 19 + digitCount(rest.low128());
+    int dropped = 0;
+    while (!rest.fitsIn128()) {
+        divideSmall(rest, kPow10To19);
+        dropped += 19;
     }
-    divideSmall(rest, kPow10To19);
-    return 38 + digitCount(rest.low128());
+    return dropped + digitCount(rest.low128());
 }
 
 // The quotient of a dividend below 2^256 and a divisor of 65 to 128 bits (Knuth's

@@ -57,6 +57,9 @@ TEST(DecimalTest, AddsAndSubtractsExactlyUpTo38Digits) {
         {"1", '-', "6e-39", "0." + kNines38},
         // Operands 60 and 255 digits apart: the small one only decides the rounding.
         {"1", '-', "1e-60", "1"},
+        // 39 digits apart with a 38-digit operand: the exact aligned sum needs 77 digits.
+        {"4.3852665326308220384184028715668729231", '-', "5e-76", "4.3852665326308220384184028715668729231"},
+        {"9.9999999999999999999999999999999999999", '+', "5e-38", "10"},
         {"1e127", '+', "1e-128", "1" + zeros(127)},
         {"-1e127", '+', "1e-128", "-1" + zeros(127)},
         // Just beyond 38 digits at the top of the range rounds into overflow.
