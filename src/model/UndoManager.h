@@ -27,6 +27,7 @@ public:
     // On (the default): actions registered outside any group collect in one automatic
     // group that closes at the end of the current RunLoop::main() turn, or when undo() is
     // called. Off, or on a thread other than the main one: each such action is a step.
+    // The first such registration calls RunLoop::main(), which claims the main thread.
     void setGroupsByEvent(bool groupsByEvent);
     bool groupsByEvent() const;
 
