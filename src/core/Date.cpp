@@ -1,9 +1,10 @@
 #include "core/Date.h"
 
-#include <array>
+#include <vector>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +30,41 @@ constexpr double kLargestMillis = 1.0e17;
 double toMillis(double seconds) { return (seconds + Date::kUnixEpochOffset) * 1000.0; }
 Date fromMillis(double millis) { return Date(millis / 1000.0 - Date::kUnixEpochOffset); }
 bool isUsable(double millis) { return std::isfinite(millis) && std::fabs(millis) < kLargestMillis; }
+
+// Days from 1970-01-01 in the proleptic Gregorian calendar (H. Hinnant's days_from_civil).
+int64_t daysFromCivil(int64_t year, unsigned month, unsigned day) {
+    year -= month <= 2 ? 1 : 0;
+    const int64_t era = (year >= 0 ? year : year - 399) / 400;
+    const auto yearOfEra = static_cast<unsigned>(year - era * 400);
+    const unsigned dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
+    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+    return era * 146097 + static_cast<int64_t>(dayOfEra) - 719468;
+}
+
+struct CivilDate {
+    int64_t year;
+    unsigned month;
+    unsigned day;
+};
+
+CivilDate civilFromDays(int64_t days) {
+    days += 719468;
+    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
+    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const unsigned shifted = (5 * dayOfYear + 2) / 153;
+    const unsigned day = dayOfYear - (153 * shifted + 2) / 5 + 1;
+    const unsigned month = shifted < 10 ? shifted + 3 : shifted - 9;
+    return {static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2 ? 1 : 0), month, day};
+}
+
+bool isLeapYear(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
+
+int daysInMonth(int year, int month) {
+    static constexpr int kLengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && isLeapYear(year) ? 29 : kLengths[month - 1];
+}
 
 // The zone setting is process-wide; every change gets a new generation so that each
 // thread notices it with one atomic read and rebuilds its cached calendar only then.
@@ -72,7 +108,11 @@ struct DayInfo {
     int32_t day = 0;
 };
 
-constexpr std::size_t kDaySlots = 64;
+// 4096 days are eleven years: after the first touch of each day, a loop over a company's
+// documents answers from the cache.
+constexpr std::size_t kDaySlots = 4096;
+// ICU's Julian day of 1970-01-01, so that a day's index counts days since then in the zone.
+constexpr int32_t kJulianDayOf1970 = 2440588;
 
 // ICU calendars are not thread-safe and costly to build, so each thread keeps its own,
 // one per zone it has used, plus a small direct-mapped cache of days.
@@ -80,7 +120,8 @@ struct ThreadCalendars {
     uint64_t generation = 0;
     icu::Calendar* current = nullptr;
     std::map<std::string, std::unique_ptr<icu::Calendar>, std::less<>> byZone;
-    std::array<DayInfo, kDaySlots> days{};
+    std::vector<DayInfo> days;  // kDaySlots entries, made on the thread's first use.
+    double offsetGuessMillis = 0.0;
 };
 
 thread_local ThreadCalendars t_calendars;
@@ -120,19 +161,27 @@ ThreadCalendars& calendars() {
         found = cache.byZone.emplace(name, makeCalendar(name)).first;
     }
     cache.current = found->second.get();
+    if (cache.days.empty()) {
+        cache.days.resize(kDaySlots);
+    }
     return cache;
 }
 
-std::size_t slotOf(double millis) {
-    return static_cast<std::size_t>(static_cast<int64_t>(std::floor(millis / kMillisPerDay)) & (kDaySlots - 1));
+bool holds(const DayInfo& info, uint64_t generation, double millis) {
+    return info.generation == generation && info.startMillis <= millis && millis < info.nextStartMillis;
 }
 
-// The calendar day that holds `millis` (which must be usable).
-const DayInfo& dayInfo(double millis) {
+// The calendar day that holds `millis` (which must be usable). Days are filed by their
+// index in the zone; the index of an instant is guessed from the last offset seen, which
+// is never more than a day off, so the day is in the guessed slot or a neighbour.
+DayInfo dayInfo(double millis) {
     ThreadCalendars& cache = calendars();
-    DayInfo& slot = cache.days[slotOf(millis)];
-    if (slot.generation == cache.generation && slot.startMillis <= millis && millis < slot.nextStartMillis) {
-        return slot;
+    auto guess = static_cast<int64_t>(std::floor((millis + cache.offsetGuessMillis) / kMillisPerDay));
+    for (int64_t index : {guess, guess - 1, guess + 1}) {
+        const DayInfo& slot = cache.days[static_cast<std::size_t>(index & (kDaySlots - 1))];
+        if (holds(slot, cache.generation, millis)) {
+            return slot;
+        }
     }
 
     icu::Calendar& calendar = *cache.current;
@@ -153,29 +202,63 @@ const DayInfo& dayInfo(double millis) {
     calendar.set(UCAL_HOUR_OF_DAY, 0);
     info.nextStartMillis = calendar.getTime(status);
 
-    // A day is filed under every UTC day it touches (up to three for a 25-hour day), so
-    // that the lookup above finds it from any of its instants.
-    if (U_SUCCESS(status) && info.startMillis <= millis && millis < info.nextStartMillis) {
-        auto first = static_cast<int64_t>(std::floor(info.startMillis / kMillisPerDay));
-        auto last = static_cast<int64_t>(std::floor((info.nextStartMillis - 1.0) / kMillisPerDay));
-        for (int64_t index = first; index <= last; ++index) {
-            cache.days[static_cast<std::size_t>(index & (kDaySlots - 1))] = info;
-        }
-        return cache.days[slotOf(millis)];
+    // Should a zone ever answer a day that does not hold the instant, it is not cached.
+    if (U_SUCCESS(status) && holds(info, cache.generation, millis)) {
+        int64_t index = info.julianDay - kJulianDayOf1970;
+        cache.days[static_cast<std::size_t>(index & (kDaySlots - 1))] = info;
+        cache.offsetGuessMillis = static_cast<double>(index) * kMillisPerDay - info.startMillis;
     }
-    // Should a zone ever answer a day that does not hold the instant, answer without caching.
-    static thread_local DayInfo uncached;
-    uncached = info;
-    return uncached;
+    return info;
 }
 
-// Adds in the calendar: ICU keeps the wall time across daylight-saving changes and pins
-// the day of month to the target month's length.
+bool isWholeDay(const DayInfo& info) { return info.nextStartMillis - info.startMillis == kMillisPerDay; }
+
+// The day with `index` (days since 1970-01-01 in the current zone), found through an instant
+// near its noon; `offsetMillis` guesses the zone's offset and is corrected once if wrong.
+std::optional<DayInfo> dayWithIndex(int64_t index, double offsetMillis) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        double noon = static_cast<double>(index) * kMillisPerDay + kMillisPerDay / 2 - offsetMillis;
+        if (!isUsable(noon)) {
+            return std::nullopt;
+        }
+        DayInfo info = dayInfo(noon);
+        int64_t found = info.julianDay - kJulianDayOf1970;
+        if (found == index) {
+            return info;
+        }
+        offsetMillis += static_cast<double>(found - index) * kMillisPerDay;
+    }
+    return std::nullopt;
+}
+
+
+
+// Adds days or months keeping the wall time, with the day of month pinned to the target
+// month's length. When neither day has a daylight-saving switch the cached days answer;
+// otherwise ICU's calendar, which keeps the wall time across the switch.
 Date addCalendarField(Date date, UCalendarDateFields field, int amount) {
     double millis = toMillis(date.timeIntervalSinceReferenceDate());
     if (amount == 0 || !isUsable(millis)) {
         return date;
     }
+    DayInfo source = dayInfo(millis);
+    if (isWholeDay(source)) {
+        int64_t sourceIndex = source.julianDay - kJulianDayOf1970;
+        int64_t targetIndex = sourceIndex + amount;
+        if (field == UCAL_MONTH) {
+            int64_t months = int64_t{source.year} * 12 + (source.month - 1) + amount;
+            int64_t year = months >= 0 ? months / 12 : (months - 11) / 12;
+            auto month = static_cast<int>(months - year * 12 + 1);
+            int day = std::min(source.day, daysInMonth(static_cast<int>(year), month));
+            targetIndex = daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day));
+        }
+        double offset = static_cast<double>(sourceIndex) * kMillisPerDay - source.startMillis;
+        std::optional<DayInfo> target = dayWithIndex(targetIndex, offset);
+        if (target && isWholeDay(*target)) {
+            return fromMillis(target->startMillis + (millis - source.startMillis));
+        }
+    }
+
     double whole = std::floor(millis);
     icu::Calendar& calendar = *calendars().current;
     UErrorCode status = U_ZERO_ERROR;
@@ -188,41 +271,6 @@ Date addCalendarField(Date date, UCalendarDateFields field, int amount) {
         return date;
     }
     return fromMillis(result + (millis - whole));
-}
-
-// Days from 1970-01-01 in the proleptic Gregorian calendar (H. Hinnant's days_from_civil).
-int64_t daysFromCivil(int64_t year, unsigned month, unsigned day) {
-    year -= month <= 2 ? 1 : 0;
-    const int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const auto yearOfEra = static_cast<unsigned>(year - era * 400);
-    const unsigned dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + static_cast<int64_t>(dayOfEra) - 719468;
-}
-
-struct CivilDate {
-    int64_t year;
-    unsigned month;
-    unsigned day;
-};
-
-CivilDate civilFromDays(int64_t days) {
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
-    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned shifted = (5 * dayOfYear + 2) / 153;
-    const unsigned day = dayOfYear - (153 * shifted + 2) / 5 + 1;
-    const unsigned month = shifted < 10 ? shifted + 3 : shifted - 9;
-    return {static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2 ? 1 : 0), month, day};
-}
-
-bool isLeapYear(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
-
-int daysInMonth(int year, int month) {
-    static constexpr int kLengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 2 && isLeapYear(year) ? 29 : kLengths[month - 1];
 }
 
 // A cursor over ISO 8601 text; each read answers false when the text does not fit.
@@ -338,15 +386,18 @@ int Date::daysSinceDate(Date other) const {
 Date Date::dateWithYear(int year, int month) { return dateWithYear(year, month, 1); }
 
 Date Date::dateWithYear(int year, int month, int day) {
-    // The calendar is lenient on purpose: month 13 is January of the next year and day 0
+    // Lenient on purpose, as the calendar is: month 13 is January of the next year and day 0
     // the last day of the month before, which callers use for month arithmetic.
-    std::optional<Date> date = localDate(year, month, day, 0, 0, 0);
-    if (!date) {
+    int64_t months = int64_t{year} * 12 + (month - 1);
+    int64_t normalYear = months >= 0 ? months / 12 : (months - 11) / 12;
+    auto normalMonth = static_cast<unsigned>(months - normalYear * 12 + 1);
+    int64_t index = daysFromCivil(normalYear, normalMonth, 1) + (int64_t{day} - 1);
+    std::optional<DayInfo> info = dayWithIndex(index, 0.0);
+    if (!info) {
         logMessage("Date: no date for year %d, month %d, day %d", year, month, day);
         return Date();
     }
-    // Midnight may not exist in this zone on that day; the day starts where it starts.
-    return date->dayStart();
+    return fromMillis(info->startMillis);
 }
 
 int Date::yearOfCommonEra() const {
@@ -377,8 +428,7 @@ std::optional<Date> Date::parseISO8601(std::string_view text) {
         return std::nullopt;
     }
     if (scan.atEnd()) {
-        std::optional<Date> date = localDate(year, month, day, 0, 0, 0);
-        return date ? std::optional<Date>(date->dayStart()) : std::nullopt;
+        return dateWithYear(year, month, day);
     }
     if (!scan.take('T') && !scan.take('t') && !scan.take(' ')) {
         return std::nullopt;
@@ -467,7 +517,7 @@ std::string Date::isoDateString() const {
     if (!isUsable(millis)) {
         return {};
     }
-    const DayInfo& info = dayInfo(millis);
+    DayInfo info = dayInfo(millis);
     char buffer[32];
     std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d", info.year, info.month, info.day);
     return buffer;

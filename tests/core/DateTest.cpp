@@ -1,12 +1,16 @@
 #include "core/Date.h"
 
 #include <chrono>
+#include <memory>
+#include <random>
 #include <cmath>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unicode/gregocal.h>
+#include <unicode/timezone.h>
 
 #include "core/Log.h"
 
@@ -419,6 +423,45 @@ TEST_F(DateTest, HelpersAgreeAcrossThreads) {
         thread.join();
     }
     EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}
+
+TEST_F(DateTest, CachedArithmeticAgreesWithICUCalendar) {
+    // Most additions are answered from cached days; ICU's calendar, asked directly, is the
+    // reference for random instants, amounts and both zones with daylight saving.
+    std::mt19937_64 random(20240331);
+    for (const char* zone : {"Europe/Berlin", "America/New_York"}) {
+        SCOPED_TRACE(zone);
+        TimeZone::setCurrent(zone);
+        UErrorCode status = U_ZERO_ERROR;
+        icu::GregorianCalendar calendar(icu::TimeZone::createTimeZone(zone), icu::Locale::getRoot(), status);
+        ASSERT_TRUE(U_SUCCESS(status));
+        calendar.setRepeatedWallTimeOption(UCAL_WALLTIME_FIRST);
+        calendar.setSkippedWallTimeOption(UCAL_WALLTIME_NEXT_VALID);
+        for (int i = 0; i < 3000; ++i) {
+            // Whole seconds between 2019 and 2027.
+            double unixSeconds = 1546300800.0 + static_cast<double>(random() % (8ull * 365 * 86400));
+            Date date = Date::fromUnixTime(unixSeconds);
+            int days = static_cast<int>(random() % 801) - 400;
+            int months = static_cast<int>(random() % 61) - 30;
+            SCOPED_TRACE(date.iso8601String() + " days " + std::to_string(days) + " months " + std::to_string(months));
+
+            calendar.setTime(unixSeconds * 1000.0, status);
+            calendar.add(UCAL_DATE, days, status);
+            EXPECT_EQ(date.dateByAddingDays(days).timeIntervalSince1970(), calendar.getTime(status) / 1000.0);
+
+            calendar.setTime(unixSeconds * 1000.0, status);
+            calendar.add(UCAL_MONTH, months, status);
+            EXPECT_EQ(date.dateByAddingMonths(months).timeIntervalSince1970(), calendar.getTime(status) / 1000.0);
+
+            calendar.setTime(unixSeconds * 1000.0, status);
+            EXPECT_EQ(date.dayOfMonth(), calendar.get(UCAL_DATE, status));
+            calendar.set(UCAL_HOUR_OF_DAY, 0);
+            calendar.set(UCAL_MINUTE, 0);
+            calendar.set(UCAL_SECOND, 0);
+            EXPECT_EQ(date.dayStart().timeIntervalSince1970(), calendar.getTime(status) / 1000.0);
+            ASSERT_TRUE(U_SUCCESS(status));
+        }
+    }
 }
 
 TEST_F(DateTest, ClockSeamFixesNow) {
