@@ -1,10 +1,9 @@
 #include "core/Date.h"
 
-#include <vector>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include <unicode/gregocal.h>
 #include <unicode/timezone.h>
@@ -115,7 +115,7 @@ constexpr std::size_t kDaySlots = 4096;
 constexpr int32_t kJulianDayOf1970 = 2440588;
 
 // ICU calendars are not thread-safe and costly to build, so each thread keeps its own,
-// one per zone it has used, plus a small direct-mapped cache of days.
+// one per zone it has used, plus a cache of the days it has seen.
 struct ThreadCalendars {
     uint64_t generation = 0;
     icu::Calendar* current = nullptr;
