@@ -27,6 +27,18 @@ constexpr std::array<u128, 39> makePowersOf10() {
 }
 
 constexpr std::array<u128, 39> kPow10 = makePowersOf10();
+
+constexpr std::array<u64, 20> makeSmallPowersOf10() {
+    std::array<u64, 20> powers{};
+    u64 value = 1;
+    for (auto& power : powers) {
+        power = value;
+        value *= 10;
+    }
+    return powers;
+}
+
+constexpr std::array<u64, 20> kPow10Small = makeSmallPowersOf10();
 constexpr u128 kSignificandLimit = kPow10[38];
 constexpr u64 kPow10To19 = 10'000'000'000'000'000'000ull;
 
@@ -334,6 +346,18 @@ public:
         return make(significand, exponent, negative);
     }
 
+    // A magnitude below 2^64 at an exponent within the range: only trailing zeros to strip.
+    static Decimal normaliseSmall(u64 significand, int exponent, bool negative) {
+        if (significand == 0) {
+            return Decimal();
+        }
+        while (exponent < Decimal::kMaxExponent && significand % 10 == 0) {
+            significand /= 10;
+            ++exponent;
+        }
+        return make(significand, exponent, negative);
+    }
+
     static Decimal finish(u128 magnitude, int exponent, bool negative) {
         if (magnitude < kSignificandLimit && exponent >= Decimal::kMinExponent) {
             return normalise(magnitude, exponent, negative);
@@ -403,6 +427,21 @@ public:
         int gap = aExponent - bExponent;
         bool sameSign = aNegative == bNegative;
 
+        if (((a | b) >> 64) == 0 && gap < 20) {
+            // Money amounts: both operands and the aligned sum fit in 64 bits.
+            u64 x = 0;
+            u64 y = static_cast<u64>(b);
+            if (!__builtin_mul_overflow(static_cast<u64>(a), kPow10Small[gap], &x)) {
+                if (!sameSign) {
+                    return x >= y ? normaliseSmall(x - y, bExponent, aNegative) : normaliseSmall(y - x, bExponent, bNegative);
+                }
+                u64 sum = 0;
+                if (!__builtin_add_overflow(x, y, &sum)) {
+                    return normaliseSmall(sum, bExponent, aNegative);
+                }
+            }
+        }
+
         if (gap < Decimal::kMaxDigits && a < kPow10[Decimal::kMaxDigits - gap]) {
             // Both aligned operands fit below 10^38, so the sum fits in 128 bits.
             u128 x = a * kPow10[gap];
@@ -466,6 +505,44 @@ public:
         return finish(::brassline::multiply(left.m_significand, right.m_significand), exponent, negative);
     }
 
+    // Two hardware divisions for operands below 2^64: the dividend is scaled so that the
+    // first quotient has exactly 19 digits, the remainder gives 19 more, and the final
+    // remainder against half the divisor decides the plain rounding. Empty where the
+    // scaling does not fit or the result would round below the smallest exponent; the
+    // general path handles those.
+    static std::optional<Decimal> divideSmallOperands(u64 dividend, u64 divisor, int exponent, bool negative) {
+        int scale = 18 - digitCount(dividend) + digitCount(divisor);
+        if (scale < 0 || digitCount(dividend) + scale + 1 > Decimal::kMaxDigits) {
+            return std::nullopt;
+        }
+        u128 scaled = dividend * kPow10[scale];
+        if (scaled < static_cast<u128>(divisor) * kPow10Small[18]) {
+            ++scale;
+            scaled *= 10;
+        }
+        // Now 10^18 ≤ scaled ÷ divisor < 10^19.
+        u64 remainder = 0;
+        u64 high = divideWide(static_cast<u64>(scaled >> 64), static_cast<u64>(scaled), divisor, remainder);
+        exponent -= scale;
+        if (remainder == 0) {
+            return finish(high, exponent, negative);
+        }
+        u128 next = static_cast<u128>(remainder) * kPow10To19;
+        u64 low = divideWide(static_cast<u64>(next >> 64), static_cast<u64>(next), divisor, remainder);
+        u128 quotient = static_cast<u128>(high) * kPow10To19 + low;
+        exponent -= 19;
+        if (remainder == 0) {
+            return finish(quotient, exponent, negative);
+        }
+        if (exponent < Decimal::kMinExponent) {
+            return std::nullopt;
+        }
+        if (remainder >= divisor - remainder) {
+            ++quotient;
+        }
+        return normalise(quotient, exponent, negative);
+    }
+
     static Decimal divide(const Decimal& left, const Decimal& right) {
         if (left.m_nan || right.m_nan || right.m_significand == 0) {
             return Decimal::notANumber();
@@ -474,6 +551,13 @@ public:
             return Decimal();
         }
         bool negative = left.m_negative != right.m_negative;
+        if (((left.m_significand | right.m_significand) >> 64) == 0) {
+            std::optional<Decimal> quick = divideSmallOperands(static_cast<u64>(left.m_significand), static_cast<u64>(right.m_significand),
+                                                               left.m_exponent - right.m_exponent, negative);
+            if (quick) {
+                return *quick;
+            }
+        }
         // Scale the dividend so that the integer quotient has 39 or 40 digits: 38 to keep
         // and at least one to round on. The dividend stays below 10^77.
         int scale = 39 + digitCount(right.m_significand) - digitCount(left.m_significand);
