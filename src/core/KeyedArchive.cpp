@@ -800,7 +800,7 @@ std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) 
     }
     const Value& top = archive["$top"];
     std::optional<uint64_t> root = uidOf(top["root"]);
-    if (!root && top.count() == 1) {
+    if (!root && top.dictionary() != nullptr && top.count() == 1) {
         // Archives made under another top-level key carry their root under that key alone.
         root = uidOf(top.dictionary()->begin()->second);
     }

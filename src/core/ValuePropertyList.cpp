@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <string_view>
 
 #include <plist/plist.h>
 
@@ -219,6 +220,115 @@ plist_t valueToNode(const Value& value, int depth) {
     return nullptr;
 }
 
+// libplist 2.2 aborts on an assertion when a dictionary key holds a NUL character, which
+// a damaged binary list can easily contain. The binary layout (trailer, offset table,
+// object markers) is walked here first, every read bounds-checked, to find such keys; a
+// layout that doesn't add up is left for libplist to refuse.
+class BinaryKeyCheck {
+public:
+    explicit BinaryKeyCheck(const Bytes& data) : m_data(data) {}
+
+    bool hasKeyWithNul() {
+        if (m_data.size() < 40 || std::string_view(reinterpret_cast<const char*>(m_data.data()), 6) != "bplist") {
+            return false;
+        }
+        const size_t trailer = m_data.size() - 32;
+        m_offsetSize = m_data[trailer + 6];
+        m_referenceSize = m_data[trailer + 7];
+        const uint64_t count = bigEndian(trailer + 8, 8).value_or(0);
+        const uint64_t table = bigEndian(trailer + 24, 8).value_or(0);
+        if (m_offsetSize == 0 || m_offsetSize > 8 || m_referenceSize == 0 || m_referenceSize > 8 || table >= trailer ||
+            count > (trailer - table) / m_offsetSize) {
+            return false;
+        }
+        m_table = static_cast<size_t>(table);
+        m_count = static_cast<size_t>(count);
+        for (size_t index = 0; index < m_count; ++index) {
+            const std::optional<size_t> offset = objectOffset(index);
+            if (!offset || (m_data[*offset] & 0xF0) != 0xD0) {
+                continue;
+            }
+            size_t start = 0;
+            const std::optional<uint64_t> entries = lengthOf(*offset, start);
+            if (!entries || *entries > m_data.size()) {
+                continue;
+            }
+            for (uint64_t key = 0; key < *entries; ++key) {
+                const std::optional<uint64_t> reference = bigEndian(start + key * m_referenceSize, m_referenceSize);
+                if (reference && *reference < m_count && stringHasNul(static_cast<size_t>(*reference))) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+private:
+    std::optional<uint64_t> bigEndian(uint64_t at, size_t width) const {
+        if (at > m_data.size() || width > m_data.size() - at) {
+            return std::nullopt;
+        }
+        uint64_t value = 0;
+        for (size_t i = 0; i < width; ++i) {
+            value = (value << 8) | m_data[static_cast<size_t>(at) + i];
+        }
+        return value;
+    }
+
+    std::optional<size_t> objectOffset(size_t index) const {
+        const std::optional<uint64_t> offset = bigEndian(m_table + index * m_offsetSize, m_offsetSize);
+        if (!offset || *offset >= m_data.size()) {
+            return std::nullopt;
+        }
+        return static_cast<size_t>(*offset);
+    }
+
+    // The length in an object's marker, or in the integer object after it for 0xF.
+    std::optional<uint64_t> lengthOf(size_t offset, size_t& contentStart) const {
+        const uint8_t low = m_data[offset] & 0x0F;
+        if (low != 0x0F) {
+            contentStart = offset + 1;
+            return low;
+        }
+        if (offset + 1 >= m_data.size() || (m_data[offset + 1] & 0xF0) != 0x10) {
+            return std::nullopt;
+        }
+        const size_t width = size_t{1} << (m_data[offset + 1] & 0x03);
+        contentStart = offset + 2 + width;
+        return bigEndian(offset + 2, width);
+    }
+
+    bool stringHasNul(size_t index) const {
+        const std::optional<size_t> offset = objectOffset(index);
+        if (!offset) {
+            return false;
+        }
+        const uint8_t kind = m_data[*offset] & 0xF0;
+        if (kind != 0x50 && kind != 0x60) {
+            return false;
+        }
+        size_t start = 0;
+        const std::optional<uint64_t> length = lengthOf(*offset, start);
+        const uint64_t unit = kind == 0x60 ? 2 : 1;
+        if (!length || start > m_data.size() || *length > (m_data.size() - start) / unit) {
+            return false;
+        }
+        for (uint64_t i = 0; i < *length; ++i) {
+            const size_t at = start + static_cast<size_t>(i * unit);
+            if (m_data[at] == 0 && (unit == 1 || m_data[at + 1] == 0)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    const Bytes& m_data;
+    size_t m_offsetSize = 0;
+    size_t m_referenceSize = 0;
+    size_t m_table = 0;
+    size_t m_count = 0;
+};
+
 }  // namespace
 
 std::optional<Value> Value::fromPropertyList(const Bytes& data, std::string* error) {
@@ -228,6 +338,8 @@ std::optional<Value> Value::fromPropertyList(const Bytes& data, std::string* err
         message = "The property list is empty";
     } else if (data.size() > std::numeric_limits<uint32_t>::max()) {
         message = "The property list is too large";
+    } else if (BinaryKeyCheck(data).hasKeyWithNul()) {
+        message = "The property list has a dictionary key with a NUL character";
     } else {
         plist_t root = nullptr;
         plist_from_memory(reinterpret_cast<const char*>(data.data()), static_cast<uint32_t>(data.size()), &root);
