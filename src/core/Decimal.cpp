@@ -498,6 +498,12 @@ public:
         }
         bool negative = left.m_negative != right.m_negative;
         int exponent = left.m_exponent + right.m_exponent;
+        u64 smallProduct = 0;
+        if (((left.m_significand | right.m_significand) >> 64) == 0 && exponent >= Decimal::kMinExponent &&
+            exponent <= Decimal::kMaxExponent &&
+            !__builtin_mul_overflow(static_cast<u64>(left.m_significand), static_cast<u64>(right.m_significand), &smallProduct)) {
+            return normaliseSmall(smallProduct, exponent, negative);
+        }
         if ((left.m_significand >> 64) == 0 && (right.m_significand >> 64) == 0) {
             u128 product = static_cast<u128>(static_cast<u64>(left.m_significand)) * static_cast<u64>(right.m_significand);
             return finish(product, exponent, negative);
