@@ -1,0 +1,9 @@
+#pragma once
+
+#include "model/entities/gen/BLBase.h"
+
+namespace brassline {
+
+class BLBase : public gen::BLBase {};
+
+}  // namespace brassline

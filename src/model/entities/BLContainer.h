@@ -1,0 +1,9 @@
+#pragma once
+
+#include "model/entities/gen/BLContainer.h"
+
+namespace brassline {
+
+class BLContainer : public gen::BLContainer {};
+
+}  // namespace brassline

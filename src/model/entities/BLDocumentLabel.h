@@ -1,0 +1,9 @@
+#pragma once
+
+#include "model/entities/gen/BLDocumentLabel.h"
+
+namespace brassline {
+
+class BLDocumentLabel : public gen::BLDocumentLabel {};
+
+}  // namespace brassline

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "model/entities/gen/BLExternalFile.h"
+
+namespace brassline {
+
+class BLExternalFile : public gen::BLExternalFile {};
+
+}  // namespace brassline

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "model/entities/gen/BLFollowUp.h"
+
+namespace brassline {
+
+class BLFollowUp : public gen::BLFollowUp {};
+
+}  // namespace brassline

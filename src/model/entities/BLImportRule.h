@@ -1,0 +1,9 @@
+#pragma once
+
+#include "model/entities/gen/BLImportRule.h"
+
+namespace brassline {
+
+class BLImportRule : public gen::BLImportRule {};
+
+}  // namespace brassline

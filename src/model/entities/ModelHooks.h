@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/Decimal.h"
+#include "core/Value.h"
+
+namespace brassline {
+
+class BLCatalogItem;
+class BLClient;
+class BLDocument;
+class BLFollowUpType;
+class BLInvoice;
+class BLProject;
+class BLSendable;
+class BLSendableTemplate;
+class BLTaxGroup;
+class ManagedObjectContext;
+
+// Calls from the entity classes into subsystems built later (taxes, numbering, money,
+// documents, user defaults). Each is empty until its subsystem installs it; an empty hook
+// means the step is skipped (or, for lookups, that nothing is known), never a made-up
+// answer. Installed at start-up on the main thread; resettable in tests.
+struct ModelHooks {
+    // Taxes: re-derives the tax rule of a document or line.
+    std::function<void(BLDocument&)> updateTaxRule;
+    // Life cycle: payment type of a sendable from its client or the defaults.
+    std::function<void(BLSendable&)> updatePaymentType;
+    // Layouts: gives a sendable a usable layout.
+    std::function<void(BLSendable&)> fixMissingLayout;
+    // Numbering: the next client number or project number, nothing when none is made.
+    std::function<std::optional<std::string>(BLClient&)> createClientNumber;
+    std::function<std::optional<std::string>(BLProject&)> createProjectNumber;
+    // Money: the open amount of an invoice; nothing while totals are unknown.
+    std::function<std::optional<Decimal>(const BLInvoice&)> invoiceBalance;
+    // Currencies: the document's converter reloads its rates.
+    std::function<void(ManagedObjectContext&)> reloadCurrencyConverter;
+    // Documents: the currency transformer cached for a document is dropped.
+    std::function<void(BLDocument&)> resetCurrencyTransformer;
+    // Money and life cycle steps that cloning, duplicating and set-up run.
+    std::function<void(BLSendableTemplate&)> updateFromCatalogItemsIfNeeded;
+    std::function<void(BLInvoice&)> updatePartialInvoices;
+    std::function<void(BLTaxGroup&)> fixTaxRules;
+    std::function<void(BLCatalogItem&)> setupUnitPriceGross;
+    std::function<void(BLFollowUpType&)> createTokenClasses;
+    std::function<void(ManagedObjectContext&)> resetCustomFieldManager;
+    // The document's preference controller ("<group>.<key>"). When empty, the stored
+    // BLPreference "BLPref.<group>.<key>" of the context is read directly.
+    std::function<Value(ManagedObjectContext&, std::string_view key)> preferenceValue;
+    // Plain user defaults (application settings); empty reads as off.
+    std::function<bool(std::string_view key)> userDefaultBool;
+    // The application's defaults file (keys such as "BLPref.invoice.mailSubject").
+    std::function<Value(std::string_view key)> applicationDefault;
+    // The document's readiness for default objects; when empty the per-context flag of
+    // BLContextState decides.
+    std::function<bool(const ManagedObjectContext&)> readyForDefaultValues;
+};
+
+ModelHooks& modelHooks();
+// Empties every hook (tests).
+void resetModelHooks();
+
+}  // namespace brassline
