@@ -88,8 +88,9 @@ public:
     // Not-a-number (double or decimal) orders before every number and equals itself.
     std::partial_ordering compare(const Value& other) const;
 
-    // JSON through nlohmann: numbers with a fraction or exponent become Decimal when they
-    // fit, integers int64; dates are written as ISO 8601 text, bytes as base64 text,
+    // JSON through nlohmann: numbers with a fraction or exponent become Decimal from their
+    // text when the exponent fits (beyond 38 digits rounded plainly; else double), integers
+    // int64 (past int64 Decimal); dates are written as ISO 8601 text, bytes as base64 text,
     // objects as null. An empty optional for malformed JSON, with the reason in `error`.
     static std::optional<Value> fromJSON(std::string_view text, std::string* error = nullptr);
     std::string toJSON(bool pretty = false) const;
