@@ -6,6 +6,7 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <random>
 #include <unistd.h>
 
 #include "core/KeyedArchive.h"
@@ -574,6 +575,32 @@ TEST(KeyedArchiveTest, TruncatedAndFlippedArchivesNeverCrash) {
         // Many flips land in text or numbers and still decode; many others must not.
         EXPECT_GT(flipsRefused, original->size());
     }
+}
+
+TEST(KeyedArchiveTest, RandomlyDamagedArchivesInBothFormsNeverCrash) {
+    LogCapture capture;
+    const Value archive = archiveOf(platformObjects());
+    const std::string xml = archive.toXMLPropertyList();
+    const std::vector<Bytes> originals = {archive.toBinaryPropertyList(), Bytes(xml.begin(), xml.end())};
+    // A fixed seed: the same damage on every run. Several bytes change at once, some into
+    // the characters that matter to each form (NUL, markers, XML's < > & # ;).
+    std::mt19937 random(20240301);
+    size_t decoded = 0;
+    for (int round = 0; round < 3000; ++round) {
+        Bytes damaged = originals[static_cast<size_t>(round) % 2];
+        const int changes = 1 + static_cast<int>(random() % 4);
+        for (int change = 0; change < changes && !damaged.empty(); ++change) {
+            const size_t position = random() % damaged.size();
+            switch (random() % 4) {
+            case 0: damaged[position] ^= static_cast<uint8_t>(1u << (random() % 8)); break;
+            case 1: damaged[position] = static_cast<uint8_t>(random()); break;
+            case 2: damaged.erase(damaged.begin() + static_cast<ptrdiff_t>(position)); break;
+            default: damaged[position] = static_cast<uint8_t>("\0\x0f\xff\x7f<>&#;"[random() % 9]); break;
+            }
+        }
+        decoded += KeyedUnarchiver::unarchiveObjectWithData(damaged).has_value() ? 1 : 0;
+    }
+    EXPECT_LT(decoded, 3000u);
 }
 
 }  // namespace keyedarchivetest
