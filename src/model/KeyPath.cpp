@@ -171,7 +171,11 @@ std::string KeyPath::toString() const {
 std::vector<std::string> KeyPath::components() const {
     std::vector<std::string> parts;
     for (const auto& segment : m_segments) {
-        parts.push_back(segment.op == Operator::None ? segment.key : "@" + std::string(operatorName(segment.op)));
+        if (segment.op == Operator::None) {
+            parts.push_back(segment.key);
+        } else {
+            parts.emplace_back("@").append(operatorName(segment.op));
+        }
     }
     return parts;
 }

@@ -101,6 +101,18 @@ bool isIdentifierStart(char c) {
 
 bool isIdentifierChar(char c) { return isIdentifierStart(c) || (c >= '0' && c <= '9'); }
 
+bool isWritableKey(std::string_view key) {
+    if (key.empty() || !isIdentifierStart(key.front())) {
+        return false;
+    }
+    for (char c : key) {
+        if (!isIdentifierChar(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Writes a string constant with double quotes; control characters as \uXXXX so that the
 // text stays on one line and reads back unchanged.
 void appendQuoted(std::string& out, std::string_view text) {
@@ -252,6 +264,9 @@ bool regexMatches(const icu::RegexPattern& pattern, std::string_view text) {
     if (U_FAILURE(status) || !matcher) {
         return false;
     }
+    // Patterns come from users' stored lists: a pathological one gives up (no match)
+    // after roughly a second instead of hanging the caller.
+    matcher->setTimeLimit(1000, status);
     bool matched = matcher->matches(status);
     return U_SUCCESS(status) && matched;
 }
@@ -669,11 +684,17 @@ void Predicate::Node::format(std::string& out) const {
         case Kind::False:
             out += "FALSEPREDICATE";
             return;
-        case Kind::Not:
-            out += "NOT (";
+        case Kind::Not: {
+            // Parentheses only where precedence needs them, so that the canonical text never
+            // nests deeper than the text it came from (and stays within the parser's limit).
+            bool wrap = children.front()->kind == Kind::And || children.front()->kind == Kind::Or;
+            out += wrap ? "NOT (" : "NOT ";
             children.front()->format(out);
-            out += ')';
+            if (wrap) {
+                out += ')';
+            }
             return;
+        }
         case Kind::And:
         case Kind::Or: {
             bool first = true;
@@ -682,7 +703,9 @@ void Predicate::Node::format(std::string& out) const {
                     out += kind == Kind::And ? " AND " : " OR ";
                 }
                 first = false;
-                bool wrap = child->kind == Kind::And || child->kind == Kind::Or;
+                // AND binds tighter than OR: an AND inside an OR needs no parentheses; any
+                // other compound inside a compound came from parentheses and keeps them.
+                bool wrap = (child->kind == Kind::And && kind == Kind::And) || child->kind == Kind::Or;
                 if (wrap) {
                     out += '(';
                 }
@@ -751,10 +774,13 @@ private:
     NodePtr fail(std::string_view expected) {
         if (m_error.empty()) {
             skipBlanks();
-            std::string found = m_position < m_text.size()
-                                    ? "'" + std::string(m_text.substr(m_position, std::min<size_t>(12, m_text.size() - m_position))) + "'"
-                                    : "the end of the text";
-            m_error = "position " + std::to_string(m_position) + ": expected " + std::string(expected) + ", found " + found;
+            m_error = "position ";
+            m_error.append(std::to_string(m_position)).append(": expected ").append(expected).append(", found ");
+            if (m_position < m_text.size()) {
+                m_error.append("'").append(m_text.substr(m_position, 12)).append("'");
+            } else {
+                m_error.append("the end of the text");
+            }
         }
         return nullptr;
     }
@@ -1057,6 +1083,14 @@ private:
                              (expression.path.isValid() ? std::string("empty") : expression.path.error()));
                     return false;
                 }
+                // Keys must be names the language can write, so that the canonical text
+                // reads back.
+                for (const auto& component : expression.path.components()) {
+                    if (component.front() != '@' && !isWritableKey(component)) {
+                        failWith("bad key path in argument for %K: \"" + component + "\" is not a key name");
+                        return false;
+                    }
+                }
                 return true;
             }
             if (conversion == "%@" || conversion == "%d" || conversion == "%i" || conversion == "%f" ||
@@ -1313,8 +1347,18 @@ private:
             fail("'(' after CAST");
             return false;
         }
+        // The operand is read as a number directly: a nested expression would count
+        // towards the nesting limit and make written dates nest deeper than their source.
+        skipBlanks();
         Expression operand;
-        if (!parseExpression(operand)) {
+        char first = m_position < m_text.size() ? m_text[m_position] : '\0';
+        bool signedDigit = (first == '-' || first == '+') && m_position + 1 < m_text.size() &&
+                           m_text[m_position + 1] >= '0' && m_text[m_position + 1] <= '9';
+        if (!(first >= '0' && first <= '9') && !signedDigit) {
+            failWith("CAST supports only a number to \"NSDate\"");
+            return false;
+        }
+        if (!parseNumber(operand)) {
             return false;
         }
         if (!acceptSymbol(",")) {

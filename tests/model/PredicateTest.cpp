@@ -284,8 +284,8 @@ TEST_F(PredicateTest, CanonicalFormatReadsBackEquivalently) {
         const char* canonical;
     };
     const Row rows[] = {
-        {"name contains[cd] 'x' and not (amount > 5)", {}, "name CONTAINS[cd] \"x\" AND NOT (amount > 5)"},
-        {"a = 1 OR b <> 2 AND c =< 3", {}, "a == 1 OR (b != 2 AND c <= 3)"},
+        {"name contains[cd] 'x' and not (amount > 5)", {}, "name CONTAINS[cd] \"x\" AND NOT amount > 5"},
+        {"a = 1 OR b <> 2 AND c =< 3", {}, "a == 1 OR b != 2 AND c <= 3"},
         {"(a = 1 OR b = 2) AND c => 3", {}, "(a == 1 OR b == 2) AND c >= 3"},
         {"any childs.cost > 1.50", {}, "ANY childs.cost > 1.5"},
         {"SOME childs.cost > 1", {}, "ANY childs.cost > 1"},
@@ -299,7 +299,9 @@ TEST_F(PredicateTest, CanonicalFormatReadsBackEquivalently) {
         {"SELF.count == -3", {}, "count == -3"},
         {"SELF != 'line\nbreak\t\x01'", {}, "SELF != \"line\\nbreak\\t\\u0001\""},
         {"TRUEPREDICATE", {}, "TRUEPREDICATE"},
-        {"NOT NOT FALSEPREDICATE", {}, "NOT (NOT (FALSEPREDICATE))"},
+        {"NOT NOT FALSEPREDICATE", {}, "NOT NOT FALSEPREDICATE"},
+        {"!(a = 1 || b = 2) AND ((c = 3 AND d = 4))", {}, "NOT (a == 1 OR b == 2) AND (c == 3 AND d == 4)"},
+        {"(a = 1 AND b = 2) OR (c = 3 OR d = 4)", {}, "a == 1 AND b == 2 OR (c == 3 OR d == 4)"},
         {"%K == 1", {"order.in"}, "order.#in == 1"},
     };
     std::vector<Value> objects = {Value(&m_record), Value(&m_child1), Value(&m_client), Value(),
@@ -318,6 +320,23 @@ TEST_F(PredicateTest, CanonicalFormatReadsBackEquivalently) {
             EXPECT_EQ(again->evaluate(object), predicate->evaluate(object)) << object.description();
         }
     }
+}
+
+TEST_F(PredicateTest, DeepButAllowedNestingReadsBack) {
+    // 150 negations and 40 parenthesised ORs: the canonical text nests no deeper.
+    std::string format = std::string(150, '!') + "(" + std::string(40, '(') + "count == 3";
+    for (int i = 0; i < 40; ++i) {
+        format += " OR count == 4)";
+    }
+    format += ")";
+    std::string error;
+    auto predicate = Predicate::parse(format, {}, &error);
+    ASSERT_TRUE(predicate.has_value()) << error;
+    auto again = Predicate::parse(predicate->predicateFormat(), {}, &error);
+    ASSERT_TRUE(again.has_value()) << error;
+    // An even number of negations of a true condition.
+    EXPECT_TRUE(predicate->evaluate(Value(&m_record)));
+    EXPECT_TRUE(again->evaluate(Value(&m_record)));
 }
 
 TEST_F(PredicateTest, MalformedInputAnswersAMessage) {
@@ -344,6 +363,7 @@ TEST_F(PredicateTest, MalformedInputAnswersAMessage) {
         {"amount == %@", {}, "no argument left for %@ (0 given)"},
         {"%K == %@", {5, 1}, "must be a string naming a key path"},
         {"%K == 1", {"a..b"}, "bad key path"},
+        {"%K == 1", {"first name"}, "\"first name\" is not a key name"},
         {"amount == %x", {1}, "expected %@, %K"},
         {"city MATCHES '('", {}, "invalid regular expression"},
         {"amount BETWEEN {1}", {}, "BETWEEN needs two bounds"},
