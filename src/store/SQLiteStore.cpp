@@ -1,0 +1,1169 @@
+#include "store/SQLiteStore.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <system_error>
+#include <unordered_map>
+
+#include "core/Log.h"
+#include "core/UniqueId.h"
+#include "model/ManagedObject.h"
+#include "model/ManagedObjectContext.h"
+#include "store/SQLiteConnection.h"
+#include "store/StoreMessages.h"
+#include "store/StoreSchema.h"
+
+namespace brassline {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Stopwatch = std::chrono::steady_clock;
+
+constexpr const char* kMetaModelName = "modelName";
+constexpr const char* kMetaModelVersion = "modelVersion";
+constexpr const char* kMetaFormatVersion = "formatVersion";
+constexpr const char* kMetaStoreIdentifier = "storeIdentifier";
+constexpr const char* kMetaLargestNumber = "largestObjectNumber";
+constexpr const char* kMetaClock = "clock";
+
+double secondsSince(Stopwatch::time_point start) {
+    return std::chrono::duration<double>(Stopwatch::now() - start).count();
+}
+
+bool setError(std::string* error, const std::string& message) {
+    logMessage("%@", message);
+    if (error != nullptr) {
+        *error = message;
+    }
+    return false;
+}
+
+std::string quote(std::string_view name) {
+    return SQLiteConnection::quoted(name);
+}
+
+// The on-disk header of a SQLite file, checked before SQLite sees the file: a file cut
+// short would otherwise only show up as a damaged page somewhere in the middle of a read.
+std::optional<std::string> checkDatabaseHeader(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        return std::string("the database can't be read");
+    }
+    unsigned char header[100] = {};
+    in.read(reinterpret_cast<char*>(header), sizeof header);
+    if (in.gcount() != static_cast<std::streamsize>(sizeof header) ||
+        std::memcmp(header, "SQLite format 3", 16) != 0) {
+        return std::string("the database is not a SQLite file");
+    }
+    uint32_t pageSize = (uint32_t{header[16]} << 8) | header[17];
+    if (pageSize == 1) {
+        pageSize = 65536;
+    }
+    auto readBig32 = [&](int offset) {
+        return (uint32_t{header[offset]} << 24) | (uint32_t{header[offset + 1]} << 16) |
+               (uint32_t{header[offset + 2]} << 8) | uint32_t{header[offset + 3]};
+    };
+    uint32_t pageCount = readBig32(28);
+    bool countIsValid = pageCount != 0 && readBig32(24) == readBig32(92);
+    std::error_code code;
+    // With a write-ahead log beside it the main file may lag behind its header until the
+    // log is checkpointed, so the length is only checked without one.
+    uintmax_t walSize = fs::file_size(path + "-wal", code);
+    bool hasLog = !code && walSize > 0;
+    uintmax_t size = fs::file_size(path, code);
+    if (code) {
+        return std::string("the database can't be read");
+    }
+    if (pageSize < 512 || (pageSize & (pageSize - 1)) != 0) {
+        return std::string("the database header is damaged");
+    }
+    if (!hasLog && countIsValid && size < uintmax_t{pageCount} * pageSize) {
+        return std::string("the database is truncated");
+    }
+    return std::nullopt;
+}
+
+std::string referenceText(const ManagedObject& object) {
+    if (const AttributeDescription* uid = object.entity().uidAttribute()) {
+        if (const std::string* text = object.primitiveValue(*uid).string()) {
+            return *text;
+        }
+    }
+    return "#" + std::to_string(object.objectID().number);
+}
+
+std::string uidOf(const ManagedObject& object) {
+    if (const AttributeDescription* uid = object.entity().uidAttribute()) {
+        if (const std::string* text = object.primitiveValue(*uid).string()) {
+            return *text;
+        }
+    }
+    return {};
+}
+
+// Positions of members in the to-many lists touched by one save, built once per list.
+class PositionCache {
+public:
+    int64_t indexOf(const std::vector<ManagedObject*>& list, const ManagedObject* member) {
+        if (list.size() <= 16) {
+            auto found = std::find(list.begin(), list.end(), member);
+            return found == list.end() ? -1 : found - list.begin();
+        }
+        auto& index = m_indexes[&list];
+        if (index.size() != list.size()) {
+            index.clear();
+            for (size_t i = 0; i < list.size(); ++i) {
+                index.emplace(list[i], static_cast<int64_t>(i));
+            }
+        }
+        auto found = index.find(member);
+        return found == index.end() ? -1 : found->second;
+    }
+
+private:
+    std::unordered_map<const std::vector<ManagedObject*>*, std::unordered_map<const ManagedObject*, int64_t>>
+        m_indexes;
+};
+
+}  // namespace
+
+struct SQLiteStore::Impl {
+    explicit Impl(const ManagedObjectModel& model) : schema(model) {}
+
+    StoreSchema schema;
+    SQLiteConnection db;
+    std::optional<StoreSnapshot> snapshot;  // From open until loadObjects.
+    // Statements reused across saves, by table.
+    std::map<std::string, SQLiteStatement> upserts;
+    std::map<std::string, SQLiteStatement> positionUpdates;
+    std::map<std::string, SQLiteStatement> deletes;
+
+    SQLiteStatement* upsertFor(const StoreSchema::EntityTable& table);
+    SQLiteStatement* positionUpdateFor(const std::string& table, const std::string& column);
+    SQLiteStatement* deleteFor(const std::string& table);
+};
+
+SQLiteStatement* SQLiteStore::Impl::upsertFor(const StoreSchema::EntityTable& table) {
+    auto found = upserts.find(table.name);
+    if (found != upserts.end()) {
+        return &found->second;
+    }
+    std::string columns = "\"_number\"";
+    std::string values = "?1";
+    int index = 2;
+    auto add = [&](const std::string& name) {
+        columns += ", " + quote(name);
+        values += ", ?" + std::to_string(index++);
+    };
+    for (const AttributeDescription* attribute : table.attributes) {
+        add(attribute->name);
+    }
+    for (const StoreSchema::ToOneColumn& toOne : table.toOnes) {
+        add(toOne.column);
+        if (!toOne.positionColumn.empty()) {
+            add(toOne.positionColumn);
+        }
+    }
+    SQLiteStatement statement =
+        db.prepare("INSERT OR REPLACE INTO " + quote(table.name) + " (" + columns + ") VALUES (" + values + ")");
+    if (!statement.isValid()) {
+        return nullptr;
+    }
+    return &upserts.emplace(table.name, std::move(statement)).first->second;
+}
+
+SQLiteStatement* SQLiteStore::Impl::positionUpdateFor(const std::string& table, const std::string& column) {
+    std::string key = table + "\n" + column;
+    auto found = positionUpdates.find(key);
+    if (found != positionUpdates.end()) {
+        return &found->second;
+    }
+    SQLiteStatement statement =
+        db.prepare("UPDATE " + quote(table) + " SET " + quote(column) + " = ?1 WHERE \"_number\" = ?2");
+    if (!statement.isValid()) {
+        return nullptr;
+    }
+    return &positionUpdates.emplace(key, std::move(statement)).first->second;
+}
+
+SQLiteStatement* SQLiteStore::Impl::deleteFor(const std::string& table) {
+    auto found = deletes.find(table);
+    if (found != deletes.end()) {
+        return &found->second;
+    }
+    SQLiteStatement statement = db.prepare("DELETE FROM " + quote(table) + " WHERE \"_number\" = ?1");
+    if (!statement.isValid()) {
+        return nullptr;
+    }
+    return &deletes.emplace(table, std::move(statement)).first->second;
+}
+
+SQLiteStore::SQLiteStore(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
+
+SQLiteStore::~SQLiteStore() {
+    // Statements go before the connection, which then checkpoints and removes its log.
+    m_impl->upserts.clear();
+    m_impl->positionUpdates.clear();
+    m_impl->deletes.clear();
+    m_impl->db.close();
+}
+
+std::string SQLiteStore::deviceIdentifier() {
+    const char* configHome = std::getenv("XDG_CONFIG_HOME");
+    const char* home = std::getenv("HOME");
+    fs::path folder;
+    if (configHome != nullptr && *configHome != '\0') {
+        folder = fs::path(configHome) / "brassline";
+    } else if (home != nullptr && *home != '\0') {
+        folder = fs::path(home) / ".config" / "brassline";
+    }
+    if (folder.empty()) {
+        return "UnknownDevice";
+    }
+    fs::path file = folder / "DeviceIdentifier";
+    std::ifstream in(file);
+    std::string identifier;
+    if (in && std::getline(in, identifier) && !identifier.empty()) {
+        return identifier;
+    }
+    identifier = uniqueBase64String();
+    std::error_code code;
+    fs::create_directories(folder, code);
+    std::ofstream out(file);
+    out << identifier << '\n';
+    if (!out) {
+        logMessage("Could not keep the device identifier in %@", file.string());
+    }
+    return identifier;
+}
+
+bool SQLiteStore::isCorrectFormat(const std::string& path) {
+    return CompanyPackage::isCorrectFormat(path);
+}
+
+std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const ManagedObjectModel& model,
+                                                 std::string* error) {
+    return create(path, model, Options{}, error);
+}
+
+std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const ManagedObjectModel& model,
+                                                 const Options& options, std::string* error) {
+    const std::string name = CompanyPackage::displayName(path);
+    std::error_code code;
+    if (fs::exists(path, code)) {
+        setError(error, formatMessage(kPackageExistsMessage, name));
+        return nullptr;
+    }
+    if (!fs::create_directories(path, code)) {
+        setError(error, formatMessage(kCreateFailedMessage, name, code.message()));
+        return nullptr;
+    }
+    auto abandon = [&](const std::string& reason) {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+        setError(error, formatMessage(kCreateFailedMessage, name, reason));
+        return nullptr;
+    };
+    const std::string storeIdentifier = uniqueBase64String();
+    {
+        StoreSchema schema(model);
+        SQLiteConnection db;
+        if (!db.open(CompanyPackage::databasePath(path), SQLiteConnection::Mode::Create) ||
+            !db.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; BEGIN IMMEDIATE")) {
+            return abandon(db.lastError());
+        }
+        if (!schema.createOrUpgrade(db)) {
+            return abandon(db.lastError());
+        }
+        SQLiteStatement meta = db.prepare("INSERT OR REPLACE INTO _metadata (key, value) VALUES (?1, ?2)");
+        auto put = [&](const char* key, const Value& value) {
+            meta.reset();
+            meta.bindText(1, key);
+            if (const int64_t* number = value.integer()) {
+                meta.bindInteger(2, *number);
+            } else {
+                meta.bindText(2, value.toString());
+            }
+            return meta.step() == SQLiteStatement::StepResult::Done;
+        };
+        if (!meta.isValid() || !put(kMetaModelName, Value(model.name())) ||
+            !put(kMetaModelVersion, Value(options.modelVersion)) ||
+            !put(kMetaFormatVersion, Value(CompanyPackage::kFormatVersion)) ||
+            !put(kMetaStoreIdentifier, Value(storeIdentifier)) || !put(kMetaLargestNumber, Value(int64_t{0})) ||
+            !put(kMetaClock, Value(int64_t{0})) || !db.execute("COMMIT")) {
+            return abandon(db.lastError());
+        }
+    }
+    // Info.plist comes last: a package without it is refused, so a crash while creating
+    // never leaves something that opens as an empty company.
+    Value::Dictionary holdfast;
+    holdfast.emplace(CompanyPackage::kFormatVersionKey, Value(CompanyPackage::kFormatVersion));
+    holdfast.emplace(CompanyPackage::kModelNameKey, Value(model.name()));
+    holdfast.emplace(CompanyPackage::kModelVersionKey, Value(options.modelVersion));
+    holdfast.emplace(CompanyPackage::kStoreIdentifierKey, Value(storeIdentifier));
+    Value::Dictionary info;
+    info.emplace(CompanyPackage::kHoldfastKey, Value(std::move(holdfast)));
+    info.emplace(CompanyPackage::kDocumentIdentifierKey, Value(uniqueBase64String()));
+    std::string writeError;
+    if (!CompanyPackage::writeInfo(path, info, &writeError)) {
+        return abandon(writeError);
+    }
+    return open(path, model, options, error);
+}
+
+std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const ManagedObjectModel& model,
+                                               std::string* error) {
+    return open(path, model, Options{}, error);
+}
+
+std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const ManagedObjectModel& model,
+                                               const Options& options, std::string* error) {
+    const auto start = Stopwatch::now();
+    const std::string name = CompanyPackage::displayName(path);
+    std::string message;
+    std::optional<PackageInfo> info = CompanyPackage::inspect(path, &message);
+    if (!info) {
+        setError(error, message);
+        return nullptr;
+    }
+    auto refuseModel = [&](const std::string& fileModel, int64_t fileVersion, int64_t fileFormat) {
+        if (fileModel != model.name()) {
+            return setError(error, formatMessage(kForeignModelMessage, name, fileModel, model.name()));
+        }
+        if (fileVersion > options.modelVersion || fileFormat > CompanyPackage::kFormatVersion) {
+            return setError(error, formatMessage(kFutureModelMessage, name, std::to_string(fileVersion),
+                                                 std::to_string(options.modelVersion)));
+        }
+        return true;
+    };
+    if (!refuseModel(info->modelName, info->modelVersion, info->formatVersion)) {
+        return nullptr;
+    }
+    const std::string databasePath = CompanyPackage::databasePath(path);
+    std::error_code code;
+    if (!fs::is_regular_file(databasePath, code)) {
+        setError(error, formatMessage(kMissingDatabaseMessage, name));
+        return nullptr;
+    }
+    if (std::optional<std::string> damage = checkDatabaseHeader(databasePath)) {
+        setError(error, formatMessage(kDamagedDatabaseMessage, name, *damage));
+        return nullptr;
+    }
+
+    auto impl = std::make_unique<Impl>(model);
+    SQLiteConnection& db = impl->db;
+    // Read-write, but nothing is written until every check below has passed: the journal
+    // mode, schema upgrades and metadata come after.
+    auto damaged = [&](const std::string& reason) {
+        setError(error, formatMessage(kDamagedDatabaseMessage, name, reason));
+        return nullptr;
+    };
+    if (!db.open(databasePath, SQLiteConnection::Mode::ReadWrite)) {
+        return damaged(db.lastError());
+    }
+    if (!db.execute("BEGIN")) {
+        return damaged(db.lastError());
+    }
+    if (!db.tableExists("_metadata")) {
+        return damaged(db.lastError().empty() || !db.lastErrorWasCorruption() ? "the store's metadata is missing"
+                                                                               : db.lastError());
+    }
+    std::map<std::string, Value> meta;
+    {
+        SQLiteStatement statement = db.prepare("SELECT key, value FROM _metadata");
+        if (!statement.isValid()) {
+            return damaged(db.lastError());
+        }
+        for (;;) {
+            auto result = statement.step();
+            if (result == SQLiteStatement::StepResult::Done) {
+                break;
+            }
+            if (result == SQLiteStatement::StepResult::Error) {
+                return damaged(statement.errorMessage());
+            }
+            meta[statement.text(0)] = statement.isNull(1) ? Value() : Value(statement.text(1));
+        }
+    }
+    auto metaInteger = [&](const char* key) { return meta[key].toInt64(); };
+    if (meta[kMetaModelName].isNull() || meta[kMetaStoreIdentifier].isNull()) {
+        return damaged("the store's metadata is incomplete");
+    }
+    if (!refuseModel(meta[kMetaModelName].toString(), metaInteger(kMetaModelVersion),
+                     metaInteger(kMetaFormatVersion))) {
+        return nullptr;
+    }
+    std::string readError;
+    bool corrupt = false;
+    std::optional<StoreSnapshot> snapshot = StoreSnapshot::read(db, impl->schema, &readError, &corrupt);
+    if (!snapshot) {
+        return damaged(readError);
+    }
+    std::string device = options.deviceIdentifier.empty() ? deviceIdentifier() : options.deviceIdentifier;
+    int64_t deviceSequence = 0;
+    if (db.tableExists("_changesets")) {
+        SQLiteStatement statement = db.prepare("SELECT max(sequence) FROM _changesets WHERE device = ?1");
+        if (!statement.isValid()) {
+            return damaged(db.lastError());
+        }
+        statement.bindText(1, device);
+        auto result = statement.step();
+        if (result == SQLiteStatement::StepResult::Error) {
+            return damaged(statement.errorMessage());
+        }
+        deviceSequence = result == SQLiteStatement::StepResult::Row ? statement.integer(0) : 0;
+    }
+    db.execute("COMMIT");
+
+    // The file passed: from here on the store may write.
+    if (!db.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; BEGIN IMMEDIATE") ||
+        !impl->schema.createOrUpgrade(db)) {
+        std::string reason = db.lastError();
+        db.execute("ROLLBACK");
+        setError(error, formatMessage(kWriteFailedMessage, name, reason));
+        return nullptr;
+    }
+    const int64_t fileModelVersion = metaInteger(kMetaModelVersion);
+    if (fileModelVersion < options.modelVersion) {
+        SQLiteStatement statement =
+            db.prepare("INSERT OR REPLACE INTO _metadata (key, value) VALUES ('modelVersion', ?1)");
+        statement.bindInteger(1, options.modelVersion);
+        statement.step();
+    }
+    if (!db.execute("COMMIT")) {
+        std::string reason = db.lastError();
+        db.execute("ROLLBACK");
+        setError(error, formatMessage(kWriteFailedMessage, name, reason));
+        return nullptr;
+    }
+
+    std::unique_ptr<SQLiteStore> store(new SQLiteStore(std::move(impl)));
+    store->m_info = std::move(*info);
+    store->m_info.storeIdentifier = meta[kMetaStoreIdentifier].toString();
+    store->m_device = std::move(device);
+    store->m_modelVersion = options.modelVersion;
+    store->m_largestNumber = std::max(metaInteger(kMetaLargestNumber), snapshot->largestNumber);
+    store->m_deviceSequence = deviceSequence;
+    store->m_clock = HybridLogicalClock(static_cast<uint64_t>(metaInteger(kMetaClock)));
+    const size_t objectCount = snapshot->objectCount();
+    store->m_impl->snapshot = std::move(snapshot);
+    store->m_loadedAllChanges = true;
+    if (fileModelVersion < options.modelVersion) {
+        Value::Dictionary plist = store->m_info.infoDictionary;
+        Value::Dictionary holdfast;
+        if (const Value::Dictionary* old = plist[CompanyPackage::kHoldfastKey].dictionary()) {
+            holdfast = *old;
+        }
+        holdfast[CompanyPackage::kModelVersionKey] = Value(options.modelVersion);
+        plist[CompanyPackage::kHoldfastKey] = Value(std::move(holdfast));
+        if (CompanyPackage::writeInfo(path, plist)) {
+            store->m_info.infoDictionary = std::move(plist);
+            store->m_info.modelVersion = options.modelVersion;
+        }
+    }
+    double seconds = secondsSince(start);
+    store->noteLog(formatMessage("Opened %@ with %ld objects in %.3f s", name, static_cast<long>(objectCount),
+                                 seconds));
+    Value::Dictionary entry;
+    entry.emplace("operation", Value("open"));
+    entry.emplace("objects", Value(static_cast<int64_t>(objectCount)));
+    entry.emplace("seconds", Value(seconds));
+    entry.emplace("date", Value(Date::now()));
+    store->m_performance.emplace_back(std::move(entry));
+    return store;
+}
+
+std::string SQLiteStore::infoURL() const {
+    return CompanyPackage::infoPath(m_info.path);
+}
+
+void SQLiteStore::noteLog(std::string message) {
+    Value::Dictionary entry;
+    entry.emplace("date", Value(Date::now()));
+    entry.emplace("message", Value(std::move(message)));
+    m_log.emplace_back(std::move(entry));
+}
+
+void SQLiteStore::noteError(std::string message) {
+    logMessage("%@", message);
+    Value::Dictionary entry;
+    entry.emplace("date", Value(Date::now()));
+    entry.emplace("message", Value(message));
+    m_errors.emplace_back(entry);
+    m_log.emplace_back(std::move(entry));
+}
+
+bool SQLiteStore::setDocumentIdentifier(const std::string& identifier, std::string* error) {
+    Value::Dictionary plist = m_info.infoDictionary;
+    plist[CompanyPackage::kDocumentIdentifierKey] = Value(identifier);
+    if (!CompanyPackage::writeInfo(m_info.path, plist, error)) {
+        return false;
+    }
+    m_info.infoDictionary = std::move(plist);
+    m_info.documentIdentifier = identifier;
+    return true;
+}
+
+bool SQLiteStore::setUserInfo(const Value::Dictionary& userInfo, std::string* error) {
+    Value::Dictionary plist = m_info.infoDictionary;
+    plist[CompanyPackage::kUserInfoKey] = Value(userInfo);
+    if (!CompanyPackage::writeInfo(m_info.path, plist, error)) {
+        return false;
+    }
+    m_info.infoDictionary = std::move(plist);
+    return true;
+}
+
+bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error) {
+    if (&context.model() != &m_impl->schema.model()) {
+        return setError(error, "the context's model is not the store's");
+    }
+    if (!m_impl->snapshot) {
+        return setError(error, "the store's objects were handed out already");
+    }
+    m_updating = true;
+    StoreSnapshot snapshot = std::move(*m_impl->snapshot);
+    m_impl->snapshot.reset();
+    // Numbers are dense from 1 in practice: a table beats a hash map by far for 10^5 objects.
+    std::vector<ManagedObject*> byNumber(static_cast<size_t>(snapshot.largestNumber) + 1, nullptr);
+    for (StoreSnapshot::Table& table : snapshot.tables) {
+        const StoreSchema::EntityTable& entityTable = *table.table;
+        const size_t attributeCount = entityTable.attributes.size();
+        for (size_t row = 0; row < table.numbers.size(); ++row) {
+            ManagedObject* object = context.registerLoadedObject(*entityTable.entity, table.numbers[row]);
+            if (object == nullptr) {
+                continue;
+            }
+            byNumber[static_cast<size_t>(table.numbers[row])] = object;
+            Value* values = table.values.data() + row * attributeCount;
+            for (size_t i = 0; i < attributeCount; ++i) {
+                if (!values[i].isNull()) {
+                    context.setLoadedValue(*object, *entityTable.attributes[i], std::move(values[i]));
+                }
+            }
+        }
+    }
+    auto objectFor = [&](int64_t number) -> ManagedObject* {
+        return number > 0 && static_cast<size_t>(number) < byNumber.size() ? byNumber[static_cast<size_t>(number)]
+                                                                             : nullptr;
+    };
+    std::vector<ManagedObject*> targets(1);
+    size_t dangling = 0;
+    for (const StoreSnapshot::Table& table : snapshot.tables) {
+        const auto& toOnes = table.table->toOnes;
+        for (size_t row = 0; row < table.numbers.size(); ++row) {
+            ManagedObject* object = objectFor(table.numbers[row]);
+            for (size_t i = 0; i < toOnes.size(); ++i) {
+                int64_t number = table.toOneTargets[row * toOnes.size() + i];
+                if (number == 0 || object == nullptr) {
+                    continue;
+                }
+                ManagedObject* target = objectFor(number);
+                if (target == nullptr) {
+                    ++dangling;
+                    continue;
+                }
+                targets[0] = target;
+                context.setLoadedRelationship(*object, *toOnes[i].relationship, targets);
+            }
+        }
+    }
+    std::vector<ManagedObject*> members;
+    const auto& edges = snapshot.edges;
+    for (size_t i = 0; i < edges.size();) {
+        size_t end = i;
+        members.clear();
+        while (end < edges.size() && edges[end].owner == edges[i].owner &&
+               edges[end].relationship == edges[i].relationship) {
+            if (ManagedObject* member = objectFor(edges[end].member)) {
+                members.push_back(member);
+            } else {
+                ++dangling;
+            }
+            ++end;
+        }
+        ManagedObject* owner = objectFor(edges[i].owner);
+        if (owner != nullptr && owner->entity().isKindOfEntity(*edges[i].relationship->entity)) {
+            context.setLoadedRelationship(*owner, *edges[i].relationship, members);
+        } else {
+            ++dangling;
+        }
+        i = end;
+    }
+    if (dangling > 0) {
+        noteError(formatMessage("%ld references to missing objects were dropped while loading",
+                                static_cast<long>(dangling)));
+    }
+    context.finishLoading();
+    m_updating = false;
+    return true;
+}
+
+bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
+    const auto start = Stopwatch::now();
+    SQLiteConnection& db = m_impl->db;
+    const StoreSchema& schema = m_impl->schema;
+    const std::string name = CompanyPackage::displayName(m_info.path);
+    std::string failure;
+    auto fail = [&](std::string reason) {
+        failure = std::move(reason);
+        return false;
+    };
+    PositionCache positions;
+    const int64_t sequence = m_deviceSequence + 1;
+    const uint64_t clock = m_clock.tick(Date::now());
+    int64_t largest = m_largestNumber;
+    int64_t changeSetId = 0;
+
+    auto bindRow = [&](SQLiteStatement& statement, const StoreSchema::EntityTable& table, ManagedObject& object) {
+        int index = 1;
+        statement.bindInteger(index++, object.objectID().number);
+        for (const AttributeDescription* attribute : table.attributes) {
+            StoreSchema::bindColumn(statement, index++, attribute->type, object.primitiveValue(*attribute));
+        }
+        for (const StoreSchema::ToOneColumn& toOne : table.toOnes) {
+            ManagedObject* target = object.toOneObject(*toOne.relationship);
+            if (target != nullptr && target->isDeleted()) {
+                target = nullptr;
+            }
+            if (target != nullptr) {
+                statement.bindInteger(index++, target->objectID().number);
+            } else {
+                statement.bindNull(index++);
+            }
+            if (!toOne.positionColumn.empty()) {
+                int64_t position = -1;
+                if (target != nullptr) {
+                    position = positions.indexOf(target->toManyObjects(*toOne.relationship->inverse), &object);
+                }
+                if (position >= 0) {
+                    statement.bindInteger(index++, position);
+                } else {
+                    statement.bindNull(index++);
+                }
+            }
+        }
+    };
+
+    SQLiteStatement changeRow;
+    auto recordChange = [&](ManagedObject& object, const std::string& key, ChangeKind kind,
+                            const AttributeDescription* attribute, const RelationshipDescription* relationship) {
+        changeRow.reset();
+        changeRow.bindInteger(1, changeSetId);
+        changeRow.bindText(2, object.entityName());
+        changeRow.bindInteger(3, object.objectID().number);
+        std::string uid = uidOf(object);
+        if (uid.empty()) {
+            changeRow.bindNull(4);
+        } else {
+            changeRow.bindText(4, uid);
+        }
+        changeRow.bindText(5, key);
+        changeRow.bindInteger(6, static_cast<int64_t>(kind));
+        changeRow.bindInteger(7, static_cast<int64_t>(clock));
+        if (attribute != nullptr) {
+            StoreSchema::bindColumn(changeRow, 8, attribute->type, object.primitiveValue(*attribute));
+        } else if (relationship != nullptr) {
+            Value::Array references;
+            if (relationship->isToMany) {
+                for (ManagedObject* target : object.toManyObjects(*relationship)) {
+                    if (!target->isDeleted()) {
+                        references.emplace_back(referenceText(*target));
+                    }
+                }
+                changeRow.bindText(8, Value(std::move(references)).toJSON());
+            } else if (ManagedObject* target = object.toOneObject(*relationship); target && !target->isDeleted()) {
+                references.emplace_back(referenceText(*target));
+                changeRow.bindText(8, Value(std::move(references)).toJSON());
+            } else {
+                changeRow.bindNull(8);
+            }
+        } else {
+            changeRow.bindNull(8);
+        }
+        return changeRow.step() == SQLiteStatement::StepResult::Done;
+    };
+
+    auto relationshipIsEmpty = [](ManagedObject& object, const RelationshipDescription& relationship) {
+        return relationship.isToMany ? object.toManyObjects(relationship).empty()
+                                     : object.toOneObject(relationship) == nullptr;
+    };
+
+    auto run = [&]() -> bool {
+        if (!db.execute("BEGIN IMMEDIATE")) {
+            return fail(db.lastError());
+        }
+        SQLiteStatement header = db.prepare(
+            "INSERT INTO _changesets (device, sequence, time, clock, inserted, updated, deleted) "
+            "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+        changeRow = db.prepare(
+            "INSERT INTO _changes (changeset, entity, object, uid, key, kind, clock, value) "
+            "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
+        SQLiteStatement tombstone = db.prepare(
+            "INSERT INTO _tombstones (entity, object, uid, changeset, clock) VALUES (?1, ?2, ?3, ?4, ?5)");
+        if (!header.isValid() || !changeRow.isValid() || !tombstone.isValid()) {
+            return fail(db.lastError());
+        }
+        header.bindText(1, m_device);
+        header.bindInteger(2, sequence);
+        header.bindDouble(3, Date::now().timeIntervalSinceReferenceDate());
+        header.bindInteger(4, static_cast<int64_t>(clock));
+        header.bindInteger(5, static_cast<int64_t>(changes.inserted.size()));
+        header.bindInteger(6, static_cast<int64_t>(changes.updated.size()));
+        header.bindInteger(7, static_cast<int64_t>(changes.deleted.size()));
+        if (header.step() != SQLiteStatement::StepResult::Done) {
+            return fail(header.errorMessage());
+        }
+        changeSetId = db.lastInsertRowId();
+
+        // Rows of inserted and updated objects, and their change records.
+        std::set<ManagedObject*> linkOwners;
+        for (const auto* list : {&changes.inserted, &changes.updated}) {
+            const bool inserted = list == &changes.inserted;
+            for (ManagedObject* object : *list) {
+                const StoreSchema::EntityTable* table = schema.tableForEntity(object->entity());
+                if (table == nullptr) {
+                    return fail("entity " + object->entityName() + " has no table in this store");
+                }
+                SQLiteStatement* upsert = m_impl->upsertFor(*table);
+                if (upsert == nullptr) {
+                    return fail(db.lastError());
+                }
+                upsert->reset();
+                bindRow(*upsert, *table, *object);
+                if (upsert->step() != SQLiteStatement::StepResult::Done) {
+                    return fail(upsert->errorMessage());
+                }
+                largest = std::max(largest, object->objectID().number);
+                Value::Dictionary changed;
+                if (inserted) {
+                    if (!recordChange(*object, "", ChangeKind::Insert, nullptr, nullptr)) {
+                        return fail(changeRow.errorMessage());
+                    }
+                } else {
+                    changed = object->changedValues();
+                }
+                auto isChanged = [&](const std::string& key) { return inserted || changed.count(key) != 0; };
+                for (const AttributeDescription* attribute : table->attributes) {
+                    if (!isChanged(attribute->name) || (inserted && object->primitiveValue(*attribute).isNull())) {
+                        continue;
+                    }
+                    if (!recordChange(*object, attribute->name, inserted ? ChangeKind::Insert : ChangeKind::Update,
+                                      attribute, nullptr)) {
+                        return fail(changeRow.errorMessage());
+                    }
+                }
+                for (const RelationshipDescription* relationship : object->entity().relationships()) {
+                    if (!isChanged(relationship->name)) {
+                        continue;
+                    }
+                    if (StoreSchema::isRecordedInChangeLog(*relationship) &&
+                        !(inserted && relationshipIsEmpty(*object, *relationship))) {
+                        if (!recordChange(*object, relationship->name,
+                                          inserted ? ChangeKind::Insert : ChangeKind::Update, nullptr, relationship)) {
+                            return fail(changeRow.errorMessage());
+                        }
+                    }
+                    if (!relationship->isToMany) {
+                        continue;
+                    }
+                    if (const StoreSchema::LinkTable* link = schema.linkForRelationship(*relationship)) {
+                        if (link->owner == relationship) {
+                            linkOwners.insert(object);
+                        } else {
+                            // Only this side changed (its order): the owners' rows carry it.
+                            for (ManagedObject* member : object->toManyObjects(*relationship)) {
+                                linkOwners.insert(member);
+                            }
+                        }
+                    } else if (relationship->isOrdered && !inserted) {
+                        // A reorder changes no member's own row: rewrite the positions.
+                        const RelationshipDescription* inverse = relationship->inverse;
+                        const auto& members = object->toManyObjects(*relationship);
+                        for (size_t i = 0; i < members.size(); ++i) {
+                            if (members[i]->isDeleted()) {
+                                continue;
+                            }
+                            SQLiteStatement* update =
+                                m_impl->positionUpdateFor(members[i]->entityName(), inverse->name + "_position");
+                            if (update == nullptr) {
+                                return fail(db.lastError());
+                            }
+                            update->reset();
+                            update->bindInteger(1, static_cast<int64_t>(i));
+                            update->bindInteger(2, members[i]->objectID().number);
+                            if (update->step() != SQLiteStatement::StepResult::Done) {
+                                return fail(update->errorMessage());
+                            }
+                        }
+                    }
+                }
+            }
+        }
+
+        for (ManagedObject* object : changes.deleted) {
+            const StoreSchema::EntityTable* table = schema.tableForEntity(object->entity());
+            SQLiteStatement* remove = table != nullptr ? m_impl->deleteFor(table->name) : nullptr;
+            if (remove == nullptr) {
+                return fail(table == nullptr ? "entity " + object->entityName() + " has no table" : db.lastError());
+            }
+            remove->reset();
+            remove->bindInteger(1, object->objectID().number);
+            if (remove->step() != SQLiteStatement::StepResult::Done) {
+                return fail(remove->errorMessage());
+            }
+            if (!recordChange(*object, "", ChangeKind::Delete, nullptr, nullptr)) {
+                return fail(changeRow.errorMessage());
+            }
+            tombstone.reset();
+            tombstone.bindText(1, object->entityName());
+            tombstone.bindInteger(2, object->objectID().number);
+            std::string uid = uidOf(*object);
+            if (uid.empty()) {
+                tombstone.bindNull(3);
+            } else {
+                tombstone.bindText(3, uid);
+            }
+            tombstone.bindInteger(4, changeSetId);
+            tombstone.bindInteger(5, static_cast<int64_t>(clock));
+            if (tombstone.step() != SQLiteStatement::StepResult::Done) {
+                return fail(tombstone.errorMessage());
+            }
+            linkOwners.erase(object);
+            for (const StoreSchema::LinkTable& link : schema.links()) {
+                SQLiteStatement unlink =
+                    db.prepare("DELETE FROM " + quote(link.name) + " WHERE source = ?1 OR target = ?1");
+                if (!unlink.isValid()) {
+                    return fail(db.lastError());
+                }
+                unlink.bindInteger(1, object->objectID().number);
+                if (unlink.step() != SQLiteStatement::StepResult::Done) {
+                    return fail(unlink.errorMessage());
+                }
+            }
+        }
+
+        for (const StoreSchema::LinkTable& link : schema.links()) {
+            SQLiteStatement clear = db.prepare("DELETE FROM " + quote(link.name) + " WHERE source = ?1");
+            SQLiteStatement add = db.prepare("INSERT INTO " + quote(link.name) +
+                                             " (source, target, position, inverse_position) VALUES (?1, ?2, ?3, ?4)");
+            if (!clear.isValid() || !add.isValid()) {
+                return fail(db.lastError());
+            }
+            for (ManagedObject* owner : linkOwners) {
+                if (owner->isDeleted() || !owner->entity().isKindOfEntity(*link.owner->entity)) {
+                    continue;
+                }
+                clear.reset();
+                clear.bindInteger(1, owner->objectID().number);
+                if (clear.step() != SQLiteStatement::StepResult::Done) {
+                    return fail(clear.errorMessage());
+                }
+                const auto& targets = owner->toManyObjects(*link.owner);
+                for (size_t i = 0; i < targets.size(); ++i) {
+                    if (targets[i]->isDeleted()) {
+                        continue;
+                    }
+                    add.reset();
+                    add.bindInteger(1, owner->objectID().number);
+                    add.bindInteger(2, targets[i]->objectID().number);
+                    add.bindInteger(3, static_cast<int64_t>(i));
+                    int64_t inversePosition = -1;
+                    if (link.inverse != nullptr && link.inverse->isOrdered) {
+                        inversePosition = positions.indexOf(targets[i]->toManyObjects(*link.inverse), owner);
+                    }
+                    if (inversePosition >= 0) {
+                        add.bindInteger(4, inversePosition);
+                    } else {
+                        add.bindNull(4);
+                    }
+                    if (add.step() != SQLiteStatement::StepResult::Done) {
+                        return fail(add.errorMessage());
+                    }
+                }
+            }
+        }
+
+        SQLiteStatement meta = db.prepare("INSERT OR REPLACE INTO _metadata (key, value) VALUES (?1, ?2)");
+        if (!meta.isValid()) {
+            return fail(db.lastError());
+        }
+        for (auto [key, value] : {std::pair<const char*, int64_t>{kMetaLargestNumber, largest},
+                                  std::pair<const char*, int64_t>{kMetaClock, static_cast<int64_t>(clock)}}) {
+            meta.reset();
+            meta.bindText(1, key);
+            meta.bindInteger(2, value);
+            if (meta.step() != SQLiteStatement::StepResult::Done) {
+                return fail(meta.errorMessage());
+            }
+        }
+        header = SQLiteStatement();
+        tombstone = SQLiteStatement();
+        meta = SQLiteStatement();
+        changeRow = SQLiteStatement();
+        if (!db.execute("COMMIT")) {
+            return fail(db.lastError());
+        }
+        return true;
+    };
+
+    if (!run()) {
+        changeRow = SQLiteStatement();
+        db.execute("ROLLBACK");
+        noteError(formatMessage("Saving %@ failed: %@", name, failure));
+        if (error != nullptr) {
+            *error = formatMessage(kWriteFailedMessage, name, failure);
+        }
+        return false;
+    }
+    m_deviceSequence = sequence;
+    m_largestNumber = largest;
+    double seconds = secondsSince(start);
+    Value::Dictionary entry;
+    entry.emplace("operation", Value("save"));
+    entry.emplace("objects",
+                  Value(static_cast<int64_t>(changes.inserted.size() + changes.updated.size() + changes.deleted.size())));
+    entry.emplace("seconds", Value(seconds));
+    entry.emplace("date", Value(Date::now()));
+    m_performance.emplace_back(std::move(entry));
+    noteLog(formatMessage("Saved change set %ld: %ld inserted, %ld updated, %ld deleted", static_cast<long>(sequence),
+                          static_cast<long>(changes.inserted.size()), static_cast<long>(changes.updated.size()),
+                          static_cast<long>(changes.deleted.size())));
+    return true;
+}
+
+std::vector<ChangeSetInfo> SQLiteStore::changeLog() const {
+    std::vector<ChangeSetInfo> result;
+    SQLiteStatement statement = m_impl->db.prepare(
+        "SELECT id, device, sequence, time, clock, inserted, updated, deleted FROM _changesets ORDER BY id");
+    while (statement.isValid() && statement.step() == SQLiteStatement::StepResult::Row) {
+        ChangeSetInfo info;
+        info.id = statement.integer(0);
+        info.device = statement.text(1);
+        info.sequence = statement.integer(2);
+        info.time = Date(statement.real(3));
+        info.clock = static_cast<uint64_t>(statement.integer(4));
+        info.inserted = statement.integer(5);
+        info.updated = statement.integer(6);
+        info.deleted = statement.integer(7);
+        result.push_back(std::move(info));
+    }
+    return result;
+}
+
+int64_t SQLiteStore::changeSetCount() const {
+    return m_impl->db.queryInteger("SELECT count(*) FROM _changesets").value_or(0);
+}
+
+std::vector<ChangeRecord> SQLiteStore::changesInChangeSet(int64_t changeSetId) const {
+    std::vector<ChangeRecord> result;
+    SQLiteStatement statement = m_impl->db.prepare(
+        "SELECT entity, object, uid, key, kind, clock, value, typeof(value) FROM _changes WHERE changeset = ?1 "
+        "ORDER BY rowid");
+    if (!statement.isValid()) {
+        return result;
+    }
+    statement.bindInteger(1, changeSetId);
+    const ManagedObjectModel& model = m_impl->schema.model();
+    while (statement.step() == SQLiteStatement::StepResult::Row) {
+        ChangeRecord record;
+        record.entity = statement.text(0);
+        record.object = statement.integer(1);
+        record.uid = statement.text(2);
+        record.key = statement.text(3);
+        record.kind = static_cast<ChangeKind>(statement.integer(4));
+        record.clock = static_cast<uint64_t>(statement.integer(5));
+        const EntityDescription* entity = model.entityNamed(record.entity);
+        const AttributeDescription* attribute = entity != nullptr ? entity->attributeNamed(record.key) : nullptr;
+        if (attribute != nullptr) {
+            record.value = StoreSchema::readColumn(statement, 6, attribute->type);
+        } else if (!statement.isNull(6)) {
+            // References: the JSON array as written.
+            record.value = Value::fromJSON(statement.textView(6)).value_or(Value(statement.text(6)));
+        }
+        result.push_back(std::move(record));
+    }
+    return result;
+}
+
+Value SQLiteStore::log() const {
+    return Value(Value::Array(m_log));
+}
+
+Value SQLiteStore::errorsArray() const {
+    return Value(Value::Array(m_errors));
+}
+
+Value SQLiteStore::peformanceArray() const {
+    return Value(Value::Array(m_performance));
+}
+
+Value SQLiteStore::sessionInfo() const {
+    Value::Array devices;
+    SQLiteStatement statement = m_impl->db.prepare(
+        "SELECT device, count(*), max(sequence), min(time), max(time) FROM _changesets GROUP BY device "
+        "ORDER BY min(id)");
+    while (statement.isValid() && statement.step() == SQLiteStatement::StepResult::Row) {
+        Value::Dictionary device;
+        std::string identifier = statement.text(0);
+        device.emplace("device", Value(identifier));
+        device.emplace("isThisDevice", Value(identifier == m_device));
+        device.emplace("changeSets", Value(statement.integer(1)));
+        device.emplace("lastSequence", Value(statement.integer(2)));
+        device.emplace("firstSave", Value(Date(statement.real(3))));
+        device.emplace("lastSave", Value(Date(statement.real(4))));
+        devices.emplace_back(std::move(device));
+    }
+    return Value(std::move(devices));
+}
+
+Value SQLiteStore::changesChain() const {
+    Value::Array chain;
+    for (const ChangeSetInfo& info : changeLog()) {
+        Value::Dictionary entry;
+        entry.emplace("device", Value(info.device));
+        entry.emplace("sequence", Value(info.sequence));
+        entry.emplace("date", Value(info.time));
+        entry.emplace("clock", Value(static_cast<int64_t>(info.clock)));
+        entry.emplace("inserted", Value(info.inserted));
+        entry.emplace("updated", Value(info.updated));
+        entry.emplace("deleted", Value(info.deleted));
+        chain.emplace_back(std::move(entry));
+    }
+    return Value(std::move(chain));
+}
+
+std::optional<StoreError> SQLiteStore::exportDatabaseToSQLite(const std::string& path) const {
+    auto exportError = [&](int code, std::string message) {
+        logMessage("Export to %@ failed: %@", path, message);
+        return StoreError{kExportSQLiteErrorDomain, code, std::move(message)};
+    };
+    SQLiteConnection& db = m_impl->db;
+    if (!db.execute("BEGIN")) {
+        return exportError(kExportSQLiteWriteFailedCode, formatMessage(kExportSQLiteWriteFailedMessage, db.lastError()));
+    }
+    std::string readError;
+    std::optional<StoreSnapshot> snapshot = StoreSnapshot::read(db, m_impl->schema, &readError, nullptr);
+    db.execute("COMMIT");
+    if (!snapshot) {
+        return exportError(kExportSQLiteWriteFailedCode, formatMessage(kExportSQLiteWriteFailedMessage, readError));
+    }
+    // Object IDs are the URIs without "x-coredata://Holdfast/": "<Entity>/p<number>".
+    std::unordered_map<int64_t, std::string> ids;
+    for (const StoreSnapshot::Table& table : snapshot->tables) {
+        for (int64_t number : table.numbers) {
+            ids.emplace(number, table.table->entity->name() + "/p" + std::to_string(number));
+        }
+    }
+    std::map<std::pair<int64_t, const RelationshipDescription*>, std::string> toManyIds;
+    for (const StoreSnapshot::Edge& edge : snapshot->edges) {
+        auto member = ids.find(edge.member);
+        if (member == ids.end()) {
+            continue;
+        }
+        std::string& joined = toManyIds[{edge.owner, edge.relationship}];
+        if (!joined.empty()) {
+            joined += ",";
+        }
+        joined += member->second;
+    }
+
+    const std::string temporary = path + ".export-" + std::to_string(::getpid());
+    std::error_code code;
+    fs::remove(temporary, code);
+    SQLiteConnection out;
+    if (!out.open(temporary, SQLiteConnection::Mode::Create) ||
+        !out.execute("PRAGMA journal_mode = DELETE; BEGIN IMMEDIATE")) {
+        out.close();
+        fs::remove(temporary, code);
+        return exportError(kExportSQLiteCreateFailedCode, kExportSQLiteCreateFailedMessage);
+    }
+    auto writeFailed = [&](const std::string& reason) {
+        out.close();
+        fs::remove(temporary, code);
+        return exportError(kExportSQLiteWriteFailedCode, formatMessage(kExportSQLiteWriteFailedMessage, reason));
+    };
+    for (const StoreSnapshot::Table& table : snapshot->tables) {
+        const StoreSchema::EntityTable& entityTable = *table.table;
+        const EntityDescription& entity = *entityTable.entity;
+        std::string create = "CREATE TABLE " + quote(entity.name()) + " (\"objectID\" TEXT PRIMARY KEY";
+        std::string insert = "INSERT INTO " + quote(entity.name()) + " VALUES (?1";
+        int columnCount = 1;
+        for (const AttributeDescription* attribute : entityTable.attributes) {
+            create += ", " + quote(attribute->name) + " " + StoreSchema::columnType(attribute->type);
+            insert += ", ?" + std::to_string(++columnCount);
+        }
+        std::vector<const RelationshipDescription*> toManys;
+        for (const StoreSchema::ToOneColumn& toOne : entityTable.toOnes) {
+            create += ", " + quote(toOne.relationship->name + "_id") + " TEXT";
+            insert += ", ?" + std::to_string(++columnCount);
+        }
+        for (const RelationshipDescription* relationship : entity.relationships()) {
+            if (relationship->isToMany) {
+                toManys.push_back(relationship);
+                create += ", " + quote(relationship->name + "_ids") + " TEXT";
+                insert += ", ?" + std::to_string(++columnCount);
+            }
+        }
+        if (!out.execute(create + ")")) {
+            return writeFailed(out.lastError());
+        }
+        SQLiteStatement statement = out.prepare(insert + ")");
+        if (!statement.isValid()) {
+            return writeFailed(out.lastError());
+        }
+        const size_t attributeCount = entityTable.attributes.size();
+        const size_t toOneCount = entityTable.toOnes.size();
+        for (size_t row = 0; row < table.numbers.size(); ++row) {
+            const int64_t number = table.numbers[row];
+            statement.reset();
+            int index = 1;
+            statement.bindText(index++, ids[number]);
+            for (size_t i = 0; i < attributeCount; ++i) {
+                StoreSchema::bindColumn(statement, index++, entityTable.attributes[i]->type,
+                                        table.values[row * attributeCount + i]);
+            }
+            for (size_t i = 0; i < toOneCount; ++i) {
+                auto target = ids.find(table.toOneTargets[row * toOneCount + i]);
+                if (target == ids.end()) {
+                    statement.bindNull(index++);
+                } else {
+                    statement.bindText(index++, target->second);
+                }
+            }
+            for (const RelationshipDescription* relationship : toManys) {
+                auto joined = toManyIds.find({number, relationship});
+                if (joined == toManyIds.end()) {
+                    statement.bindNull(index++);
+                } else {
+                    statement.bindText(index++, joined->second);
+                }
+            }
+            if (statement.step() != SQLiteStatement::StepResult::Done) {
+                return writeFailed(statement.errorMessage());
+            }
+        }
+    }
+    if (!out.execute("COMMIT")) {
+        return writeFailed(out.lastError());
+    }
+    out.close();
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        fs::remove(temporary, code);
+        return exportError(kExportSQLiteCreateFailedCode, kExportSQLiteCreateFailedMessage);
+    }
+    return std::nullopt;
+}
+
+}  // namespace brassline
