@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <iomanip>
 #include <iostream>
 
 #include "app/cli/Commands.h"
@@ -101,7 +102,8 @@ void addDateCommand(CLI::App& app, int& exitCode) {
                   << "dayStart:  " << result.dayStart().iso8601String() << "\n"
                   << "dayEnd:    " << result.dayEnd().iso8601String() << "\n"
                   << "days from: " << result.daysSinceDate(*parsed) << "\n"
-                  << "seconds since 2001: " << result.timeIntervalSinceReferenceDate() << "\n";
+                  << "seconds since 2001: " << std::fixed << std::setprecision(3)
+                  << result.timeIntervalSinceReferenceDate() << "\n";
     });
 }
 
