@@ -87,7 +87,11 @@ std::optional<PackageInfo> CompanyPackage::inspect(const std::string& path, std:
         refuse(error, formatMessage(kMissingPackageMessage, name));
         return std::nullopt;
     }
-    if (!fs::is_directory(path, code) || fs::path(path).extension() != kExtension) {
+    fs::path folder(path);
+    if (!folder.has_filename()) {
+        folder = folder.parent_path();  // "Acme.brassline/" names the folder too.
+    }
+    if (!fs::is_directory(path, code) || folder.extension() != kExtension) {
         refuse(error, formatMessage(kNotAPackageMessage, name));
         return std::nullopt;
     }
