@@ -4,6 +4,11 @@
 
 namespace brassline {
 
-class BLCatalogItem : public gen::BLCatalogItem {};
+// An article of the catalog; lines are cloned from it.
+class BLCatalogItem : public gen::BLCatalogItem {
+public:
+    void setup() override;
+    void awakeFromFetch() override;
+};
 
 }  // namespace brassline

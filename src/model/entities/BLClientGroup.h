@@ -4,6 +4,16 @@
 
 namespace brassline {
 
-class BLClientGroup : public gen::BLClientGroup {};
+// A group of clients with one tax rule per tax group.
+class BLClientGroup : public gen::BLClientGroup {
+public:
+    void awakeFromCreate() override;
+    void setup() override;
+    std::vector<std::string> usageKeys() const override { return {"clients"}; }
+    std::vector<ManagedObject*> usageObjects() const override;
+};
+
+// A new tax rule for every pair that lacks one: `other` names the opposite group entity.
+void addTaxRulesForGroup(BLBase& group, std::string_view otherEntity);
 
 }  // namespace brassline

@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLCustomField : public gen::BLCustomField {};
+// A user-defined field of a document class, in the set of that class.
+class BLCustomField : public gen::BLCustomField {
+public:
+    void awakeFromCreate() override;
+};
 
 }  // namespace brassline

@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLCustomFieldSet : public gen::BLCustomFieldSet {};
+// The ordered custom fields of one document class; uid from the class's set identifier.
+class BLCustomFieldSet : public gen::BLCustomFieldSet {
+public:
+    void awakeFromCreate() override;
+};
 
 }  // namespace brassline

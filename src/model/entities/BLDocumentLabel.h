@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLDocumentLabel : public gen::BLDocumentLabel {};
+// A coloured label shared by documents.
+class BLDocumentLabel : public gen::BLDocumentLabel {
+public:
+    void setup() override;
+};
 
 }  // namespace brassline

@@ -4,6 +4,11 @@
 
 namespace brassline {
 
-class BLExternalFileGroup : public gen::BLExternalFileGroup {};
+// A folder of attached files.
+class BLExternalFileGroup : public gen::BLExternalFileGroup {
+public:
+    void awakeFromCreate() override;
+    std::vector<std::string> allowedDocuments() const override { return {"BLExternalFile"}; }
+};
 
 }  // namespace brassline

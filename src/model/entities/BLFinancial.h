@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLFinancial : public gen::BLFinancial {};
+// Money documents: payments and sendables. New ones are dated now.
+class BLFinancial : public gen::BLFinancial {
+public:
+    void setup() override;
+};
 
 }  // namespace brassline

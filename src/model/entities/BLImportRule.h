@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLImportRule : public gen::BLImportRule {};
+// A rule that files imported lines into an item group.
+class BLImportRule : public gen::BLImportRule {
+public:
+    void setup() override;
+};
 
 }  // namespace brassline

@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLPartialInvoice : public gen::BLPartialInvoice {};
+// A part of an invoice's amount, invoiced on its own.
+class BLPartialInvoice : public gen::BLPartialInvoice {
+public:
+    BLBase* duplicate() override;
+};
 
 }  // namespace brassline

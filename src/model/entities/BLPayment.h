@@ -4,6 +4,12 @@
 
 namespace brassline {
 
-class BLPayment : public gen::BLPayment {};
+// An amount received for the document above it.
+class BLPayment : public gen::BLPayment {
+public:
+    void awakeFromCreate() override;
+    void fixMissingValues() override;
+    bool canDelete() const override { return true; }
+};
 
 }  // namespace brassline

@@ -4,6 +4,11 @@
 
 namespace brassline {
 
-class BLProfile : public gen::BLProfile {};
+// The sender's own contact data: one object, uid "default.profile".
+class BLProfile : public gen::BLProfile {
+public:
+    static void setupClass(EntityDescription& entity);
+    void setup() override;
+};
 
 }  // namespace brassline

@@ -4,6 +4,13 @@
 
 namespace brassline {
 
-class BLProject : public gen::BLProject {};
+// A project below a client, holding documents of its own.
+class BLProject : public gen::BLProject {
+public:
+    void awakeFromCreate() override;
+    void setup() override;
+    BLBase* duplicate() override;
+    std::vector<std::string> allowedDocuments() const override;
+};
 
 }  // namespace brassline

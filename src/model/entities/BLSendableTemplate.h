@@ -4,6 +4,11 @@
 
 namespace brassline {
 
-class BLSendableTemplate : public gen::BLSendableTemplate {};
+// A template of a sendable; cloned into new documents.
+class BLSendableTemplate : public gen::BLSendableTemplate {
+public:
+    bool canDelete() const override { return true; }
+    void willBeCloned() override;
+};
 
 }  // namespace brassline

@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLSummaryCost : public gen::BLSummaryCost {};
+// A line that sums the lines it holds.
+class BLSummaryCost : public gen::BLSummaryCost {
+public:
+    void awakeFromCreate() override;
+};
 
 }  // namespace brassline

@@ -4,6 +4,10 @@
 
 namespace brassline {
 
-class BLTeamMember : public gen::BLTeamMember {};
+// A member of the firm; documents name the one who handles them.
+class BLTeamMember : public gen::BLTeamMember {
+public:
+    std::vector<std::string> usageKeys() const override { return {"memberDocuments"}; }
+};
 
 }  // namespace brassline

@@ -1,0 +1,10 @@
+#include "model/entities/BLCustomField.h"
+
+namespace brassline {
+
+void BLCustomField::awakeFromCreate() {
+    gen::BLCustomField::awakeFromCreate();
+    nameUntitledIfNameless();
+}
+
+}  // namespace brassline

@@ -1,0 +1,36 @@
+#include "model/entities/BLEstimate.h"
+
+#include "model/ManagedObjectContext.h"
+#include "model/entities/BLClient.h"
+#include "model/entities/BLInvoice.h"
+#include "model/entities/BLLayout.h"
+#include "model/entities/BLProfile.h"
+#include "model/entities/ModelHooks.h"
+
+namespace brassline {
+
+void BLEstimate::setup() {
+    BLSendable::setup();
+    if (layout() == nullptr) {
+        BLLayout* fromClient = client() != nullptr ? client()->estimateLayout() : nullptr;
+        if (fromClient == nullptr && managedObjectContext() != nullptr) {
+            if (BLProfile* profile = defaultItemForContext<BLProfile>(*managedObjectContext())) {
+                fromClient = profile->estimateLayout();
+            }
+        }
+        setLayout(fromClient);
+    }
+    if (modelHooks().fixMissingLayout) {
+        modelHooks().fixMissingLayout(*this);
+    }
+}
+
+BLBase* BLEstimate::duplicate() {
+    return duplicateAsDraft({"documents", "name", "storage", "parentDocument", "dateSent", "dateSent"});
+}
+
+bool BLEstimate::allowsDocuments(const std::vector<BLDocument*>& candidates) const {
+    return BLDocument::allowsDocuments(candidates) || sendableAcceptsFollowUpOfProject(candidates);
+}
+
+}  // namespace brassline

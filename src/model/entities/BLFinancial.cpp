@@ -1,0 +1,12 @@
+#include "model/entities/BLFinancial.h"
+
+namespace brassline {
+
+void BLFinancial::setup() {
+    BLDocument::setup();
+    if (!dateCreation()) {
+        setDateCreation(Date::now());
+    }
+}
+
+}  // namespace brassline

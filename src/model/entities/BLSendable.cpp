@@ -1,0 +1,163 @@
+#include "model/entities/BLSendable.h"
+
+#include <unordered_set>
+
+#include "model/ManagedObjectContext.h"
+#include "model/entities/BLClient.h"
+#include "model/entities/BLContact.h"
+#include "model/entities/BLCurrency.h"
+#include "model/entities/BLLayout.h"
+#include "model/entities/BLPaymentType.h"
+#include "model/entities/BLProfile.h"
+#include "model/entities/BLProject.h"
+#include "model/entities/ModelHooks.h"
+
+namespace brassline {
+
+void BLSendable::setupClass(EntityDescription& entity) {
+    // The stored legacy text would shadow the project above for key-value coding.
+    entity.registerDerivedProperty(
+        "project",
+        [](const ManagedObject& object) -> Value {
+            return Value(static_cast<Object*>(static_cast<const BLSendable&>(object).project()));
+        },
+        [](ManagedObject& object, const Value& value) {
+            auto& sendable = static_cast<BLSendable&>(object);
+            if (const std::string* text = value.string()) {
+                sendable.gen::BLSendable::setProject(*text);
+                return;
+            }
+            sendable.setParentDocument(dynamic_cast<BLDocument*>(value.object()));
+        });
+    entity.registerDerivedProperty("legacyProjectName", [](const ManagedObject& object) -> Value {
+        std::optional<std::string> name = static_cast<const BLSendable&>(object).legacyProjectName();
+        return name ? Value(*name) : Value();
+    });
+}
+
+std::vector<BLContainer*> BLSendable::costsArray() const {
+    std::vector<BLContainer*> result;
+    for (BLContainer* child : childs()) {
+        Value cost = child->valueForKey("cost");
+        if (!cost.isNull() && cost.toDecimal() != Decimal()) {
+            result.push_back(child);
+        }
+    }
+    return result;
+}
+
+void BLSendable::setParentDocument(brassline::BLDocument* value) {
+    validateContacts();
+    if (modelHooks().resetCurrencyTransformer) {
+        modelHooks().resetCurrencyTransformer(*this);
+    }
+    if (isSyncing()) {
+        gen::BLSendable::setParentDocument(value);
+        return;
+    }
+    if (value == parentDocument() || (value != nullptr && (value == this || isParentOf(value)))) {
+        return;
+    }
+    BLDocument* oldParent = parentDocument();
+    BLClient* oldClient = client();
+    applyParentDocument(value);
+    BLClient* newClient = client();
+    if (newClient == nullptr) {
+        return;
+    }
+    if (oldParent == nullptr) {
+        setLayout(newClient->layout());
+    }
+    if (currency() == nullptr && newClient->currency() != nullptr) {
+        gen::BLSendable::setCurrency(newClient->currency());
+    }
+    if (newClient != oldClient) {
+        if (paymentType() == nullptr) {
+            setPaymentType(newClient->paymentType());
+        }
+        setPayInterval(newClient->payInterval());
+        setUseGrossPrices(newClient->useGrossPrices());
+    }
+    if (modelHooks().updateTaxRule) {
+        modelHooks().updateTaxRule(*this);
+    }
+}
+
+void BLSendable::setup() {
+    BLFinancial::setup();
+    if (modelHooks().updatePaymentType) {
+        modelHooks().updatePaymentType(*this);
+    }
+}
+
+void BLSendable::fixMissingValues() {
+    ManagedObjectContext* context = managedObjectContext();
+    if (context == nullptr) {
+        return;
+    }
+    BLBase::fixMissingValues();
+    BLDocument* owner = parentDocument();
+    if (contact() != nullptr && (owner == nullptr || owner->parent() == nullptr)) {
+        if (owner == nullptr) {
+            auto* contactOwner = dynamic_cast<BLDocument*>(contact()->parent());
+            gen::BLSendable::setParentDocument(contactOwner != nullptr ? contactOwner : contact());
+        }
+    }
+    if (layout() == nullptr) {
+        if (BLProfile* profile = defaultItemForContext<BLProfile>(*context)) {
+            setLayout(profile->layout());
+        }
+    }
+    if (currency() == nullptr) {
+        setCurrency(defaultItemForContext<BLCurrency>(*context));
+    }
+    std::unordered_set<const BLBase*> visited{this};
+    for (BLContainer* child : childs().toVector()) {
+        if (visited.insert(child).second) {
+            child->fixMissingValues();
+        }
+    }
+    for (BLDocument* document : documents().toVector()) {
+        if (visited.insert(document).second) {
+            document->fixMissingValues();
+        }
+    }
+}
+
+BLBase* BLSendable::clone() {
+    auto* copy = static_cast<BLSendable*>(cloneWithEntityReplacements({}, {"storage"}));
+    if (copy != nullptr) {
+        copy->setDateSent(std::nullopt);
+    }
+    return copy;
+}
+
+BLBase* BLSendable::cloneWithEntityReplacements(const EntityReplacements& replacements,
+                                                const std::vector<std::string>& skip) {
+    auto* copy = dynamic_cast<BLSendable*>(BLBase::cloneWithEntityReplacements(replacements, skip));
+    if (copy != nullptr) {
+        copy->setDateSent(std::nullopt);
+        copy->notifyParentsForKey("cost");
+        copy->notifyParentsForKey("costWithTaxes");
+    }
+    return copy;
+}
+
+BLBase* BLSendable::duplicateAsDraft(const std::vector<std::string>& skip) {
+    BLDocument* owner = parentDocument();
+    auto* copy = dynamic_cast<BLSendable*>(cloneWithEntityReplacements({}, skip));
+    if (copy == nullptr) {
+        return nullptr;
+    }
+    copy->setDateDue(std::nullopt);
+    copy->setDateSent(std::nullopt);
+    copy->setCompleteMode(int16_t{0});
+    copy->setDateCreation(Date::now());
+    if (modelHooks().updateTaxRule) {
+        modelHooks().updateTaxRule(*copy);
+    }
+    copy->setParentDocument(owner);
+    return copy;
+}
+
+}  // namespace brassline

@@ -1,0 +1,44 @@
+#include "model/entities/BLTaxGroup.h"
+
+#include "core/Localization.h"
+#include "core/Log.h"
+#include "model/entities/BLClientGroup.h"
+#include "model/entities/BLItemGroup.h"
+#include "model/entities/BLTaxRule.h"
+#include "model/entities/ModelHooks.h"
+#include "model/entities/ModelStrings.h"
+
+namespace brassline {
+
+void BLTaxGroup::awakeFromCreate() {
+    gen::BLTaxGroup::awakeFromCreate();
+    nameUntitledIfNameless();
+}
+
+void BLTaxGroup::setup() {
+    BLBase::setup();
+    addTaxRulesForGroup(*this, "ClientGroup");
+}
+
+BLBase* BLTaxGroup::duplicate() {
+    if (modelHooks().fixTaxRules) {
+        modelHooks().fixTaxRules(*this);
+    }
+    auto* copy = static_cast<BLTaxGroup*>(cloneWithEntityReplacements({}, {"itemGroups", "taxRules"}));
+    if (copy == nullptr) {
+        return nullptr;
+    }
+    copy->setName(formatMessage(kNameWithSuffixFormat, name().value_or(""), localizedString(kNewText)));
+    for (BLTaxRule* rule : taxRules().toVector()) {
+        if (auto* ruleCopy = static_cast<BLTaxRule*>(rule->cloneWithEntityReplacements({}, {"costs", "taxGroup"}))) {
+            ruleCopy->setTaxGroup(copy);
+        }
+    }
+    // The new group takes the old one's place for its item groups.
+    for (BLItemGroup* itemGroup : itemGroups().toVector()) {
+        itemGroup->setTaxGroup(copy);
+    }
+    return copy;
+}
+
+}  // namespace brassline
