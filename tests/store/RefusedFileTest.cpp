@@ -17,7 +17,7 @@ void writePlist(const std::string& package, const Value::Dictionary& info) {
 }
 
 // A saved company with enough objects that its database spans many pages.
-void makeCompany(const std::string& path) {
+void makeSavedCompany(const std::string& path) {
     auto context = openContext(path, true);
     ASSERT_TRUE(context);
     for (int i = 0; i < 300; ++i) {
@@ -51,7 +51,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
         {"plain file", "Notes.brassline", [](const std::string& path) { writeBytes(path, "just text"); },
          "\"Notes.brassline\" is not a company file."},
         {"folder without the extension", "Acme",
-         [](const std::string& path) { makeCompany(path + ".brassline"); std::filesystem::rename(path + ".brassline", path); },
+         [](const std::string& path) { makeSavedCompany(path + ".brassline"); std::filesystem::rename(path + ".brassline", path); },
          "\"Acme\" is not a company file."},
         {"empty package", "Empty.brassline", [](const std::string& path) { std::filesystem::create_directory(path); },
          "\"Empty.brassline\" is not a company file."},
@@ -75,7 +75,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "Please open a company first. Then open the layout."},
         {"design package", "Design.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              Value::Dictionary info = currentInfo(path);
              info["type"] = Value("design");
              writePlist(path, info);
@@ -89,7 +89,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "\"Backup.brassline\" is a backup. Restore it from an open company file instead of opening it."},
         {"previous generation backup", "B3.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              Value::Dictionary info = currentInfo(path);
              info["type"] = Value("brassline3backup");
              writePlist(path, info);
@@ -109,7 +109,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "\"Odd.brassline\" is a package of type \"statement\", not a company file."},
         {"password protected", "Secret.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              Value::Dictionary info = currentInfo(path);
              info["Encryption"] = Value(Value::Dictionary{{"Method", Value("AES")}});
              writePlist(path, info);
@@ -117,20 +117,20 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "\"Secret.brassline\" is protected by a password, which this version cannot open."},
         {"garbage Info.plist", "Garbled.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              writeBytes(path + "/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>Hold");
          },
          ""},  // The parser's reason follows the fixed start; checked by prefix below.
         {"model from the future in Info.plist", "Future.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              writePlist(path, withHoldfastKey(currentInfo(path), "ModelVersion", Value(int64_t{24})));
          },
          "The company file \"Future.brassline\" was saved by a newer version of Brassline (data model 24, this "
          "version reads up to 23). Please update Brassline to open it."},
         {"model from the future in the database", "Future2.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              SQLiteConnection db;
              ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::ReadWrite));
              ASSERT_TRUE(db.execute("UPDATE _metadata SET value = 30 WHERE key = 'modelVersion'"));
@@ -139,19 +139,19 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "version reads up to 23). Please update Brassline to open it."},
         {"another data model", "Other.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              writePlist(path, withHoldfastKey(currentInfo(path), "ModelName", Value("Brassline")));
          },
          "The company file \"Other.brassline\" holds the data model \"Brassline\", not \"Test\"."},
         {"database missing", "NoData.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              std::filesystem::remove(path + "/Store.sqlite");
          },
          "The company file \"NoData.brassline\" has no database."},
         {"database truncated", "Cut.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              std::string bytes = readBytes(path + "/Store.sqlite");
              ASSERT_GT(bytes.size(), 8192u);
              writeBytes(path + "/Store.sqlite", bytes.substr(0, bytes.size() / 2));
@@ -159,7 +159,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "The company file \"Cut.brassline\" is damaged and can't be opened: the database is truncated"},
         {"database header overwritten", "Header.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              std::string bytes = readBytes(path + "/Store.sqlite");
              bytes.replace(0, 16, "Not a database!!");
              writeBytes(path + "/Store.sqlite", bytes);
@@ -167,7 +167,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "The company file \"Header.brassline\" is damaged and can't be opened: the database is not a SQLite file"},
         {"database pages overwritten", "Pages.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              std::string bytes = readBytes(path + "/Store.sqlite");
              // Everything after the schema page becomes noise; the length stays right.
              for (size_t i = 4096; i < bytes.size(); ++i) {
@@ -178,7 +178,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
          "The company file \"Pages.brassline\" is damaged and can't be opened: database disk image is malformed"},
         {"not a store database", "Foreign.brassline",
          [](const std::string& path) {
-             makeCompany(path);
+             makeSavedCompany(path);
              std::filesystem::remove(path + "/Store.sqlite");
              SQLiteConnection db;
              ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::Create));
@@ -214,7 +214,7 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
 TEST(RefusedFileTest, CreateRefusesAnExistingPath) {
     TemporaryFolder folder;
     const std::string path = folder / "Taken.brassline";
-    makeCompany(path);
+    makeSavedCompany(path);
     const auto before = treeContents(path);
     std::string error;
     LogCapture capture;
@@ -226,7 +226,7 @@ TEST(RefusedFileTest, CreateRefusesAnExistingPath) {
 TEST(RefusedFileTest, CurrentPackagesAreRecognised) {
     TemporaryFolder folder;
     const std::string path = folder / "Good.brassline";
-    makeCompany(path);
+    makeSavedCompany(path);
     EXPECT_TRUE(SQLiteStore::isCorrectFormat(path));
     EXPECT_TRUE(SQLiteStore::isCorrectFormat(path + "/"));
     EXPECT_FALSE(SQLiteStore::isCorrectFormat(folder.path()));

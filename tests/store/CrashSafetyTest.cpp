@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <random>
+#include <set>
+
+#include "core/Log.h"
+#include "StoreTestSupport.h"
+
+namespace brassline {
+namespace {
+
+using namespace storetest;
+
+constexpr int kLineCount = 20;
+constexpr int64_t kKeptInvoices = 3;
+
+// The company every run starts from: a client whose counter numbers the saves, and a
+// fixed invoice with lines whose quantities each save sets to that number.
+void makeCrashCompany(const std::string& path) {
+    auto context = openContext(path, true, "Parent");
+    ASSERT_TRUE(context);
+    ManagedObject* client = context->insertNewObjectForEntityForName("Client");
+    client->setValueForKey(Value("client"), "uid");
+    client->setValueForKey(Value(int64_t{0}), "counter");
+    ManagedObject* invoice = context->insertNewObjectForEntityForName("Invoice");
+    invoice->setValueForKey(Value("fixed"), "uid");
+    invoice->setValueForKey(Value(static_cast<Object*>(client)), "client");
+    const RelationshipDescription& childs = *invoice->entity().relationshipNamed("childs");
+    for (int i = 0; i < kLineCount; ++i) {
+        ManagedObject* line = context->insertNewObjectForEntityForName("Cost");
+        line->setValueForKey(Value("c" + std::to_string(i)), "uid");
+        line->setValueForKey(Value(Decimal(0)), "quantity");
+        invoice->addObjectToRelationship(childs, line);
+    }
+    ASSERT_TRUE(context->save());
+}
+
+// In the child process: save after save until killed. Each save raises the counter to k,
+// sets every line's quantity to k, inserts the invoice "save-k" and deletes "save-(k-3)".
+[[noreturn]] void saveUntilKilled(const std::string& path) {
+    LogCapture quiet;
+    auto context = openContext(path, false, "Child");
+    if (!context) {
+        _exit(2);
+    }
+    ManagedObject* client = byUid(*context, "Client", "client");
+    ManagedObject* fixed = byUid(*context, "Invoice", "fixed");
+    if (client == nullptr || fixed == nullptr) {
+        _exit(3);
+    }
+    const std::vector<ManagedObject*> lines = fixed->toManyObjects(*fixed->entity().relationshipNamed("childs"));
+    for (;;) {
+        int64_t k = client->valueForKey("counter").toInt64() + 1;
+        client->setValueForKey(Value(k), "counter");
+        for (ManagedObject* line : lines) {
+            line->setValueForKey(Value(Decimal(k)), "quantity");
+        }
+        ManagedObject* invoice = context->insertNewObjectForEntityForName("Invoice");
+        invoice->setValueForKey(Value("save-" + std::to_string(k)), "uid");
+        invoice->setValueForKey(Value(static_cast<Object*>(client)), "client");
+        if (ManagedObject* old = byUid(*context, "Invoice", "save-" + std::to_string(k - kKeptInvoices))) {
+            context->deleteObject(old);
+        }
+        if (!context->save()) {
+            _exit(4);
+        }
+    }
+}
+
+// Opens the file as the user would after the crash and checks that it holds exactly the
+// state of one whole save. Answers that save's number.
+int64_t checkConsistent(const std::string& path) {
+    std::string error;
+    auto context = openContext(path, false, "Parent", &error);
+    EXPECT_TRUE(context) << error;
+    if (!context) {
+        return -1;
+    }
+    ManagedObject* client = byUid(*context, "Client", "client");
+    ManagedObject* fixed = byUid(*context, "Invoice", "fixed");
+    EXPECT_NE(client, nullptr);
+    EXPECT_NE(fixed, nullptr);
+    if (client == nullptr || fixed == nullptr) {
+        return -1;
+    }
+    const int64_t k = client->valueForKey("counter").toInt64();
+    const std::vector<ManagedObject*>& lines = fixed->toManyObjects(*fixed->entity().relationshipNamed("childs"));
+    EXPECT_EQ(lines.size(), static_cast<size_t>(kLineCount));
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(lines[i]->valueForKey("uid"), Value("c" + std::to_string(i)));
+        EXPECT_EQ(lines[i]->valueForKey("quantity"), Value(Decimal(k))) << "line " << i << " after save " << k;
+    }
+    std::set<std::string> expected = {"fixed"};
+    for (int64_t j = std::max<int64_t>(1, k - kKeptInvoices + 1); j <= k; ++j) {
+        expected.insert("save-" + std::to_string(j));
+    }
+    std::set<std::string> invoices;
+    for (ManagedObject* invoice : fetchAll(*context, "Invoice")) {
+        invoices.insert(invoice->valueForKey("uid").toString());
+        EXPECT_EQ(invoice->valueForKey("client").object(), client);
+    }
+    EXPECT_EQ(invoices, expected) << "after save " << k;
+    EXPECT_EQ(client->toManyObjects(*client->entity().relationshipNamed("invoices")).size(), expected.size());
+    // The change log holds exactly the saves whose data is there.
+    int64_t childSaves = 0;
+    for (const ChangeSetInfo& info : storeOf(*context).changeLog()) {
+        if (info.device == "Child") {
+            ++childSaves;
+            EXPECT_EQ(info.sequence, childSaves);
+        }
+    }
+    EXPECT_EQ(childSaves, k);
+    return k;
+}
+
+TEST(CrashSafetyTest, KilledDuringSavesTheFileHoldsOneWholeSave) {
+    TemporaryFolder folder;
+    const std::string path = folder / "Crash.brassline";
+    makeCrashCompany(path);
+    ASSERT_FALSE(::testing::Test::HasFatalFailure());
+    std::mt19937 random(20240601);
+    std::uniform_int_distribution<int> delayMicroseconds(2000, 60000);
+    int64_t previous = 0;
+    for (int run = 0; run < 30; ++run) {
+        SCOPED_TRACE("run " + std::to_string(run));
+        std::fflush(nullptr);
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            saveUntilKilled(path);
+        }
+        ::usleep(static_cast<useconds_t>(delayMicroseconds(random)));
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        // The child must have died by the kill, not by a failure of its own.
+        ASSERT_TRUE(WIFSIGNALED(status)) << "child exited with " << WEXITSTATUS(status);
+        int64_t k = checkConsistent(path);
+        ASSERT_FALSE(::testing::Test::HasFailure());
+        EXPECT_GE(k, previous);
+        previous = k;
+    }
+    // The runs made progress, so the kills met saves in flight rather than idle children.
+    EXPECT_GT(previous, 30);
+}
+
+}  // namespace
+}  // namespace brassline
