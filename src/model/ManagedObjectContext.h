@@ -13,6 +13,7 @@
 #include "core/Value.h"
 #include "model/EntityDescription.h"
 #include "model/ManagedObject.h"
+#include "model/PersistentStore.h"
 
 namespace brassline {
 
