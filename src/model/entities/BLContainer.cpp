@@ -1,5 +1,6 @@
 #include "model/entities/BLContainer.h"
 
+#include <algorithm>
 #include <map>
 #include <unordered_set>
 
@@ -157,6 +158,14 @@ BLContainer* BLContainer::defaultItemForContext(ManagedObjectContext& context, c
     }
     BLContainer* result = nullptr;
     if (found.empty() && known != nullptr) {
+        // Setting up a default may ask for defaults in turn (a team member's set-up wants
+        // the default team member): while one is being made, it isn't there yet.
+        static std::vector<std::pair<const ManagedObjectContext*, const EntityDescription*>> making;
+        const auto key = std::make_pair(static_cast<const ManagedObjectContext*>(&context), known);
+        if (std::find(making.begin(), making.end(), key) != making.end()) {
+            return nullptr;
+        }
+        making.push_back(key);
         // A default made for the user is no step of the user's: nothing to undo.
         UndoManager* undo = context.undoManager();
         bool wasEnabled = undo != nullptr && undo->isUndoRegistrationEnabled();
@@ -176,6 +185,7 @@ BLContainer* BLContainer::defaultItemForContext(ManagedObjectContext& context, c
         if (wasEnabled) {
             undo->enableUndoRegistration();
         }
+        making.erase(std::find(making.begin(), making.end(), key));
     } else if (!found.empty()) {
         result = found.front();
     }

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "model/BLSyncHelper.h"
+#include "model/ManagedObjectContext.h"
+#include "model/PersistentStore.h"
+#include "model/NotificationCenter.h"
+#include "model/RunLoop.h"
+#include "model/entities/BLContextState.h"
+#include "model/entities/ModelHooks.h"
+#include "model/entities/gen/BrasslineModel.h"
+
+namespace brassline {
+
+// A fresh in-memory context of the business model per test; hooks, flags and the run
+// loop are reset around it.
+class EntityFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunLoop::resetMainForTesting();
+        NotificationCenter::resetDefaultCenterForTesting();
+        resetModelHooks();
+        BLSyncHelper::setIsSyncing(false);
+        m_context = std::make_unique<ManagedObjectContext>(gen::brasslineModel());
+    }
+    void TearDown() override {
+        // Pending performs point at the context: they go before it does.
+        RunLoop::resetMainForTesting();
+        BLContextState::forgetContext(*m_context);
+        m_context.reset();
+        resetModelHooks();
+        BLSyncHelper::setIsSyncing(false);
+        NotificationCenter::resetDefaultCenterForTesting();
+    }
+
+    ManagedObjectContext& context() { return *m_context; }
+    template <typename T>
+    T* insert() {
+        return T::insertInManagedObjectContext(*m_context);
+    }
+
+private:
+    std::unique_ptr<ManagedObjectContext> m_context;
+};
+
+}  // namespace brassline
