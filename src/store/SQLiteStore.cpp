@@ -532,6 +532,7 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
     if (!m_impl->snapshot) {
         return setError(error, "the store's objects were handed out already");
     }
+    const auto start = Stopwatch::now();
     m_updating = true;
     StoreSnapshot snapshot = std::move(*m_impl->snapshot);
     m_impl->snapshot.reset();
@@ -607,6 +608,12 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
     }
     context.finishLoading();
     m_updating = false;
+    Value::Dictionary entry;
+    entry.emplace("operation", Value("load"));
+    entry.emplace("objects", Value(static_cast<int64_t>(snapshot.objectCount())));
+    entry.emplace("seconds", Value(secondsSince(start)));
+    entry.emplace("date", Value(Date::now()));
+    m_performance.emplace_back(std::move(entry));
     return true;
 }
 
