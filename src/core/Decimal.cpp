@@ -13,7 +13,7 @@ namespace brassline {
 
 namespace {
 
-using u128 = unsigned __int128;
+using u128 = UInt128;
 using u64 = uint64_t;
 
 constexpr std::array<u128, 39> makePowersOf10() {
@@ -583,7 +583,7 @@ Decimal::Decimal(int64_t value) {
     *this = DecimalBuilder::normalise(magnitude, 0, value < 0);
 }
 
-Decimal Decimal::fromParts(unsigned __int128 significand, int exponent, bool negative) {
+Decimal Decimal::fromParts(UInt128 significand, int exponent, bool negative) {
     int64_t clamped = std::clamp<int64_t>(exponent, -kExponentClamp, kExponentClamp);
     return DecimalBuilder::finish(significand, static_cast<int>(clamped), negative);
 }

@@ -10,6 +10,10 @@ namespace brassline {
 
 class BLTaxDetails;
 
+// The significand's type. __extension__ marks the GNU 128-bit integer as intended, so
+// -Wpedantic stays on for everything else.
+__extension__ typedef unsigned __int128 UInt128;
+
 // How a value is rounded to a number of fraction digits. Plain rounds a digit 5 away
 // from zero; Down and Up round toward negative and positive infinity (-1.234 rounds Down
 // to -1.24 and Up to -1.23 at 2 digits); Bankers rounds a 5 to the even neighbour.
@@ -30,7 +34,7 @@ public:
     Decimal(int value) : Decimal(static_cast<int64_t>(value)) {}
 
     // Builds significand × 10^exponent, normalised; not-a-number when it cannot be held.
-    static Decimal fromParts(unsigned __int128 significand, int exponent, bool negative);
+    static Decimal fromParts(UInt128 significand, int exponent, bool negative);
     static Decimal notANumber();
     static Decimal zero() { return {}; }
     static Decimal one() { return Decimal(int64_t{1}); }
@@ -54,7 +58,7 @@ public:
     // The test against 0 that the business rules make: through a 32-bit float.
     bool isZeroAsFloat() const { return toFloat() == 0.0f; }
 
-    unsigned __int128 significand() const { return m_significand; }
+    UInt128 significand() const { return m_significand; }
     int exponent() const { return m_exponent; }
 
     Decimal operator-() const;
@@ -112,7 +116,7 @@ private:
 
     // Normal form: significand below 10^38 without trailing zeros (unless the exponent
     // is at its top), zero as 0 × 10^0 and never negative.
-    unsigned __int128 m_significand = 0;
+    UInt128 m_significand = 0;
     int16_t m_exponent = 0;
     bool m_negative = false;
     bool m_nan = false;

@@ -264,7 +264,7 @@ private:
         bool negative = number.isNaN();
         bool compact = false;
         if (!number.isNaN()) {
-            unsigned __int128 significand = number.significand();
+            UInt128 significand = number.significand();
             exponent = number.exponent();
             negative = number.isNegative();
             compact = significand % 10 != 0;
@@ -582,7 +582,7 @@ private:
         if (length == 0) {
             return Value(negative ? Decimal::notANumber() : Decimal());
         }
-        unsigned __int128 significand = 0;
+        UInt128 significand = 0;
         for (int64_t i = length - 1; i >= 0; --i) {
             const uint8_t first = mantissa[static_cast<size_t>(i) * 2];
             const uint8_t second = mantissa[static_cast<size_t>(i) * 2 + 1];

@@ -375,7 +375,14 @@ std::string Value::description() const {
         }
         return out + "}";
     }
-    case Type::Object: return "<" + std::string(object()->className()) + ">";
+    case Type::Object: {
+        // Built by appending: g++ 12 misreads `"<" + std::string(...)` under -O3 as an
+        // overlapping copy (-Wrestrict), which CI's -Werror would turn into a failure.
+        std::string out = "<";
+        out += object()->className();
+        out += '>';
+        return out;
+    }
     default: return toString();
     }
 }

@@ -201,7 +201,7 @@ TEST(DecimalTest, SaveParseAnswersZeroForBadTextAndNotANumber) {
 
 TEST(DecimalTest, CanonicalTextHasNoExponentAndNoTrailingZeros) {
     struct Case {
-        unsigned __int128 significand;
+        UInt128 significand;
         int exponent;
         bool negative;
         std::string expected;
@@ -217,9 +217,9 @@ TEST(DecimalTest, CanonicalTextHasNoExponentAndNoTrailingZeros) {
         {1, 127, true, "-1" + zeros(127)},
         // 1000 × 10^126 is held as 100 × 10^127; 10^38 × 10^128 cannot be held.
         {1000, 126, false, "1" + zeros(129)},
-        {static_cast<unsigned __int128>(10000000000000000000ull) * 10000000000000000000ull, 128, false, "NaN"},
+        {static_cast<UInt128>(10000000000000000000ull) * 10000000000000000000ull, 128, false, "NaN"},
         // A 39-digit significand is rounded on the way in.
-        {static_cast<unsigned __int128>(10000000000000000000ull) * 10000000000000000000ull + 5, -40, false,
+        {static_cast<UInt128>(10000000000000000000ull) * 10000000000000000000ull + 5, -40, false,
          "0.01" + zeros(36) + "1"},
     };
     for (const Case& c : cases) {
