@@ -32,7 +32,7 @@ std::optional<Decimal> parseCanonicalDecimal(std::string_view text) {
         negative = true;
         i = 1;
     }
-    unsigned __int128 significand = 0;
+    UInt128 significand = 0;
     int significantDigits = 0;
     int fractionDigits = -1;
     bool sawDigit = false;
@@ -419,7 +419,7 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
             }
         }
     }
-    std::sort(snapshot.edges.begin(), snapshot.edges.end(), [](const Edge& a, const Edge& b) {
+    auto before = [](const Edge& a, const Edge& b) {
         if (a.owner != b.owner) {
             return a.owner < b.owner;
         }
@@ -430,7 +430,12 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
             return a.position < b.position;
         }
         return a.member < b.member;
-    });
+    };
+    // Members are mostly written after their owner and in order, so the rows often arrive
+    // sorted already.
+    if (!std::is_sorted(snapshot.edges.begin(), snapshot.edges.end(), before)) {
+        std::sort(snapshot.edges.begin(), snapshot.edges.end(), before);
+    }
     return snapshot;
 }
 
