@@ -96,6 +96,28 @@ inline u128 divideBySmall(u128 value, u64 divisor, u64& remainder) {
     return (static_cast<u128>(quotientHigh) << 64) | quotientLow;
 }
 
+// Number of decimal digits of a 64-bit value; 0 for 0.
+int digitCount(u64 value) {
+    if (value == 0) {
+        return 0;
+    }
+    int estimate = ((64 - __builtin_clzll(value)) * 1233) >> 12;
+    return estimate + (value >= kPow10Small[estimate] ? 1 : 0);
+}
+
+// True when the value's last decimal digit is 0: even, and divisible by 5. As 2^32 ≡ 1
+// (mod 5), the sum of the 32-bit quarters has the value's residue, and a multiple of 5
+// times 5's inverse modulo 2^64 is at most (2^64 − 1) ÷ 5: no division instruction.
+bool endsInZero(u128 value) {
+    u64 high = static_cast<u64>(value >> 64);
+    u64 low = static_cast<u64>(value);
+    if ((low & 1) != 0) {
+        return false;
+    }
+    u64 quarters = (high >> 32) + (high & 0xffffffffu) + (low >> 32) + (low & 0xffffffffu);
+    return quarters * 0xcccccccccccccccdull <= 0x3333333333333333ull;
+}
+
 // An unsigned 256-bit integer, little-endian 64-bit limbs: wide enough for a product of
 // two significands (76 digits) and for a dividend scaled to give 39 quotient digits.
 struct U256 {
@@ -546,6 +568,9 @@ public:
         if (remainder >= divisor - remainder) {
             ++quotient;
         }
+        if (exponent <= Decimal::kMaxExponent && !endsInZero(quotient)) {
+            return make(quotient, exponent, negative);
+        }
         return normalise(quotient, exponent, negative);
     }
 
@@ -719,12 +744,8 @@ Decimal Decimal::operator-() const {
     return result;
 }
 
-Decimal Decimal::operator+(const Decimal& other) const {
-    return DecimalBuilder::add(*this, other, false);
-}
-
-Decimal Decimal::operator-(const Decimal& other) const {
-    return DecimalBuilder::add(*this, other, true);
+Decimal Decimal::addGeneral(const Decimal& other, bool negateOther) const {
+    return DecimalBuilder::add(*this, other, negateOther);
 }
 
 Decimal Decimal::operator*(const Decimal& other) const {

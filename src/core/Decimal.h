@@ -62,8 +62,14 @@ public:
     int exponent() const { return m_exponent; }
 
     Decimal operator-() const;
-    Decimal operator+(const Decimal& other) const;
-    Decimal operator-(const Decimal& other) const;
+    Decimal operator+(const Decimal& other) const {
+        Decimal result;
+        return addSmall(other, false, result) ? result : addGeneral(other, false);
+    }
+    Decimal operator-(const Decimal& other) const {
+        Decimal result;
+        return addSmall(other, true, result) ? result : addGeneral(other, true);
+    }
     Decimal operator*(const Decimal& other) const;
     Decimal operator/(const Decimal& other) const;
     Decimal& operator+=(const Decimal& other) { return *this = *this + other; }
@@ -113,6 +119,58 @@ public:
 
 private:
     friend class DecimalBuilder;
+
+    static constexpr uint64_t kSmallPowersOf10[19] = {1ull, 10ull, 100ull, 1000ull, 10000ull, 100000ull, 1000000ull,
+                                                      10000000ull, 100000000ull, 1000000000ull, 10000000000ull,
+                                                      100000000000ull, 1000000000000ull, 10000000000000ull,
+                                                      100000000000000ull, 1000000000000000ull, 10000000000000000ull,
+                                                      100000000000000000ull, 1000000000000000000ull};
+
+    // The sum (or difference) of money amounts, inline: both significands below 2^64, the
+    // exponents at most 18 apart and the aligned result below 2^64 and not ending in 0 (so
+    // already normal). Answers false, leaving `result` alone, for anything else.
+    bool addSmall(const Decimal& other, bool negateOther, Decimal& result) const {
+        if (m_nan || other.m_nan || ((m_significand | other.m_significand) >> 64) != 0) {
+            return false;
+        }
+        auto a = static_cast<uint64_t>(m_significand);
+        auto b = static_cast<uint64_t>(other.m_significand);
+        int gap = m_exponent - other.m_exponent;
+        int exponent = m_exponent;
+        if (gap > 0) {
+            if (gap > 18 || __builtin_mul_overflow(a, kSmallPowersOf10[gap], &a)) {
+                return false;
+            }
+            exponent = other.m_exponent;
+        } else if (gap < 0) {
+            if (gap < -18 || __builtin_mul_overflow(b, kSmallPowersOf10[-gap], &b)) {
+                return false;
+            }
+        }
+        bool otherNegative = other.m_negative != negateOther;
+        uint64_t sum = 0;
+        bool negative = m_negative;
+        if (m_negative == otherNegative) {
+            if (__builtin_add_overflow(a, b, &sum)) {
+                return false;
+            }
+        } else if (a >= b) {
+            sum = a - b;
+        } else {
+            sum = b - a;
+            negative = otherNegative;
+        }
+        // Ends in 0 (zero included): even and a multiple of 5, which times 5's inverse
+        // modulo 2^64 is at most (2^64 − 1) ÷ 5. The general path strips those zeros.
+        if ((sum & 1) == 0 && sum * 0xcccccccccccccccdull <= 0x3333333333333333ull) {
+            return false;
+        }
+        result.m_significand = sum;
+        result.m_exponent = static_cast<int16_t>(exponent);
+        result.m_negative = negative;
+        return true;
+    }
+    Decimal addGeneral(const Decimal& other, bool negateOther) const;
 
     // Normal form: significand below 10^38 without trailing zeros (unless the exponent
     // is at its top), zero as 0 × 10^0 and never negative.
