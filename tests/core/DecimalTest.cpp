@@ -77,6 +77,50 @@ TEST(DecimalTest, AddsAndSubtractsExactlyUpTo38Digits) {
     }
 }
 
+// Sums of operands below 2^64 take an inline path; these cases sit on its edges: sums
+// past 2^64, alignment that overflows, exponents 18 and 19 apart, results ending in 0 or
+// exactly 0 (which must come out as 0 × 10^0, never negative) and the top exponent.
+TEST(DecimalTest, AddsSmallOperandsInNormalFormAtThePathEdges) {
+    struct Case {
+        std::string a;
+        char op;
+        std::string b;
+        std::string expected;
+        int exponent;
+    };
+    const Case cases[] = {
+        {"18446744073709551615", '+', "1", "18446744073709551616", 0},
+        {"9999999999999999999", '+', "1", "1" + zeros(19), 19},
+        {"9999999999999999999", '+', "0.1", "9999999999999999999.1", -1},
+        {"999999999999999999.9", '+', "0.1", "1" + zeros(18), 18},
+        {"1844674407370955162", '+', "0.1", "1844674407370955162.1", -1},
+        {"1", '+', "1e-18", "1.000000000000000001", -18},
+        {"1", '+', "1e-19", "1.0000000000000000001", -19},
+        {"1e-18", '+', "1", "1.000000000000000001", -18},
+        {"0.5", '+', "0.5", "1", 0},
+        {"-1.5", '-', "-2.5", "1", 0},
+        {"19.99", '-', "19.99", "0", 0},
+        {"-19.99", '+', "19.99", "0", 0},
+        {"0.01", '-', "3", "-2.99", -2},
+        {"-3", '+', "0.19", "-2.81", -2},
+        {"2", '-', "-3", "5", 0},
+        {"0", '-', "19.99", "-19.99", -2},
+        {"19.99", '+', "0", "19.99", -2},
+        {"0", '+', "0", "0", 0},
+        {"1e127", '+', "1e127", "2" + zeros(127), 127},
+        // 10 × 10^127 keeps its trailing zero: the exponent cannot grow.
+        {"5e127", '+', "5e127", "1" + zeros(128), 127},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.a + " " + c.op + " " + c.b);
+        Decimal result = c.op == '+' ? dec(c.a) + dec(c.b) : dec(c.a) - dec(c.b);
+        EXPECT_EQ(result.toString(), c.expected);
+        EXPECT_EQ(result.exponent(), c.exponent);
+        EXPECT_FALSE(result.isZero() && result.isNegative());
+        EXPECT_EQ(result, dec(c.expected));
+    }
+}
+
 TEST(DecimalTest, MultipliesAndRoundsTheProductPlainlyTo38Digits) {
     struct Case {
         std::string a;
