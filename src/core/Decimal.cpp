@@ -535,15 +535,18 @@ public:
 
     // Two hardware divisions for operands below 2^64: the dividend is scaled so that the
     // first quotient has exactly 19 digits, the remainder gives 19 more, and the final
-    // remainder against half the divisor decides the plain rounding. Empty where the
+    // remainder against half the divisor decides the plain rounding. False where the
     // scaling does not fit or the result would round below the smallest exponent; the
-    // general path handles those.
-    static std::optional<Decimal> divideSmallOperands(u64 dividend, u64 divisor, int exponent, bool negative) {
-        int scale = 18 - digitCount(dividend) + digitCount(divisor);
-        if (scale < 0 || digitCount(dividend) + scale + 1 > Decimal::kMaxDigits) {
-            return std::nullopt;
+    // general path handles those. Operands are non-zero.
+    static bool divideSmallOperands(u64 dividend, u64 divisor, int exponent, bool negative, Decimal& result) {
+        int dividendDigits = digitCount(dividend);
+        int scale = 18 - dividendDigits + digitCount(divisor);
+        if (scale < 0 || dividendDigits + scale + 1 > Decimal::kMaxDigits) {
+            return false;
         }
-        u128 scaled = dividend * kPow10[scale];
+        // dividend × 10^scale < 10^37: a split power keeps each factor within 64 bits.
+        u128 scaled = scale <= 19 ? static_cast<u128>(dividend) * kPow10Small[scale]
+                                  : static_cast<u128>(dividend * kPow10Small[scale - 19]) * kPow10To19;
         if (scaled < static_cast<u128>(divisor) * kPow10Small[18]) {
             ++scale;
             scaled *= 10;
@@ -553,28 +556,44 @@ public:
         u64 high = divideWide(static_cast<u64>(scaled >> 64), static_cast<u64>(scaled), divisor, remainder);
         exponent -= scale;
         if (remainder == 0) {
-            return finish(high, exponent, negative);
+            result = finish(high, exponent, negative);
+            return true;
         }
         u128 next = static_cast<u128>(remainder) * kPow10To19;
         u64 low = divideWide(static_cast<u64>(next >> 64), static_cast<u64>(next), divisor, remainder);
         u128 quotient = static_cast<u128>(high) * kPow10To19 + low;
         exponent -= 19;
         if (remainder == 0) {
-            return finish(quotient, exponent, negative);
+            result = finish(quotient, exponent, negative);
+            return true;
         }
         if (exponent < Decimal::kMinExponent) {
-            return std::nullopt;
+            return false;
         }
         if (remainder >= divisor - remainder) {
             ++quotient;
         }
-        if (exponent <= Decimal::kMaxExponent && !endsInZero(quotient)) {
-            return make(quotient, exponent, negative);
-        }
-        return normalise(quotient, exponent, negative);
+        // A quotient rounded at 38 digits that does not end in 0 is already normal.
+        result = exponent <= Decimal::kMaxExponent && !endsInZero(quotient) ? make(quotient, exponent, negative)
+                                                                              : normalise(quotient, exponent, negative);
+        return true;
     }
 
+    // Operands below 2^64 first, out of line of everything else so that the common case
+    // does not pay for the general path's registers and stack.
     static Decimal divide(const Decimal& left, const Decimal& right) {
+        if (!left.m_nan && !right.m_nan && ((left.m_significand | right.m_significand) >> 64) == 0 &&
+            left.m_significand != 0 && right.m_significand != 0) {
+            Decimal result;
+            if (divideSmallOperands(static_cast<u64>(left.m_significand), static_cast<u64>(right.m_significand),
+                                    left.m_exponent - right.m_exponent, left.m_negative != right.m_negative, result)) {
+                return result;
+            }
+        }
+        return divideGeneral(left, right);
+    }
+
+    [[gnu::noinline]] static Decimal divideGeneral(const Decimal& left, const Decimal& right) {
         if (left.m_nan || right.m_nan || right.m_significand == 0) {
             return Decimal::notANumber();
         }
@@ -582,13 +601,6 @@ public:
             return Decimal();
         }
         bool negative = left.m_negative != right.m_negative;
-        if (((left.m_significand | right.m_significand) >> 64) == 0) {
-            std::optional<Decimal> quick = divideSmallOperands(static_cast<u64>(left.m_significand), static_cast<u64>(right.m_significand),
-                                                               left.m_exponent - right.m_exponent, negative);
-            if (quick) {
-                return *quick;
-            }
-        }
         // Scale the dividend so that the integer quotient has 39 or 40 digits: 38 to keep
         // and at least one to round on. The dividend stays below 10^77.
         int scale = 39 + digitCount(right.m_significand) - digitCount(left.m_significand);
