@@ -9,5 +9,7 @@ namespace brassline::cli {
 // Each group of commands adds its subcommands to the application. A command reports
 // failures on standard error and leaves a non-zero exit code in `exitCode`.
 void addValueCommands(CLI::App& app, int& exitCode);
+// new, info, insert, set, get, fetch, delete, export-sqlite on a company file.
+void addStoreCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

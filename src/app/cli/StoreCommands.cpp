@@ -1,0 +1,151 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "app/cli/Commands.h"
+#include "store/CompanyFileCommands.h"
+
+namespace brassline::cli {
+
+namespace {
+
+void addNewCommand(CLI::App& app, int& exitCode) {
+    struct Options {
+        std::string path;
+        bool notTaxable = false;
+        companyfile::NewOptions setup;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("new", "Create a company file with the first-run set-up");
+    command->add_option("path", options->path, "The new package (Name.brassline)")->required();
+    command->add_option("--vat-id", options->setup.vatID, "The firm's VAT identification number");
+    command->add_flag("--taxable,!--not-taxable", options->setup.taxable,
+                      "Whether the firm charges taxes (default: taxable)");
+    command->add_flag("--gross-prices", options->setup.useGrossPrices, "Enter prices including taxes");
+    command->add_option("--tax", options->setup.taxes, "A tax rate NAME=PERCENT (repeatable); the first is the default")
+        ->allow_extra_args(false);
+    command->callback([options, &exitCode] {
+        exitCode = companyfile::newFile(options->path, options->setup, std::cout, std::cerr);
+    });
+}
+
+void addInfoCommand(CLI::App& app, int& exitCode) {
+    auto path = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand("info", "Show a company file's identity, model version and object counts");
+    command->add_option("path", *path, "The company file")->required();
+    command->add_flag("--json", *json, "Print one JSON object");
+    command->callback([path, json, &exitCode] { exitCode = companyfile::info(*path, *json, std::cout, std::cerr); });
+}
+
+void addInsertCommand(CLI::App& app, int& exitCode) {
+    struct Options {
+        std::string path;
+        std::string entity;
+        std::vector<std::string> values;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand(
+        "insert",
+        "Insert an object as the user would (set-up, then each KEY=VALUE through its setter) and print its uid.\n"
+        "Decimals as text (19.99), dates ISO 8601 (2026-11-22), bools yes/no/true/false/1/0,\n"
+        "a to-one relationship the target's uid; an empty value clears the key");
+    command->add_option("path", options->path, "The company file")->required();
+    command->add_option("entity", options->entity, "Entity name (Client, Invoice, Cost, ...)")->required();
+    command->add_option("values", options->values, "KEY=VALUE pairs, applied in order");
+    command->callback([options, &exitCode] {
+        exitCode = companyfile::insert(options->path, options->entity, options->values, std::cout, std::cerr);
+    });
+}
+
+void addSetCommand(CLI::App& app, int& exitCode) {
+    struct Options {
+        std::string path;
+        std::string uid;
+        std::vector<std::string> values;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("set", "Set values of an object through its setters");
+    command->add_option("path", options->path, "The company file")->required();
+    command->add_option("uid", options->uid, "The object's uid")->required();
+    command->add_option("values", options->values, "KEY=VALUE pairs, applied in order")->required();
+    command->callback([options, &exitCode] {
+        exitCode = companyfile::set(options->path, options->uid, options->values, std::cout, std::cerr);
+    });
+}
+
+void addGetCommand(CLI::App& app, int& exitCode) {
+    struct Options {
+        std::string path;
+        std::string uid;
+        std::vector<std::string> keyPaths;
+        bool json = false;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand(
+        "get",
+        "Print values of an object by key path, one line each: decimals as text, dates ISO 8601,\n"
+        "bools 1/0, objects by uid, absent as an empty line, lists and dictionaries as JSON");
+    command->add_option("path", options->path, "The company file")->required();
+    command->add_option("uid", options->uid, "The object's uid")->required();
+    command->add_option("keypaths", options->keyPaths, "Key paths (name, client.name, total, ...)")->required();
+    command->add_flag("--json", options->json, "Print one JSON object by key path");
+    command->callback([options, &exitCode] {
+        exitCode = companyfile::get(options->path, options->uid, options->keyPaths, options->json, std::cout, std::cerr);
+    });
+}
+
+void addFetchCommand(CLI::App& app, int& exitCode) {
+    struct Options {
+        std::string path;
+        std::string entity;
+        companyfile::FetchOptions fetch;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand(
+        "fetch", "List the objects of an entity that match a predicate: uid and keys tab-separated, or JSON");
+    command->add_option("path", options->path, "The company file")->required();
+    command->add_option("entity", options->entity, "Entity name (abstract ones include their subentities)")
+        ->required();
+    command->add_option("predicate", options->fetch.predicate, "A predicate such as \"name BEGINSWITH 'A'\"");
+    command->add_option("--keys", options->fetch.keys, "Key paths to print, comma-separated")->delimiter(',');
+    command->add_option("--sort", options->fetch.sort, "KEY or KEY:desc, comma-separated")->delimiter(',');
+    command->add_flag("--json", options->fetch.json, "One JSON object per line");
+    command->callback([options, &exitCode] {
+        exitCode = companyfile::fetch(options->path, options->entity, options->fetch, std::cout, std::cerr);
+    });
+}
+
+void addDeleteCommand(CLI::App& app, int& exitCode) {
+    auto path = std::make_shared<std::string>();
+    auto uid = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand("delete", "Delete an object (its delete rules apply)");
+    command->add_option("path", *path, "The company file")->required();
+    command->add_option("uid", *uid, "The object's uid")->required();
+    command->callback([path, uid, &exitCode] { exitCode = companyfile::remove(*path, *uid, std::cout, std::cerr); });
+}
+
+void addExportCommand(CLI::App& app, int& exitCode) {
+    auto path = std::make_shared<std::string>();
+    auto out = std::make_shared<std::string>();
+    CLI::App* command =
+        app.add_subcommand("export-sqlite", "Write the whole company file to a plain SQLite database");
+    command->add_option("path", *path, "The company file")->required();
+    command->add_option("out", *out, "The SQLite file to write")->required();
+    command->callback(
+        [path, out, &exitCode] { exitCode = companyfile::exportSQLite(*path, *out, std::cout, std::cerr); });
+}
+
+}  // namespace
+
+void addStoreCommands(CLI::App& app, int& exitCode) {
+    addNewCommand(app, exitCode);
+    addInfoCommand(app, exitCode);
+    addInsertCommand(app, exitCode);
+    addSetCommand(app, exitCode);
+    addGetCommand(app, exitCode);
+    addFetchCommand(app, exitCode);
+    addDeleteCommand(app, exitCode);
+    addExportCommand(app, exitCode);
+}
+
+}  // namespace brassline::cli

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/Value.h"
+
+namespace brassline {
+
+class ManagedObjectContext;
+
+// Fixed uids of the objects a new company file starts with.
+inline constexpr const char* kDefaultForeignClientGroupUID = "com.orvane.Brassline.defaultForeignClientGroup";
+inline constexpr const char* kDefaultClientGroupUID = "com.orvane.Brassline.defaultClientGroup";
+inline constexpr const char* kDefaultTaxGroupNoTaxUID = "com.orvane.Brassline.defaultTaxGroupNoTax";
+inline constexpr const char* kDefaultTaxGroupTaxUIDFormat = "com.orvane.Brassline.defaultTaxGroupTax%ld";
+inline constexpr const char* kDefaultItemGroupUID = "com.orvane.Brassline.defaultItemGroup";
+inline constexpr const char* kDefaultFollowUpTypeUID = "com.orvane.Brassline.defaultFollowType";
+inline constexpr const char* kDefaultLayoutStorageUID = "com.orvane.Brassline.defaultLayoutStorage";
+inline constexpr const char* kDefaultLayoutUID = "com.orvane.Brassline.defaultLayout";
+inline constexpr const char* kXRechnungPluginIdentifier = "com.orvane.brassline.e-invoice.XRechnung.3_0";
+
+// The first-run contents of a company file, from the quick set-up's answers.
+class BLSetupDefaultsController {
+public:
+    // `setup` holds "vatID", "taxable", "useGrossPrices" and "taxes" (records of "name"
+    // and "value"). Makes the profile, payment type, client, tax, item and follow-up
+    // groups, the default layout and the preferences, with undo registration off.
+    static void setupWithObject(const Value::Dictionary& setup, ManagedObjectContext& context);
+    // Inserts each preference of "BLPref.plist" that the context does not hold yet (new
+    // and older files alike).
+    static void setupPreferencesForManagedObjectContext(ManagedObjectContext& context);
+    // Gives every client without a language the default language.
+    static void setupLanguageForManagedObjectContext(ManagedObjectContext& context);
+
+    // A property list of the resources folder as a dictionary; nothing (logged) when it
+    // is missing or not a dictionary.
+    static std::optional<Value::Dictionary> resourceDictionary(std::string_view name);
+    // Where resources are read from; tests point it elsewhere. Empty restores the built-in.
+    static void setResourcesDirectory(std::string path);
+    static std::string resourcesDirectory();
+};
+
+}  // namespace brassline

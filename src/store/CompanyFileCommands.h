@@ -1,0 +1,49 @@
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace brassline {
+
+// The command-line operations on a company file, apart from argument parsing so that
+// tests call them directly. Each writes its answer to `out` and its failure (naming the
+// entity, key, uid or value at fault) to `err`, and answers the exit code: 0 on success,
+// 1 for bad input or a refused file, 2 when a save fails. A failed command saves
+// nothing: all KEY=VALUE pairs are checked before any object is touched.
+namespace companyfile {
+
+struct NewOptions {
+    std::string vatID;
+    bool taxable = true;
+    bool useGrossPrices = false;
+    // "NAME=PERCENT" entries of the quick set-up.
+    std::vector<std::string> taxes;
+};
+
+struct FetchOptions {
+    std::string predicate;
+    std::vector<std::string> keys;
+    // "key" or "key:desc".
+    std::vector<std::string> sort;
+    bool json = false;
+};
+
+int newFile(const std::string& path, const NewOptions& options, std::ostream& out, std::ostream& err);
+int info(const std::string& path, bool json, std::ostream& out, std::ostream& err);
+int insert(const std::string& path, const std::string& entity, const std::vector<std::string>& assignments,
+           std::ostream& out, std::ostream& err);
+int set(const std::string& path, const std::string& uid, const std::vector<std::string>& assignments,
+        std::ostream& out, std::ostream& err);
+int get(const std::string& path, const std::string& uid, const std::vector<std::string>& keyPaths, bool json,
+        std::ostream& out, std::ostream& err);
+int fetch(const std::string& path, const std::string& entity, const FetchOptions& options, std::ostream& out,
+          std::ostream& err);
+int remove(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err);
+int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err);
+
+}  // namespace companyfile
+
+}  // namespace brassline
