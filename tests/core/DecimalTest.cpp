@@ -169,6 +169,12 @@ TEST(DecimalTest, DividesTo38SignificantDigits) {
         {"10", "4", "2.5"},
         {"100", "8", "12.5"},
         {"1234.56", "19.99", "61.758879439719859929964982491245622811"},
+        // The 38th digit rounds up into a 0 (…62962|96), or is a 0 already (…190|47): the
+        // zero is stripped. At the top of the range it stays, the exponent being at 127.
+        {"8", "27", "0.2962962962962962962962962962962962963"},
+        {"19", "21", "0.9047619047619047619047619047619047619"},
+        {"8e164", "27", "2962962962962962962962962962962962963" + zeros(127)},
+        {"8e127", "27e-38", "2962962962962962962962962962962962963" + zeros(128)},
         {"0", "5", "0"},
         {"1", "0", "NaN"},
         {"0", "0", "NaN"},
@@ -185,7 +191,11 @@ TEST(DecimalTest, DividesTo38SignificantDigits) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.a + " / " + c.b);
-        EXPECT_EQ((dec(c.a) / dec(c.b)).toString(), c.expected);
+        Decimal quotient = dec(c.a) / dec(c.b);
+        EXPECT_EQ(quotient.toString(), c.expected);
+        // Normal form: no trailing zero below the top exponent.
+        EXPECT_TRUE(quotient.exponent() == Decimal::kMaxExponent || quotient.significand() % 10 != 0 || quotient.isZero() ||
+                    quotient.isNaN());
     }
 }
 
