@@ -1,0 +1,277 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/Value.h"
+#include "model/BLSyncHelper.h"
+#include "model/NotificationCenter.h"
+#include "model/RunLoop.h"
+#include "model/entities/ModelHooks.h"
+#include "store/CompanyFileCommands.h"
+#include "StoreTestSupport.h"
+
+namespace brassline {
+namespace {
+
+using storetest::TemporaryFolder;
+namespace cf = companyfile;
+
+struct Result {
+    int code = 0;
+    std::string out;
+    std::string err;
+};
+
+// Runs one command the way main does, capturing both streams.
+template <typename Function>
+Result run(Function function) {
+    std::ostringstream out;
+    std::ostringstream err;
+    Result result;
+    result.code = function(out, err);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
+
+std::string firstLine(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+class CompanyFileCommandsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunLoop::resetMainForTesting();
+        NotificationCenter::resetDefaultCenterForTesting();
+        resetModelHooks();
+        BLSyncHelper::setIsSyncing(false);
+        m_path = m_folder / "Acme.brassline";
+        cf::NewOptions options;
+        options.taxes = {"VAT=19", "reduced=7"};
+        Result created = run([&](auto& out, auto& err) { return cf::newFile(m_path, options, out, err); });
+        ASSERT_EQ(created.code, 0) << created.err;
+    }
+    void TearDown() override {
+        RunLoop::resetMainForTesting();
+        resetModelHooks();
+        NotificationCenter::resetDefaultCenterForTesting();
+    }
+
+    Result insert(const std::string& entity, const std::vector<std::string>& values) {
+        return run([&](auto& out, auto& err) { return cf::insert(m_path, entity, values, out, err); });
+    }
+    Result get(const std::string& uid, const std::vector<std::string>& keys, bool json = false) {
+        return run([&](auto& out, auto& err) { return cf::get(m_path, uid, keys, json, out, err); });
+    }
+    Result set(const std::string& uid, const std::vector<std::string>& values) {
+        return run([&](auto& out, auto& err) { return cf::set(m_path, uid, values, out, err); });
+    }
+    Result fetch(const std::string& entity, const cf::FetchOptions& options) {
+        return run([&](auto& out, auto& err) { return cf::fetch(m_path, entity, options, out, err); });
+    }
+    // Object counts and change sets: any save shows here.
+    std::string state() {
+        return run([&](auto& out, auto& err) { return cf::info(m_path, true, out, err); }).out;
+    }
+    std::string insertClient(const std::string& name) {
+        Result result = insert("Client", {"name=" + name});
+        EXPECT_EQ(result.code, 0) << result.err;
+        return firstLine(result.out);
+    }
+
+    TemporaryFolder m_folder;
+    std::string m_path;
+};
+
+TEST_F(CompanyFileCommandsTest, NewFileHoldsTheFirstRunObjects) {
+    std::optional<Value> info = Value::fromJSON(state());
+    ASSERT_TRUE(info);
+    const Value& objects = (*info)["objects"];
+    // Not-taxable group plus one per tax; each tax group has a rule per client group.
+    EXPECT_EQ(objects["TaxGroup"].toInt64(), 3);
+    EXPECT_EQ(objects["TaxRule"].toInt64(), 6);
+    EXPECT_EQ(objects["ClientGroup"].toInt64(), 2);
+    EXPECT_EQ(objects["Profile"].toInt64(), 1);
+    EXPECT_EQ(objects["PaymentType"].toInt64(), 1);
+    EXPECT_EQ((*info)["modelVersion"].toInt64(), 23);
+    EXPECT_EQ((*info)["changeSets"].toInt64(), 1);
+
+    Result again = run([&](auto& out, auto& err) { return cf::newFile(m_path, {}, out, err); });
+    EXPECT_NE(again.code, 0);
+    EXPECT_NE(again.err.find("exists"), std::string::npos) << again.err;
+    Result badTax = run([&](auto& out, auto& err) {
+        cf::NewOptions options;
+        options.taxes = {"VAT"};
+        return cf::newFile(m_folder / "B.brassline", options, out, err);
+    });
+    EXPECT_EQ(badTax.code, 1);
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "B.brassline"));
+}
+
+TEST_F(CompanyFileCommandsTest, InsertedValuesReadBackInTheirCanonicalForm) {
+    std::string client = insertClient("Acme GmbH");
+    Result invoice = insert("Invoice", {"parentDocument=" + client, "dateCreation=2026-11-22", "subject=First",
+                                        "toDo=yes", "payInterval=14", "discount=-0.005"});
+    ASSERT_EQ(invoice.code, 0) << invoice.err;
+    std::string uid = firstLine(invoice.out);
+    EXPECT_EQ(uid.size(), 22u);
+    Result line = insert("Cost", {"parent=" + uid, "quantity=2", "unitPrice=19.990", "name=Work", "optional=0"});
+    ASSERT_EQ(line.code, 0) << line.err;
+    std::string lineUid = firstLine(line.out);
+
+    Result read = get(uid, {"subject", "client", "client.name", "dateCreation", "toDo", "payInterval", "discount",
+                            "dateSent", "childs"});
+    ASSERT_EQ(read.code, 0) << read.err;
+    std::string expected = "First\n" + client + "\nAcme GmbH\n" + Date::parseISO8601("2026-11-22")->iso8601String() +
+                           "\n1\n14\n-0.005\n\n[\"" + lineUid + "\"]\n";
+    EXPECT_EQ(read.out, expected);
+
+    Result json = get(lineUid, {"quantity", "unitPrice", "optional", "parent"}, true);
+    ASSERT_EQ(json.code, 0) << json.err;
+    std::optional<Value> parsed = Value::fromJSON(json.out);
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ((*parsed)["quantity"].toString(), "2");
+    EXPECT_EQ((*parsed)["unitPrice"].toString(), "19.99");
+    EXPECT_EQ((*parsed)["optional"], Value(false));
+    EXPECT_EQ((*parsed)["parent"].toString(), uid);
+}
+
+TEST_F(CompanyFileCommandsTest, BadInputIsNamedAndChangesNothing) {
+    std::string client = insertClient("Acme");
+    std::string profile = "default.profile";
+    std::string before = state();
+    struct Case {
+        const char* name;
+        std::string entity;
+        std::vector<std::string> values;
+        std::string message;
+    } cases[] = {
+        {"unknown entity", "Clientele", {"name=x"}, "Clientele"},
+        {"abstract entity", "Sendable", {}, "abstract"},
+        {"unknown key", "Client", {"name=x", "colour=red"}, "colour"},
+        {"bad decimal", "Cost", {"name=x", "quantity=1,5"}, "1,5"},
+        {"bad date", "Invoice", {"dateCreation=22.11.2026"}, "22.11.2026"},
+        {"bad bool", "Invoice", {"toDo=maybe"}, "maybe"},
+        {"int16 overflow", "Invoice", {"payInterval=40000"}, "40000"},
+        {"unknown target uid", "Invoice", {"parentDocument=nope"}, "nope"},
+        {"target of another entity", "Cost", {"itemGroup=" + client}, "ItemGroup"},
+        {"no equals sign", "Client", {"name"}, "KEY=VALUE"},
+        {"data attribute", "PaymentType", {"conditions=x"}, "data"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Result result = insert(c.entity, c.values);
+        EXPECT_EQ(result.code, 1);
+        EXPECT_TRUE(result.out.empty());
+        EXPECT_NE(result.err.find(c.message), std::string::npos) << result.err;
+    }
+    Result setBad = set(client, {"name=Changed", "archived=perhaps"});
+    EXPECT_EQ(setBad.code, 1);
+    EXPECT_NE(setBad.err.find("perhaps"), std::string::npos);
+    EXPECT_EQ(set("missing-uid", {"name=x"}).code, 1);
+    EXPECT_EQ(get(client, {"name"}).out, "Acme\n");
+    EXPECT_EQ(state(), before);
+
+    Result unknownKey = get(client, {"name", "colour"});
+    EXPECT_EQ(unknownKey.code, 1);
+    EXPECT_TRUE(unknownKey.out.empty());
+    EXPECT_NE(unknownKey.err.find("colour"), std::string::npos);
+    EXPECT_EQ(get("nope", {"name"}).code, 1);
+    EXPECT_EQ(get(profile, {"uid"}).out, "default.profile\n");
+}
+
+TEST_F(CompanyFileCommandsTest, SetChangesInOrderAndSaves) {
+    std::string client = insertClient("Acme");
+    Result result = set(client, {"name=First", "name=Second", "archived=true", "notes="});
+    ASSERT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(get(client, {"name", "archived", "notes"}).out, "Second\n1\n\n");
+}
+
+TEST_F(CompanyFileCommandsTest, FetchFiltersSortsAndPrintsKeys) {
+    std::string b = insertClient("Bravo");
+    std::string a = insertClient("Alpha");
+    std::string c = insertClient("Charlie");
+    cf::FetchOptions options;
+    options.keys = {"name"};
+    options.sort = {"name:desc"};
+    Result all = fetch("Client", options);
+    ASSERT_EQ(all.code, 0) << all.err;
+    EXPECT_EQ(all.out, c + "\tCharlie\n" + b + "\tBravo\n" + a + "\tAlpha\n");
+
+    options.predicate = "name BEGINSWITH 'A' OR name == 'Charlie'";
+    options.sort = {"name"};
+    options.json = true;
+    Result filtered = fetch("Client", options);
+    ASSERT_EQ(filtered.code, 0) << filtered.err;
+    EXPECT_EQ(filtered.out, "{\"entity\":\"Client\",\"name\":\"Alpha\",\"uid\":\"" + a +
+                                "\"}\n{\"entity\":\"Client\",\"name\":\"Charlie\",\"uid\":\"" + c + "\"}\n");
+
+    struct Case {
+        const char* name;
+        std::string entity;
+        cf::FetchOptions options;
+        std::string message;
+    } cases[] = {
+        {"bad predicate", "Client", {"name ==", {}, {}, false}, "predicate"},
+        {"unknown entity", "Nobody", {}, "Nobody"},
+        {"unknown key", "Client", {"", {"colour"}, {}, false}, "colour"},
+        {"unknown sort key", "Client", {"", {}, {"colour:desc"}, false}, "colour"},
+        {"bad direction", "Client", {"", {}, {"name:up"}, false}, "name:up"},
+    };
+    for (const Case& bad : cases) {
+        SCOPED_TRACE(bad.name);
+        Result result = fetch(bad.entity, bad.options);
+        EXPECT_EQ(result.code, 1);
+        EXPECT_NE(result.err.find(bad.message), std::string::npos) << result.err;
+    }
+}
+
+TEST_F(CompanyFileCommandsTest, DeleteRemovesTheObjectAndItsCascade) {
+    std::string client = insertClient("Acme");
+    std::string invoice = firstLine(insert("Invoice", {"parentDocument=" + client}).out);
+    std::string line = firstLine(insert("Cost", {"parent=" + invoice, "quantity=1"}).out);
+    Result removed = run([&](auto& out, auto& err) { return cf::remove(m_path, invoice, out, err); });
+    ASSERT_EQ(removed.code, 0) << removed.err;
+    EXPECT_EQ(get(invoice, {"uid"}).code, 1);
+    // The lines go with their invoice (childs cascade); the client stays.
+    EXPECT_EQ(get(line, {"uid"}).code, 1);
+    EXPECT_EQ(get(client, {"name"}).out, "Acme\n");
+    std::string before = state();
+    Result missing = run([&](auto& out, auto& err) { return cf::remove(m_path, invoice, out, err); });
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_NE(missing.err.find(invoice), std::string::npos);
+    EXPECT_EQ(state(), before);
+}
+
+TEST_F(CompanyFileCommandsTest, ExportWritesTheDatabase) {
+    std::string out = m_folder / "export.sqlite";
+    Result result = run([&](auto& o, auto& e) { return cf::exportSQLite(m_path, out, o, e); });
+    ASSERT_EQ(result.code, 0) << result.err;
+    EXPECT_GT(std::filesystem::file_size(out), 0u);
+    Result refused = run([&](auto& o, auto& e) { return cf::exportSQLite(m_path, m_folder / "no/such/dir.sqlite", o, e); });
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_NE(refused.err.find("ExportSQLiteError"), std::string::npos);
+}
+
+TEST_F(CompanyFileCommandsTest, RefusedFilesAreReportedAndKept) {
+    std::string plain = m_folder / "plain.brassline";
+    storetest::writeBytes(plain, "not a package");
+    std::string missing = m_folder / "Missing.brassline";
+    for (const std::string& path : {plain, missing}) {
+        SCOPED_TRACE(path);
+        auto before = storetest::treeContents(path);
+        Result info = run([&](auto& out, auto& err) { return cf::info(path, false, out, err); });
+        EXPECT_EQ(info.code, 1);
+        EXPECT_TRUE(info.out.empty());
+        EXPECT_NE(info.err.find(CompanyPackage::displayName(path)), std::string::npos) << info.err;
+        Result inserted = run([&](auto& out, auto& err) { return cf::insert(path, "Client", {"name=x"}, out, err); });
+        EXPECT_EQ(inserted.code, 1);
+        EXPECT_EQ(storetest::treeContents(path), before);
+    }
+}
+
+}  // namespace
+}  // namespace brassline
