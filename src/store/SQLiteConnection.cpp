@@ -192,7 +192,7 @@ SQLiteStatement SQLiteConnection::prepare(std::string_view sql) {
     return SQLiteStatement(statement);
 }
 
-std::optional<int64_t> SQLiteConnection::queryInteger(std::string_view sql) {
+std::optional<SQLiteStatement> SQLiteConnection::firstValueRow(std::string_view sql) {
     SQLiteStatement statement = prepare(sql);
     if (!statement.isValid()) {
         return std::nullopt;
@@ -205,23 +205,17 @@ std::optional<int64_t> SQLiteConnection::queryInteger(std::string_view sql) {
     if (result != SQLiteStatement::StepResult::Row || statement.isNull(0)) {
         return std::nullopt;
     }
-    return statement.integer(0);
+    return statement;
+}
+
+std::optional<int64_t> SQLiteConnection::queryInteger(std::string_view sql) {
+    std::optional<SQLiteStatement> row = firstValueRow(sql);
+    return row ? std::optional<int64_t>(row->integer(0)) : std::nullopt;
 }
 
 std::optional<std::string> SQLiteConnection::queryText(std::string_view sql) {
-    SQLiteStatement statement = prepare(sql);
-    if (!statement.isValid()) {
-        return std::nullopt;
-    }
-    auto result = statement.step();
-    if (result == SQLiteStatement::StepResult::Error) {
-        noteError();
-        return std::nullopt;
-    }
-    if (result != SQLiteStatement::StepResult::Row || statement.isNull(0)) {
-        return std::nullopt;
-    }
-    return statement.text(0);
+    std::optional<SQLiteStatement> row = firstValueRow(sql);
+    return row ? std::optional<std::string>(row->text(0)) : std::nullopt;
 }
 
 bool SQLiteConnection::tableExists(std::string_view name) {

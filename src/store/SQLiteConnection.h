@@ -91,6 +91,8 @@ public:
 
 private:
     void noteError();
+    // The statement positioned on its first row when that row's first column is not null.
+    std::optional<SQLiteStatement> firstValueRow(std::string_view sql);
 
     sqlite3* m_db = nullptr;
     std::string m_lastError;
