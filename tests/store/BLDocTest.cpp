@@ -1,0 +1,233 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "model/BLSyncHelper.h"
+#include "model/FetchRequest.h"
+#include "model/ManagedObjectContext.h"
+#include "model/NotificationCenter.h"
+#include "model/RunLoop.h"
+#include "model/entities/BLClient.h"
+#include "model/entities/BLClientGroup.h"
+#include "model/entities/BLContextState.h"
+#include "model/entities/BLCurrency.h"
+#include "model/entities/BLItemGroup.h"
+#include "model/entities/BLPreference.h"
+#include "model/entities/BLTaxGroup.h"
+#include "model/entities/BLTaxRule.h"
+#include "model/entities/ModelHooks.h"
+#include "model/entities/gen/BrasslineModel.h"
+#include "store/BLDoc.h"
+#include "store/BLPreferenceController.h"
+#include "store/BLSetupDefaultsController.h"
+#include "store/BLUserDefaults.h"
+#include "StoreTestSupport.h"
+
+namespace brassline {
+namespace {
+
+class SetupFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunLoop::resetMainForTesting();
+        NotificationCenter::resetDefaultCenterForTesting();
+        resetModelHooks();
+        BLSyncHelper::setIsSyncing(false);
+        UserDefaults::setDirectoryForTesting(m_folder / "config");
+        m_context = std::make_unique<ManagedObjectContext>(gen::brasslineModel());
+    }
+    void TearDown() override {
+        RunLoop::resetMainForTesting();
+        BLContextState::forgetContext(*m_context);
+        m_context.reset();
+        resetModelHooks();
+        UserDefaults::setDirectoryForTesting("");
+        NotificationCenter::resetDefaultCenterForTesting();
+    }
+    template <typename T>
+    T* byUid(const std::string& uid) {
+        return dynamic_cast<T*>(m_context->objectWithUid(T::entityDescription(), uid));
+    }
+    Value preference(const std::string& uid) {
+        auto* object = byUid<BLPreference>(uid);
+        return object != nullptr ? object->payload() : Value();
+    }
+    static Value::Dictionary answers(bool taxable, std::vector<std::pair<std::string, int>> taxes) {
+        Value::Array list;
+        for (const auto& [name, percent] : taxes) {
+            list.push_back(Value(Value::Dictionary{{"name", Value(name)}, {"value", Value(percent)}}));
+        }
+        return {{"vatID", Value("DE999")}, {"taxable", Value(taxable)}, {"taxes", Value(std::move(list))}};
+    }
+
+    storetest::TemporaryFolder m_folder;
+    std::unique_ptr<ManagedObjectContext> m_context;
+};
+
+TEST_F(SetupFixture, TaxesMakeGroupsWithDomesticRules) {
+    BLSetupDefaultsController::setupWithObject(answers(true, {{"VAT", 19}, {"reduced", 7}}), *m_context);
+    auto* noTax = byUid<BLTaxGroup>(kDefaultTaxGroupNoTaxUID);
+    auto* first = byUid<BLTaxGroup>("com.orvane.Brassline.defaultTaxGroupTax0");
+    auto* second = byUid<BLTaxGroup>("com.orvane.Brassline.defaultTaxGroupTax1");
+    ASSERT_TRUE(noTax && first && second);
+    EXPECT_EQ(noTax->shortName(), "0");
+    EXPECT_EQ(second->shortName(), "2");
+    EXPECT_TRUE(first->isDefaultValue());
+    EXPECT_FALSE(noTax->isDefaultValue());
+    EXPECT_EQ(byUid<BLItemGroup>(kDefaultItemGroupUID)->taxGroup(), first);
+    auto* domestic = byUid<BLClientGroup>(kDefaultClientGroupUID);
+    ASSERT_TRUE(domestic && domestic->isDefaultValue());
+    EXPECT_FALSE(byUid<BLClientGroup>(kDefaultForeignClientGroupUID)->isDefaultValue());
+
+    struct Expected {
+        BLTaxGroup* group;
+        std::string name;
+        std::string value;
+    } expected[] = {{first, "VAT", "19"}, {second, "reduced", "7"}};
+    for (const Expected& e : expected) {
+        SCOPED_TRACE(e.name);
+        ASSERT_EQ(e.group->taxRules().size(), 2u);
+        for (BLTaxRule* rule : e.group->taxRules().toVector()) {
+            if (rule->clientGroup() == domestic) {
+                EXPECT_EQ(rule->tax1modeValue(), 1);
+                EXPECT_EQ(rule->tax1name(), e.name);
+                EXPECT_EQ(rule->tax1value()->toString(), e.value);
+            } else {
+                EXPECT_EQ(rule->tax1modeValue(), 0);
+                EXPECT_FALSE(rule->tax1value());
+            }
+        }
+    }
+    EXPECT_EQ(preference("BLPref.invoice.payInterval").toInt64(), 30);
+    EXPECT_EQ(preference("BLPref.invoice.overdueInterval").toInt64(), 10);
+    EXPECT_EQ(preference("BLPref.group.separator"), Value("\\n"));
+    EXPECT_TRUE(preference("BLPref.importer.includeZeroCost").toBool());
+    // From the resources: BLPref.plist fills what step 9 did not set.
+    EXPECT_EQ(preference("BLPref.finalInvoice.label"), Value("Final invoice"));
+    EXPECT_FALSE(preference("BLPref.items.hideZeroCostOption").isNull());
+    EXPECT_FALSE(preference("BLPref.default.useGrossPrices").toBool());
+}
+
+TEST_F(SetupFixture, WithoutTaxesTheItemGroupFollowsTaxable) {
+    struct Case {
+        bool taxable;
+        bool itemGroupHasNoTax;
+        bool noTaxIsDefault;
+    } cases[] = {{false, true, true}, {true, false, false}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.taxable);
+        TearDown();
+        SetUp();
+        BLSetupDefaultsController::setupWithObject(answers(c.taxable, {}), *m_context);
+        auto* noTax = byUid<BLTaxGroup>(kDefaultTaxGroupNoTaxUID);
+        auto* itemGroup = byUid<BLItemGroup>(kDefaultItemGroupUID);
+        ASSERT_TRUE(noTax && itemGroup);
+        EXPECT_EQ(itemGroup->taxGroup() == noTax, c.itemGroupHasNoTax);
+        EXPECT_EQ(itemGroup->taxGroup() == nullptr, !c.itemGroupHasNoTax);
+        EXPECT_EQ(noTax->isDefaultValue(), c.noTaxIsDefault);
+    }
+}
+
+TEST_F(SetupFixture, PreferencesFromResourcesKeepWhatIsThere) {
+    BLPreference* kept = BLPreference::insertInManagedObjectContext(*m_context);
+    kept->setUid(std::string("BLPref.invoice.payInterval"));
+    kept->setPayload(Value(14));
+    BLSetupDefaultsController::setupPreferencesForManagedObjectContext(*m_context);
+    EXPECT_EQ(preference("BLPref.invoice.payInterval").toInt64(), 14);
+    EXPECT_EQ(preference("BLPref.estimate.validity").toInt64(), 30);
+}
+
+TEST_F(SetupFixture, GrossPricesAndProfile) {
+    Value::Dictionary setup = answers(false, {});
+    setup["useGrossPrices"] = Value(true);
+    BLSetupDefaultsController::setupWithObject(setup, *m_context);
+    EXPECT_TRUE(preference("BLPref.default.useGrossPrices").toBool());
+    ManagedObject* profile = m_context->objectWithUid(*m_context->entityNamed("Profile"), "default.profile");
+    ASSERT_NE(profile, nullptr);
+    EXPECT_EQ(profile->valueForKey("taxID"), Value("DE999"));
+    EXPECT_EQ(profile->valueForKeyPath("layout.uid"), Value(kDefaultLayoutUID));
+    EXPECT_EQ(profile->valueForKeyPath("statementLayout.uid"), Value(kDefaultLayoutUID));
+}
+
+TEST_F(SetupFixture, PreferenceControllerMapsKeyPathsCreatesDefaultsAndRefreshes) {
+    EXPECT_EQ(BLPreferenceController::uidForKeyPath("invoice.payInterval"), "BLPref.invoice.payInterval");
+    EXPECT_EQ(BLPreferenceController::uidForKeyPath("y", "x"), "BLPref.x.y");
+    BLPreferenceController controller(*m_context);
+    EXPECT_TRUE(controller.valueForKeyPath("invoice.payInterval").isNull());
+    controller.setValueForKeyPath(Value(21), "invoice.payInterval");
+    controller.setValueForKeyPath(Value("Bill"), "invoice.label");
+    EXPECT_EQ(preference("BLPref.invoice.payInterval").toInt64(), 21);
+
+    // Built-in defaults are made on first read; useInMail follows the backdrop.
+    EXPECT_EQ(controller.valueForKeyPath("partialInvoice.label"), Value("Partial invoice"));
+    EXPECT_NE(byUid<BLPreference>("BLPref.partialInvoice.label"), nullptr);
+    EXPECT_FALSE(controller.valueForKeyPath("stationary.useInMail").toBool());
+    EXPECT_EQ(byUid<BLPreference>("BLPref.some.unknownKey"), nullptr);
+    EXPECT_TRUE(controller.valueForKeyPath("some.unknownKey").isNull());
+
+    // A change behind the controller's back shows only after refresh.
+    byUid<BLPreference>("BLPref.invoice.payInterval")->setPayload(Value(45));
+    EXPECT_EQ(controller.valueForKeyPath("invoice.payInterval").toInt64(), 21);
+    std::vector<std::string> notices;
+    controller.addObserver([&notices](const std::string& key) { notices.push_back(key); });
+    controller.refresh();
+    std::sort(notices.begin(), notices.end());
+    EXPECT_EQ(notices, (std::vector<std::string>{"invoice", "invoice", "partialInvoice", "stationary"}));
+    EXPECT_EQ(controller.valueForKeyPath("invoice.payInterval").toInt64(), 45);
+}
+
+TEST_F(SetupFixture, UserDefaultsProxyKeepsSettingsPerDocument) {
+    UserDefaults::standard().registerDefaults({{"IgnoredFonts", Value(Value::Array{Value("Helvetica")})}});
+    BLUserDefaultsProxy a("DocA");
+    BLUserDefaultsProxy b("DocB");
+    a.setObject(Value("wide"), "windowMode");
+    b.setObject(Value(3), "windowMode");
+    EXPECT_EQ(a.objectForKey("windowMode"), Value("wide"));
+    EXPECT_EQ(b.objectForKey("windowMode").toInt64(), 3);
+    EXPECT_EQ(a.objectForKey("IgnoredFonts")[0], Value("Helvetica"));  // The application's default.
+
+    // The file is the store: a fresh read from the folder sees the same.
+    UserDefaults::setDirectoryForTesting(m_folder / "config");
+    EXPECT_EQ(BLUserDefaultsProxy("DocA").dictionary(), (Value::Dictionary{{"windowMode", Value("wide")}}));
+    BLUserDefaultsProxy c("DocC");
+    c.copySettingsFrom("DocA");
+    EXPECT_EQ(c.objectForKey("windowMode"), Value("wide"));
+    a.removeObject("windowMode");
+    EXPECT_TRUE(a.dictionary().empty());
+    EXPECT_EQ(c.objectForKey("windowMode"), Value("wide"));
+}
+
+TEST_F(SetupFixture, DocumentCreatesOpensRepairsAndAnswersHooks) {
+    std::string path = m_folder / "Doc.brassline";
+    std::string error;
+    {
+        std::unique_ptr<BLDoc> created = BLDoc::create(path, answers(true, {{"VAT", 19}}), &error);
+        ASSERT_TRUE(created) << error;
+        BLCurrency* euro = BLCurrency::insertInManagedObjectContext(created->managedObjectContext());
+        euro->setName(std::string("€"));
+        euro->setUid(std::string("euro"));
+        ASSERT_TRUE(created->save(&error)) << error;
+    }
+    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
+    ASSERT_TRUE(document) << error;
+    ManagedObjectContext& context = document->managedObjectContext();
+    auto* euro = dynamic_cast<BLCurrency*>(context.objectWithUid(BLCurrency::entityDescription(), "euro"));
+    ASSERT_NE(euro, nullptr);
+    EXPECT_EQ(euro->name(), "EUR");
+    EXPECT_EQ(euro->symbol(), "€");
+    EXPECT_TRUE(document->readyForDefaultValues());
+    EXPECT_EQ(BLDoc::documentForContext(context), document.get());
+    // Preferences read through the entity layer go through the document's controller.
+    document->prefsController().setValueForKeyPath(Value(12), "invoice.payInterval");
+    EXPECT_EQ(BLPreference::preferenceValue(context, "invoice.payInterval").toInt64(), 12);
+    EXPECT_TRUE(modelHooks().readyForDefaultValues(*m_context));  // A context without a document.
+    EXPECT_EQ(document->userDefaults().identifier(), document->documentIdentifier());
+
+    EXPECT_FALSE(BLDoc::open(m_folder / "missing.brassline", &error));
+    EXPECT_NE(error.find("missing.brassline"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace brassline
