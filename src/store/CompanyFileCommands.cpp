@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <string_view>
@@ -19,6 +20,7 @@
 #include "model/entities/BLBase.h"
 #include "model/entities/BLContextState.h"
 #include "model/entities/gen/BrasslineModel.h"
+#include "store/BLDoc.h"
 #include "store/BLSetupDefaultsController.h"
 #include "store/SQLiteStore.h"
 
@@ -566,6 +568,58 @@ int exportSQLite(const std::string& path, const std::string& outPath, std::ostre
     }
     out << "exported " << path << " to " << outPath << "\n";
     return 0;
+}
+
+int url(const std::string& path, const std::string& url, std::ostream& out, std::ostream& err) {
+    constexpr std::string_view scheme = "brassline://";
+    if (lower(url.substr(0, scheme.size())) != scheme) {
+        err << "brassline: not a brassline:// URL: '" << url << "'\n";
+        return kBadInput;
+    }
+    std::string rest = url.substr(scheme.size());
+    size_t question = rest.find('?');
+    std::string command = lower(rest.substr(0, std::min(question, rest.find('/'))));
+    std::map<std::string, std::string> query;
+    if (question != std::string::npos) {
+        std::string_view text = std::string_view(rest).substr(question + 1);
+        while (!text.empty()) {
+            std::string_view pair = text.substr(0, text.find('&'));
+            size_t equals = pair.find('=');
+            query[std::string(pair.substr(0, equals))] =
+                equals == std::string_view::npos ? std::string() : std::string(pair.substr(equals + 1));
+            text.remove_prefix(std::min(text.size(), pair.size() + 1));
+        }
+    }
+    std::string error;
+    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
+    if (!document) {
+        err << "brassline: " << error << "\n";
+        return kBadInput;
+    }
+    if (auto it = query.find("document"); it != query.end() && it->second != document->documentIdentifier()) {
+        err << "brassline: " << CompanyPackage::displayName(path) << " is not the company file " << it->second << "\n";
+        return kBadInput;
+    }
+    logMessage("Calling %@", url);
+    if (command == "fixprofiles" || command == "fixeuro") {
+        command == "fixprofiles" ? document->fixProfiles() : document->fixEuro();
+        if (!document->save(&error)) {
+            err << "brassline: the company file can't be saved: " << error << "\n";
+            return kSaveFailed;
+        }
+        out << command << ": done\n";
+        return 0;
+    }
+    if (command == "show") {
+        ManagedObject* object = findObject(document->managedObjectContext(), query["uid"], err);
+        if (object == nullptr) {
+            return kBadInput;
+        }
+        out << object->entityName() << " " << uidOf(*object) << "\n";
+        return 0;
+    }
+    err << "brassline: The command " << command << " is not supported\n";
+    return kBadInput;
 }
 
 }  // namespace brassline::companyfile

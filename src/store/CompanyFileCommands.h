@@ -43,6 +43,10 @@ int fetch(const std::string& path, const std::string& entity, const FetchOptions
           std::ostream& err);
 int remove(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err);
 int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err);
+// Runs "brassline://<command>?<query>" on the company file: "fixprofiles", "fixeuro",
+// "show?uid=". A "document" query must name this file's identifier. Any other command
+// answers "The command <command> is not supported".
+int url(const std::string& path, const std::string& url, std::ostream& out, std::ostream& err);
 
 }  // namespace companyfile
 

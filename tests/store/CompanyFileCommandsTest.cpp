@@ -275,3 +275,32 @@ TEST_F(CompanyFileCommandsTest, RefusedFilesAreReportedAndKept) {
 
 }  // namespace
 }  // namespace brassline
+
+namespace brassline {
+namespace {
+
+TEST_F(CompanyFileCommandsTest, URLCommandsRunOrAreRefused) {
+    std::string identifier = Value::fromJSON(state())->operator[]("documentIdentifier").toString();
+    struct Case {
+        std::string url;
+        int code;
+        std::string text;  // In the output on success, in the message otherwise.
+    } cases[] = {
+        {"brassline://show?uid=default.profile", 0, "Profile default.profile"},
+        {"BRASSLINE://Show?document=" + identifier + "&uid=default.profile", 0, "Profile"},
+        {"brassline://fixprofiles", 0, "fixprofiles: done"},
+        {"brassline://show?uid=nothing", 1, "nothing"},
+        {"brassline://show?document=other&uid=default.profile", 1, "other"},
+        {"brassline://crashnow", 1, "The command crashnow is not supported"},
+        {"http://show", 1, "not a brassline:// URL"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.url);
+        Result result = run([&](auto& out, auto& err) { return cf::url(m_path, c.url, out, err); });
+        EXPECT_EQ(result.code, c.code);
+        EXPECT_NE((c.code == 0 ? result.out : result.err).find(c.text), std::string::npos) << result.out << result.err;
+    }
+}
+
+}  // namespace
+}  // namespace brassline

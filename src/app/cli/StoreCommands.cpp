@@ -135,6 +135,16 @@ void addExportCommand(CLI::App& app, int& exitCode) {
         [path, out, &exitCode] { exitCode = companyfile::exportSQLite(*path, *out, std::cout, std::cerr); });
 }
 
+void addURLCommand(CLI::App& app, int& exitCode) {
+    auto path = std::make_shared<std::string>();
+    auto url = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand(
+        "url", "Run a brassline:// URL command on the company file (fixprofiles, fixeuro, show?uid=UID)");
+    command->add_option("path", *path, "The company file")->required();
+    command->add_option("url", *url, "The URL, such as brassline://show?uid=default.profile")->required();
+    command->callback([path, url, &exitCode] { exitCode = companyfile::url(*path, *url, std::cout, std::cerr); });
+}
+
 }  // namespace
 
 void addStoreCommands(CLI::App& app, int& exitCode) {
@@ -146,6 +156,7 @@ void addStoreCommands(CLI::App& app, int& exitCode) {
     addFetchCommand(app, exitCode);
     addDeleteCommand(app, exitCode);
     addExportCommand(app, exitCode);
+    addURLCommand(app, exitCode);
 }
 
 }  // namespace brassline::cli
