@@ -267,6 +267,25 @@ bool BLDocument::hasParentDocumentOfClass(std::string_view className) const {
     return false;
 }
 
+std::string BLDocument::translateString(std::string_view text) const {
+    const BLLanguage* language = nullptr;
+    if (const BLContact* person = contact()) {
+        language = person->language();
+    }
+    if (language == nullptr) {
+        if (const BLClient* owner = client()) {
+            language = owner->language();
+        }
+    }
+    const auto& translate = modelHooks().translateWithLanguage;
+    if (language != nullptr && translate) {
+        if (std::optional<std::string> translated = translate(*language, text)) {
+            return *translated;
+        }
+    }
+    return std::string(text);
+}
+
 bool BLDocument::allowsDocuments(const std::vector<BLDocument*>& candidates) const {
     const std::vector<std::string> allowed = allowedDocuments();
     for (const BLDocument* candidate : candidates) {

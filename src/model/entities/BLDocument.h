@@ -48,6 +48,9 @@ public:
     bool isParentOf(const BLDocument* document) const;
     bool isDescendantOf(const BLDocument* document) const;
     bool hasParentDocumentOfClass(std::string_view className) const;
+    // The text in the language of the contact, else of the client; unchanged when neither
+    // has a language or its table has no entry.
+    std::string translateString(std::string_view text) const;
 
     // The class names that may be children through documents.
     virtual std::vector<std::string> allowedDocuments() const { return {}; }

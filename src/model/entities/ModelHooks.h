@@ -15,6 +15,7 @@ class BLClient;
 class BLDocument;
 class BLFollowUpType;
 class BLInvoice;
+class BLLanguage;
 class BLProject;
 class BLSendable;
 class BLSendableTemplate;
@@ -58,6 +59,9 @@ struct ModelHooks {
     // The document's readiness for default objects; when empty the per-context flag of
     // BLContextState decides.
     std::function<bool(const ManagedObjectContext&)> readyForDefaultValues;
+    // Layouts: a text in the given language through its translation table; nothing when
+    // the table has no entry.
+    std::function<std::optional<std::string>(const BLLanguage&, std::string_view text)> translateWithLanguage;
 };
 
 ModelHooks& modelHooks();
