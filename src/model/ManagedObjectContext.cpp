@@ -178,7 +178,7 @@ void ManagedObjectContext::registerObject(ManagedObject& object) {
     list.push_back(&object);
     if (const AttributeDescription* uid = object.m_entity->uidAttribute()) {
         if (const std::string* text = object.m_values[uid->slot].string()) {
-            m_uidIndex.emplace(*text, &object);
+            indexUid(object, *text);
         }
     }
 }
@@ -193,30 +193,43 @@ void ManagedObjectContext::unregisterObject(ManagedObject& object) {
     }
     if (const AttributeDescription* uid = object.m_entity->uidAttribute()) {
         if (const std::string* text = object.m_values[uid->slot].string()) {
-            auto [first, last] = m_uidIndex.equal_range(*text);
-            for (auto it = first; it != last; ++it) {
-                if (it->second == &object) {
-                    m_uidIndex.erase(it);
-                    break;
-                }
-            }
+            unindexUid(object, *text);
         }
     }
 }
 
 void ManagedObjectContext::uidChanged(ManagedObject& object, const Value& oldUid, const Value& newUid) {
     if (const std::string* text = oldUid.string()) {
-        auto [first, last] = m_uidIndex.equal_range(*text);
-        for (auto it = first; it != last; ++it) {
-            if (it->second == &object) {
-                m_uidIndex.erase(it);
-                break;
-            }
-        }
+        unindexUid(object, *text);
     }
     if (const std::string* text = newUid.string()) {
-        m_uidIndex.emplace(*text, &object);
+        indexUid(object, *text);
     }
+}
+
+void ManagedObjectContext::indexUid(ManagedObject& object, const std::string& uid) {
+    m_uidIndex.emplace(uidHash(uid), &object);
+}
+
+void ManagedObjectContext::unindexUid(const ManagedObject& object, const std::string& uid) {
+    // Found by the object, not by its text: the entry is under the hash of the uid it had
+    // when indexed, which is the `uid` given here.
+    auto [first, last] = m_uidIndex.equal_range(uidHash(uid));
+    for (auto it = first; it != last; ++it) {
+        if (it->second == &object) {
+            m_uidIndex.erase(it);
+            return;
+        }
+    }
+}
+
+bool ManagedObjectContext::hasUid(const ManagedObject& object, std::string_view uid) {
+    const AttributeDescription* attribute = object.m_entity->uidAttribute();
+    if (attribute == nullptr) {
+        return false;
+    }
+    const std::string* text = object.m_values[attribute->slot].string();
+    return text != nullptr && *text == uid;
 }
 
 void ManagedObjectContext::noteObjectFlag(ManagedObject& object, uint8_t flag) {
@@ -708,7 +721,7 @@ void ManagedObjectContext::fulfillFault(ManagedObject& object) {
     });
     if (const AttributeDescription* uid = object.m_entity->uidAttribute()) {
         if (const std::string* text = object.m_values[uid->slot].string()) {
-            m_uidIndex.emplace(*text, &object);
+            indexUid(object, *text);
         }
     }
     object.awakeFromFetch();
@@ -865,9 +878,10 @@ std::optional<std::vector<ManagedObject*>> ManagedObjectContext::fetchHere(const
     };
     const bool limitEarly = request.sortDescriptors().empty() && request.fetchLimit() != 0;
     if (request.uidEquals() && m_parent == nullptr) {
-        auto [first, last] = m_uidIndex.equal_range(*request.uidEquals());
+        const std::string& uid = *request.uidEquals();
+        auto [first, last] = m_uidIndex.equal_range(uidHash(uid));
         for (auto it = first; it != last; ++it) {
-            if (matches(it->second)) {
+            if (hasUid(*it->second, uid) && matches(it->second)) {
                 result.push_back(it->second);
             }
         }
@@ -900,9 +914,9 @@ std::optional<std::vector<ManagedObject*>> ManagedObjectContext::fetchHere(const
 }
 
 ManagedObject* ManagedObjectContext::objectWithUid(const EntityDescription& entity, std::string_view uid) const {
-    auto [first, last] = m_uidIndex.equal_range(uid);
+    auto [first, last] = m_uidIndex.equal_range(uidHash(uid));
     for (auto it = first; it != last; ++it) {
-        if (!it->second->isDeleted() && it->second->m_entity->isKindOfEntity(entity)) {
+        if (hasUid(*it->second, uid) && !it->second->isDeleted() && it->second->m_entity->isKindOfEntity(entity)) {
             return it->second;
         }
     }
@@ -1009,19 +1023,32 @@ void ManagedObjectContext::notifyObservers(ManagedObject& object, std::string_vi
 
 // Loading.
 
+void ManagedObjectContext::reserveObjects(size_t count) {
+    m_objectsByNumber.reserve(m_objectsByNumber.size() + count);
+    m_uidIndex.reserve(m_uidIndex.size() + count);
+    m_loadedObjects.reserve(m_loadedObjects.size() + count);
+}
+
+void ManagedObjectContext::reserveObjects(const EntityDescription& entity, size_t count) {
+    auto& list = m_objectsByEntity[entity.index()];
+    list.reserve(list.size() + count);
+}
+
 ManagedObject* ManagedObjectContext::registerLoadedObject(const EntityDescription& entity, int64_t number) {
-    if (m_objectsByNumber.count(number) != 0) {
+    // One lookup for the check and the insertion; the empty slot goes if no object fills it.
+    auto [slot, inserted] = m_objectsByNumber.try_emplace(number);
+    if (!inserted) {
         logMessage("registerLoadedObject: object number %ld loaded twice", number);
         return nullptr;
     }
-    std::unique_ptr<ManagedObject> owned = entity.newInstance();
-    if (!owned) {
+    slot->second = entity.newInstance();
+    if (!slot->second) {
+        m_objectsByNumber.erase(slot);
         logMessage("registerLoadedObject: entity %@ is abstract", entity.name());
         return nullptr;
     }
-    ManagedObject* object = owned.get();
+    ManagedObject* object = slot->second.get();
     object->attach(entity, *this, number);
-    m_objectsByNumber.emplace(number, std::move(owned));
     registerObject(*object);
     m_loadedObjects.push_back(object);
     if (number >= m_nextNumber) {

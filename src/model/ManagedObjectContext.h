@@ -99,6 +99,11 @@ public:
     ManagedObject* objectForURIString(std::string_view uri);
     std::vector<ManagedObject*> objectsForURIStrings(const std::vector<std::string>& uris);
 
+    // For stores before loading: room for `count` more objects in the registry and the
+    // uid index, and for `count` more objects of `entity` in its list, so a large load
+    // does not rehash or regrow them object by object.
+    void reserveObjects(size_t count);
+    void reserveObjects(const EntityDescription& entity, size_t count);
     // For stores while loading: objects made here are neither inserted nor updated.
     ManagedObject* registerLoadedObject(const EntityDescription& entity, int64_t number);
     void setLoadedValue(ManagedObject& object, const AttributeDescription& attribute, Value value);
@@ -110,10 +115,14 @@ public:
 
 private:
     friend class ManagedObject;
-    struct StringHash {
-        using is_transparent = void;
-        size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+    // The uid index keys objects by the hash of their uid, not by a copy of it: lookups
+    // confirm each candidate against the object's current value, so the index never holds
+    // text of its own nor points into values that setters replace.
+    struct HashedKey {
+        size_t operator()(size_t hash) const { return hash; }
     };
+    static size_t uidHash(std::string_view uid) { return std::hash<std::string_view>{}(uid); }
+    static bool hasUid(const ManagedObject& object, std::string_view uid);
     struct ObserverEntry {
         uint64_t token;
         std::string key;
@@ -128,6 +137,8 @@ private:
     void requestProcessPendingChanges();
     void markUpdated(ManagedObject& object);
     void uidChanged(ManagedObject& object, const Value& oldUid, const Value& newUid);
+    void indexUid(ManagedObject& object, const std::string& uid);
+    void unindexUid(const ManagedObject& object, const std::string& uid);
     bool canDelete(ManagedObject& object, std::vector<ManagedObject*>& visited, std::string* error) const;
     void deleteWithRules(ManagedObject& object);
     void markDeleted(ManagedObject& object, bool registerUndo);
@@ -156,7 +167,7 @@ private:
 
     std::unordered_map<int64_t, std::unique_ptr<ManagedObject>> m_objectsByNumber;
     std::vector<std::vector<ManagedObject*>> m_objectsByEntity;  // Live objects, by entity index.
-    std::unordered_multimap<std::string, ManagedObject*, StringHash, std::equal_to<>> m_uidIndex;
+    std::unordered_multimap<size_t, ManagedObject*, HashedKey> m_uidIndex;  // By uidHash.
     std::vector<ManagedObject*> m_pendingObjects;  // Some state flag set since the last save.
     std::vector<ManagedObject*> m_eventObjects;    // Some event flag set since the last event.
     std::vector<std::unique_ptr<ManagedObject>> m_graveyard;  // Saved deletions undo may revive.

@@ -538,6 +538,11 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
     m_impl->snapshot.reset();
     // Numbers are dense from 1 in practice: a table beats a hash map by far for 10^5 objects.
     std::vector<ManagedObject*> byNumber(static_cast<size_t>(snapshot.largestNumber) + 1, nullptr);
+    // The context's indexes grow once, to their final size, instead of rehashing as they fill.
+    context.reserveObjects(snapshot.objectCount());
+    for (const StoreSnapshot::Table& table : snapshot.tables) {
+        context.reserveObjects(*table.table->entity, table.numbers.size());
+    }
     for (StoreSnapshot::Table& table : snapshot.tables) {
         const StoreSchema::EntityTable& entityTable = *table.table;
         const size_t attributeCount = entityTable.attributes.size();
