@@ -208,19 +208,13 @@ void ManagedObjectContext::uidChanged(ManagedObject& object, const Value& oldUid
 }
 
 void ManagedObjectContext::indexUid(ManagedObject& object, const std::string& uid) {
-    m_uidIndex.emplace(uidHash(uid), &object);
+    m_uidIndex.insert(uidHash(uid), &object);
 }
 
 void ManagedObjectContext::unindexUid(const ManagedObject& object, const std::string& uid) {
     // Found by the object, not by its text: the entry is under the hash of the uid it had
     // when indexed, which is the `uid` given here.
-    auto [first, last] = m_uidIndex.equal_range(uidHash(uid));
-    for (auto it = first; it != last; ++it) {
-        if (it->second == &object) {
-            m_uidIndex.erase(it);
-            return;
-        }
-    }
+    m_uidIndex.erase(uidHash(uid), &object);
 }
 
 bool ManagedObjectContext::hasUid(const ManagedObject& object, std::string_view uid) {
@@ -879,12 +873,12 @@ std::optional<std::vector<ManagedObject*>> ManagedObjectContext::fetchHere(const
     const bool limitEarly = request.sortDescriptors().empty() && request.fetchLimit() != 0;
     if (request.uidEquals() && m_parent == nullptr) {
         const std::string& uid = *request.uidEquals();
-        auto [first, last] = m_uidIndex.equal_range(uidHash(uid));
-        for (auto it = first; it != last; ++it) {
-            if (hasUid(*it->second, uid) && matches(it->second)) {
-                result.push_back(it->second);
+        m_uidIndex.forEach(uidHash(uid), [&](ManagedObject* object) {
+            if (hasUid(*object, uid) && matches(object)) {
+                result.push_back(object);
             }
-        }
+            return true;
+        });
     } else {
         const auto& entities = request.includesSubentities() ? entity->selfAndDescendants()
                                                              : std::vector<const EntityDescription*>{entity};
@@ -914,11 +908,15 @@ std::optional<std::vector<ManagedObject*>> ManagedObjectContext::fetchHere(const
 }
 
 ManagedObject* ManagedObjectContext::objectWithUid(const EntityDescription& entity, std::string_view uid) const {
-    auto [first, last] = m_uidIndex.equal_range(uidHash(uid));
-    for (auto it = first; it != last; ++it) {
-        if (hasUid(*it->second, uid) && !it->second->isDeleted() && it->second->m_entity->isKindOfEntity(entity)) {
-            return it->second;
+    ManagedObject* indexed = nullptr;
+    m_uidIndex.forEach(uidHash(uid), [&](ManagedObject* object) {
+        if (hasUid(*object, uid) && !object->isDeleted() && object->m_entity->isKindOfEntity(entity)) {
+            indexed = object;
         }
+        return indexed == nullptr;
+    });
+    if (indexed != nullptr) {
+        return indexed;
     }
     if (m_parent != nullptr) {
         // Not yet copied here: ask the parent and bring the object over.

@@ -14,6 +14,7 @@
 #include "model/EntityDescription.h"
 #include "model/ManagedObject.h"
 #include "model/PersistentStore.h"
+#include "model/UidIndex.h"
 
 namespace brassline {
 
@@ -118,9 +119,6 @@ private:
     // The uid index keys objects by the hash of their uid, not by a copy of it: lookups
     // confirm each candidate against the object's current value, so the index never holds
     // text of its own nor points into values that setters replace.
-    struct HashedKey {
-        size_t operator()(size_t hash) const { return hash; }
-    };
     static size_t uidHash(std::string_view uid) { return std::hash<std::string_view>{}(uid); }
     static bool hasUid(const ManagedObject& object, std::string_view uid);
     struct ObserverEntry {
@@ -167,7 +165,7 @@ private:
 
     std::unordered_map<int64_t, std::unique_ptr<ManagedObject>> m_objectsByNumber;
     std::vector<std::vector<ManagedObject*>> m_objectsByEntity;  // Live objects, by entity index.
-    std::unordered_multimap<size_t, ManagedObject*, HashedKey> m_uidIndex;  // By uidHash.
+    UidIndex m_uidIndex;  // By uidHash.
     std::vector<ManagedObject*> m_pendingObjects;  // Some state flag set since the last save.
     std::vector<ManagedObject*> m_eventObjects;    // Some event flag set since the last event.
     std::vector<std::unique_ptr<ManagedObject>> m_graveyard;  // Saved deletions undo may revive.
