@@ -7,6 +7,7 @@
 #include <limits>
 #include <unistd.h>
 
+#include "PythonCheck.h"
 #include "core/Log.h"
 #include "core/Value.h"
 
@@ -254,26 +255,9 @@ TEST(PropertyListTest, RefusesWhatIsNoPropertyList) {
     EXPECT_FALSE(capture.lines().empty());
 }
 
-bool hasPython() {
-    return std::system("python3 -c 'import plistlib' >/dev/null 2>&1") == 0;
-}
+using pythoncheck::hasPython;
+using pythoncheck::runPython;
 
-std::string runPython(const std::string& script, const std::filesystem::path& input) {
-    const std::filesystem::path scriptPath = input.string() + ".py";
-    std::ofstream(scriptPath) << script;
-    const std::string command = "python3 " + scriptPath.string() + " " + input.string() + " 2>&1";
-    std::string output;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        size_t read = 0;
-        while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-            output.append(buffer, read);
-        }
-        pclose(pipe);
-    }
-    std::filesystem::remove(scriptPath);
-    return output;
-}
 
 TEST(PropertyListTest, BinaryOutputReadsInPythonsPlistlib) {
     if (!hasPython()) {

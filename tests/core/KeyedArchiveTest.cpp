@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "core/KeyedArchive.h"
+#include "PythonCheck.h"
 #include "core/Log.h"
 
 namespace brassline {
@@ -169,29 +170,11 @@ TEST(KeyedArchiveTest, ReadsArchivesInThePlatformsShapeInBothForms) {
     expectSame(*fromXML, platformValue());
 }
 
-bool hasPython() {
-    return std::system("python3 -c 'import plistlib' >/dev/null 2>&1") == 0;
-}
+using pythoncheck::hasPython;
+using pythoncheck::runPython;
 
 std::filesystem::path scratchPath(const std::string& name) {
     return std::filesystem::temp_directory_path() / ("brassline-" + name + "-" + std::to_string(::getpid()));
-}
-
-std::string runPython(const std::string& script, const std::filesystem::path& file) {
-    const std::filesystem::path scriptPath = file.string() + ".py";
-    std::ofstream(scriptPath) << script;
-    const std::string command = "python3 " + scriptPath.string() + " " + file.string() + " 2>&1";
-    std::string output;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        size_t read = 0;
-        while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-            output.append(buffer, read);
-        }
-        pclose(pipe);
-    }
-    std::filesystem::remove(scriptPath);
-    return output;
 }
 
 TEST(KeyedArchiveTest, OutputHasTheDocumentedShapeInPythonsPlistlib) {
