@@ -436,21 +436,31 @@ void BLDocument::resetCachesGuarded(std::unordered_set<const BLDocument*>& visit
     resetCachesDown();
 }
 
-void BLDocument::resetCachesDown() {
-    // Only the cached values below: the change notices are the owner's to send.
-    std::vector<BLDocument*> pending(documents().begin(), documents().end());
-    std::unordered_set<const BLDocument*> visited{this};
+namespace {
+
+// Visits every document below `root` through `documents` once, even where the tree loops.
+template <typename Visit>
+void forEachDescendantDocument(const BLDocument& root, Visit visit) {
+    std::vector<BLDocument*> pending(root.documents().begin(), root.documents().end());
+    std::unordered_set<const BLDocument*> visited{&root};
     while (!pending.empty()) {
         BLDocument* document = pending.back();
         pending.pop_back();
         if (!visited.insert(document).second) {
             continue;
         }
-        document->holdfastResetCacheValues();
+        visit(*document);
         for (BLDocument* child : document->documents()) {
             pending.push_back(child);
         }
     }
+}
+
+}  // namespace
+
+void BLDocument::resetCachesDown() {
+    // Only the cached values below: the change notices are the owner's to send.
+    forEachDescendantDocument(*this, [](BLDocument& document) { document.holdfastResetCacheValues(); });
 }
 
 void BLDocument::notifyParentsForKey(std::string_view key) {
@@ -463,19 +473,7 @@ void BLDocument::notifyParentsForKey(std::string_view key) {
 }
 
 void BLDocument::notifyChildsForKey(std::string_view key) {
-    std::vector<BLDocument*> pending(documents().begin(), documents().end());
-    std::unordered_set<const BLDocument*> visited{this};
-    while (!pending.empty()) {
-        BLDocument* document = pending.back();
-        pending.pop_back();
-        if (!visited.insert(document).second) {
-            continue;
-        }
-        document->triggerChangeForKey(key);
-        for (BLDocument* child : document->documents()) {
-            pending.push_back(child);
-        }
-    }
+    forEachDescendantDocument(*this, [key](BLDocument& document) { document.triggerChangeForKey(key); });
 }
 
 // Meta values.
