@@ -11,5 +11,13 @@ namespace brassline::cli {
 void addValueCommands(CLI::App& app, int& exitCode);
 // new, info, insert, set, get, fetch, delete, export-sqlite on a company file.
 void addStoreCommands(CLI::App& app, int& exitCode);
+// vcard, address, clients.
+void addContactCommands(CLI::App& app, int& exitCode);
+// rates, taxes.
+void addMoneyCommands(CLI::App& app, int& exitCode);
+// items, totals.
+void addItemCommands(CLI::App& app, int& exitCode);
+// number, pattern.
+void addNumberCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

@@ -14,6 +14,10 @@ int main(int argc, char** argv) {
     int exitCode = 0;
     brassline::cli::addValueCommands(app, exitCode);
     brassline::cli::addStoreCommands(app, exitCode);
+    brassline::cli::addContactCommands(app, exitCode);
+    brassline::cli::addMoneyCommands(app, exitCode);
+    brassline::cli::addItemCommands(app, exitCode);
+    brassline::cli::addNumberCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }
