@@ -42,6 +42,15 @@ void BLClientGroup::setup() {
     addTaxRulesForGroup(*this, "TaxGroup");
 }
 
+bool BLClientGroup::canEditTax() const {
+    for (BLTaxRule* rule : taxRules()) {
+        if (!rule->canEditTax()) {
+            return false;
+        }
+    }
+    return true;
+}
+
 std::vector<ManagedObject*> BLClientGroup::usageObjects() const {
     std::vector<ManagedObject*> result = BLBase::usageObjects();
     std::unordered_set<const ManagedObject*> seen(result.begin(), result.end());

@@ -11,6 +11,8 @@ public:
     void setup() override;
     std::vector<std::string> usageKeys() const override { return {"clients"}; }
     std::vector<ManagedObject*> usageObjects() const override;
+    // Yes only while every rule of the group can still be edited.
+    bool canEditTax() const;
 };
 
 // A new tax rule for every pair that lacks one: `other` names the opposite group entity.

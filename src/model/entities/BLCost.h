@@ -5,6 +5,10 @@
 namespace brassline {
 
 class BLCatalogItem;
+class BLClientGroup;
+class BLTaxGroup;
+class BLTaxRule;
+struct TaxCollection;
 
 // A priced line: quantity, unit price, tax rule and item group.
 class BLCost : public gen::BLCost {
@@ -21,6 +25,22 @@ public:
     BLBase* cloneWithEntityReplacements(const EntityReplacements& replacements,
                                         const std::vector<std::string>& skip) override;
     void hasBeenClonedFrom(BLBase* source) override;
+
+    // Taxes. The line's rule is the matrix cell of its client's group and its item group's
+    // tax group. updateTaxRule leaves issued documents and lines without a parent alone
+    // and registers no undo; the internal step does the lookup (not while syncing).
+    void updateTaxRule();
+    void updateTaxRuleInternal();
+    // A default item group for a line without one; a rule that has a uid stays.
+    void updateTaxRuleIfMissing();
+    // The cell for another tax group, stored as the line's rule.
+    BLTaxRule* taxRuleForTaxGroup(BLTaxGroup* taxGroup);
+    // The line's own tax when its cost is `lineCost` (0 without a rule): what net and gross
+    // show. The document's tax comes from the summed lines per rule instead.
+    Decimal taxesForCost(const Decimal& lineCost) const;
+    // Adds `lineCost` to the sum of the line's rule; no rule (or one without uid): nothing.
+    void collectTaxForCost(const Decimal& lineCost, TaxCollection& collection) const;
+    BLClientGroup* taxClientGroup() const;
 };
 
 }  // namespace brassline

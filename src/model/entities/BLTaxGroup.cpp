@@ -20,6 +20,25 @@ void BLTaxGroup::setup() {
     addTaxRulesForGroup(*this, "ClientGroup");
 }
 
+bool BLTaxGroup::canEditTax() const {
+    for (BLTaxRule* rule : taxRules()) {
+        if (!rule->canEditTax()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int64_t BLTaxGroup::importance() const {
+    int64_t result = Decimal::saveDecimalNumberWithString(fixedAttribute(name())).toInt64();
+    for (BLItemGroup* itemGroup : itemGroups()) {
+        if (!itemGroup->archivedValue()) {
+            result += 100;
+        }
+    }
+    return isDefaultValue() ? result + 100 : result;
+}
+
 BLBase* BLTaxGroup::duplicate() {
     if (modelHooks().fixTaxRules) {
         modelHooks().fixTaxRules(*this);
