@@ -6,6 +6,8 @@
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/ModelHooks.h"
 #include "model/entities/ModelStrings.h"
+#include "model/entities/BLSendable.h"
+#include "model/entities/LineRounding.h"
 
 namespace brassline {
 
@@ -66,6 +68,93 @@ void BLCost::hasBeenClonedFrom(BLBase* source) {
     (void)source;
     if (BLCatalogItem* item = catalogItem()) {
         setCostPrice(item->costPrice());
+    }
+}
+
+Decimal BLCost::lineQuantity() {
+    if (std::optional<Decimal> stored = quantity()) {
+        return *stored;
+    }
+    setPrimitiveQuantity(Decimal::one());
+    return Decimal::one();
+}
+
+Decimal BLCost::costForGroup() {
+    Decimal amount = lineQuantity() * lineUnitPrice();
+    return amount - (amount / Decimal::hundred() * lineDiscount());
+}
+
+Decimal BLCost::cost() {
+    return roundByCurrency(documentCurrency(), costForGroup());
+}
+
+Decimal BLCost::discountAmount() {
+    return (undiscountedAmount() / Decimal::hundred() * lineDiscount()).fixedValue();
+}
+
+Decimal BLCost::totalDiscount() {
+    if (!discount()) {
+        return {};
+    }
+    return undiscountedAmount() / Decimal::hundred() * *discount();
+}
+
+Decimal BLCost::totalWeight() {
+    return weight() ? *weight() * lineQuantity() : Decimal();
+}
+
+std::optional<Decimal> BLCost::effectiveCostPrice() {
+    if (costPrice()) {
+        return costPrice();
+    }
+    if (BLCatalogItem* item = catalogItem(); item != nullptr && item != this) {
+        // The catalog's price counts only where no conversion stands between the two.
+        const BLCurrency* from = item->currency();
+        const BLCurrency* to = documentCurrency();
+        if (from == nullptr || to == nullptr || from == to) {
+            if (std::optional<Decimal> price = item->effectiveCostPrice()) {
+                return price;
+            }
+        }
+    }
+    auto* origin = dynamic_cast<BLCost*>(source());
+    if (origin != nullptr && origin != this && origin != catalogItem()) {
+        return origin->effectiveCostPrice();
+    }
+    return std::nullopt;
+}
+
+Decimal BLCost::margin() {
+    std::optional<Decimal> price = effectiveCostPrice();
+    return price ? net() - *price * lineQuantity() : net();
+}
+
+void BLCost::incrementQuantity() {
+    setQuantity(lineQuantity() + Decimal::one());
+}
+
+void BLCost::invertQuantities() {
+    setQuantity(lineQuantity().invert());
+}
+
+void BLCost::setQuantity(std::optional<Decimal> value) {
+    gen::BLCost::setQuantity(std::move(value));
+    if (!isSyncing()) {
+        resetCaches();
+    }
+}
+
+void BLCost::setUnitPrice(std::optional<Decimal> value) {
+    gen::BLCost::setUnitPrice(std::move(value));
+    if (!isSyncing()) {
+        resetCaches();
+    }
+}
+
+void BLCost::setDiscount(std::optional<Decimal> value) {
+    gen::BLCost::setDiscount(std::move(value));
+    if (!isSyncing()) {
+        resetCaches();
     }
 }
 

@@ -26,6 +26,30 @@ public:
                                         const std::vector<std::string>& skip) override;
     void hasBeenClonedFrom(BLBase* source) override;
 
+    // Line arithmetic: p unit price, q quantity (a missing one reads 1 and is stored),
+    // d discount percent. costForGroup = q*p - q*p/100*d unrounded; cost rounds it by
+    // the document's currency (unrounded without one).
+    Decimal lineUnitPrice() override { return unitPrice().value_or(Decimal()); }
+    Decimal lineQuantity() override;
+    Decimal lineDiscount() override { return discount().value_or(Decimal()); }
+    Decimal undiscountedAmount() { return lineUnitPrice() * lineQuantity(); }
+    Decimal costForGroup() override;
+    Decimal cost() override;
+    // The discount of the line, rounded to cents whatever the currency.
+    Decimal discountAmount();
+    Decimal totalDiscount() override;
+    Decimal totalWeight() override;
+    Decimal margin() override;
+    // The own cost price, else the catalog item's (same currency), else the source's.
+    std::optional<Decimal> effectiveCostPrice();
+    void incrementQuantity();
+    void invertQuantities();
+
+    // Money setters store, then reset the sums above unless syncing.
+    void setQuantity(std::optional<Decimal> value) override;
+    void setUnitPrice(std::optional<Decimal> value) override;
+    void setDiscount(std::optional<Decimal> value) override;
+
     // Taxes. The line's rule is the matrix cell of its client's group and its item group's
     // tax group. updateTaxRule leaves issued documents and lines without a parent alone
     // and registers no undo; the internal step does the lookup (not while syncing).

@@ -3,6 +3,7 @@
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLInvoice.h"
+#include "model/entities/BLItem.h"
 #include "model/entities/BLLayout.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/ModelHooks.h"
@@ -31,6 +32,26 @@ BLBase* BLEstimate::duplicate() {
 
 bool BLEstimate::allowsDocuments(const std::vector<BLDocument*>& candidates) const {
     return BLDocument::allowsDocuments(candidates) || sendableAcceptsFollowUpOfProject(candidates);
+}
+
+}  // namespace brassline
+
+namespace brassline {
+
+std::vector<BLItem*> BLEstimate::nonOptionItems() const {
+    std::vector<BLItem*> items;
+    bool inOption = false;
+    for (BLItem* item : itemChildren(*this)) {
+        if (item->entityName() == "Option") {
+            inOption = true;
+        } else if (item->entityName() == "Title") {
+            inOption = false;
+        }
+        if (!inOption && !BLItem::itemIsTitle(item)) {
+            items.push_back(item);
+        }
+    }
+    return items;
 }
 
 }  // namespace brassline

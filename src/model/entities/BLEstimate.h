@@ -12,6 +12,12 @@ public:
     int64_t addToDocumentsCount() const override { return 1; }
     std::vector<std::string> allowedDocuments() const override { return {"BLExternalFile", "BLExternalFileGroup"}; }
     bool allowsDocuments(const std::vector<BLDocument*>& candidates) const override;
+
+    // The items without option sections (from an option up to the next plain title) and
+    // without titles; the total and the tax table count only these.
+    std::vector<BLItem*> nonOptionItems() const;
+    std::vector<BLItem*> itemsForTotal() const override { return nonOptionItems(); }
+    Decimal balanceForLayout() override { return costWithTaxes(); }
 };
 
 }  // namespace brassline

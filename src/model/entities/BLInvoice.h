@@ -13,6 +13,19 @@ public:
     int64_t addToDocumentsCount() const override { return 1; }
     std::vector<std::string> allowedDocuments() const override;
     bool allowsDocuments(const std::vector<BLDocument*>& candidates) const override;
+
+    // Payments below the invoice (direct or deeper), oldest first.
+    std::vector<BLPayment*> payments() const override;
+    // Payments up to the end of the send day on an issued invoice, all on a draft.
+    std::vector<BLPayment*> prePayments() const override;
+    std::vector<BLPayment*> prePaymentsForDate(Date date) const;
+    // costWithTaxes less the payments, cached; an open amount whose size as a 32-bit
+    // float is below 0.06 counts as paid (0). Without payments costWithTaxes.
+    Decimal balance() override;
+    // costWithTaxes less the prepayments: later payments don't change a reprint.
+    Decimal balanceForLayout() override;
+    bool balanced() { return balance().isZeroAsFloat(); }
+    bool canPay() { return !balance().isZeroAsFloat(); }
 };
 
 // The same draft rules for estimates.

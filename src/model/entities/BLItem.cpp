@@ -2,7 +2,28 @@
 
 #include <unordered_set>
 
+#include "model/entities/BLCurrency.h"
+#include "model/entities/BLSendable.h"
+
 namespace brassline {
+
+namespace {
+
+bool hasEntity(const BLContainer* item, std::string_view name) {
+    return item != nullptr && item->entityName() == name;
+}
+
+}  // namespace
+
+std::vector<BLItem*> itemChildren(const BLContainer& container) {
+    std::vector<BLItem*> items;
+    for (BLContainer* child : container.childsArray()) {
+        if (child->isKindOfEntity("Item")) {
+            items.push_back(static_cast<BLItem*>(child));
+        }
+    }
+    return items;
+}
 
 void BLItem::resetCaches() {
     BLDocument::resetCaches();
@@ -15,6 +36,169 @@ void BLItem::resetCaches() {
         }
         current->BLBase::resetCaches();
     }
+}
+
+bool BLItem::itemIsTitle(const BLContainer* item) {
+    return hasEntity(item, "Title") || hasEntity(item, "Option");
+}
+
+bool BLItem::itemIsSectionEnd(const BLContainer* item) {
+    return hasEntity(item, "SectionEnd");
+}
+
+bool BLItem::itemIsContainer(const BLContainer* item) {
+    return hasEntity(item, "Group") || hasEntity(item, "SummaryCost");
+}
+
+bool BLItem::itemIsCost(const BLContainer* item) {
+    return hasEntity(item, "Cost") || itemIsContainer(item) || hasEntity(item, "DynamicCost");
+}
+
+bool BLItem::itemIsOptional(const BLContainer* item) {
+    if (item == nullptr || item->parent() == nullptr) {
+        return false;
+    }
+    bool optional = false;
+    for (BLContainer* sibling : item->parent()->childsArray()) {
+        if (hasEntity(sibling, "Option")) {
+            optional = true;
+        } else if (hasEntity(sibling, "Title")) {
+            optional = false;
+        }
+        if (sibling == item) {
+            return optional;
+        }
+    }
+    return false;
+}
+
+bool BLItem::itemIsChildOfSummary() const {
+    return hasEntity(parent(), "SummaryCost");
+}
+
+std::vector<BLContainer*> BLItem::parentChildren() const {
+    return parent() != nullptr ? parent()->childsArray() : std::vector<BLContainer*>{};
+}
+
+const BLCurrency* BLItem::documentCurrency() const {
+    const BLSendable* owner = sendable();
+    return owner != nullptr ? owner->currency() : nullptr;
+}
+
+Decimal BLItem::documentDiscountFraction() const {
+    const BLSendable* owner = sendable();
+    return owner != nullptr ? owner->discountFraction() : Decimal::one();
+}
+
+bool BLItem::documentUsesGrossPrices() const {
+    const BLSendable* owner = sendable();
+    return owner != nullptr && owner->useGrossPricesValue();
+}
+
+Decimal BLItem::net() {
+    if (sendable() == nullptr) {
+        return cost();
+    }
+    Decimal value = cost() * documentDiscountFraction();
+    return documentUsesGrossPrices() ? value - lineTaxes() : value;
+}
+
+Decimal BLItem::gross() {
+    if (sendable() == nullptr) {
+        return cost();
+    }
+    Decimal value = cost() * documentDiscountFraction();
+    return documentUsesGrossPrices() ? value : value + lineTaxes();
+}
+
+Decimal BLItem::costForPage() {
+    return isOptional() ? Decimal() : cost();
+}
+
+Decimal BLItem::sum() {
+    Decimal total;
+    for (BLItem* item : affectedItems()) {
+        total += item->cost().validNumber();
+    }
+    return total;
+}
+
+int64_t BLItem::indexForDocument(const BLContainer* container) const {
+    if (container == nullptr) {
+        return 0;
+    }
+    int64_t index = 0;
+    for (BLContainer* child : container->childsArray()) {
+        if (!itemIsCost(child)) {
+            continue;
+        }
+        ++index;
+        if (child == this) {
+            return index;
+        }
+    }
+    return 0;
+}
+
+std::string BLItem::fullIndex() const {
+    return fullIndexForDocument(sendable());
+}
+
+std::string BLItem::fullIndexForDocument(const BLContainer* document) const {
+    if (document == nullptr) {
+        return "";
+    }
+    if (itemIsChildOfSummary()) {
+        auto* summary = static_cast<const BLItem*>(parent());
+        int64_t index = indexForDocument(summary);
+        return summary->fullIndexForDocument(document) + "." + std::to_string(index);
+    }
+    std::vector<BLContainer*> items = document->childsArray();
+    bool hasTitle = false;
+    for (BLContainer* item : items) {
+        hasTitle = hasTitle || itemIsTitle(item);
+    }
+    if (!hasTitle) {
+        if (!itemIsCost(this)) {
+            return "";
+        }
+        int64_t index = indexForDocument(document);
+        return index > 0 ? std::to_string(index) : "";
+    }
+    int64_t major = 0;
+    int64_t minor = 0;
+    bool flat = items.empty() || !itemIsTitle(items.front());
+    bool ended = false;
+    for (BLContainer* item : items) {
+        std::string number;
+        if (itemIsTitle(item)) {
+            ++major;
+            number = std::to_string(major);
+            flat = false;
+            ended = false;
+            minor = 0;
+        } else if (itemIsSectionEnd(item)) {
+            ended = true;
+        } else if (itemIsCost(item)) {
+            ++minor;
+            if (flat || ended) {
+                ++major;
+            }
+            if (ended) {
+                number = std::to_string(major);
+            } else if (flat) {
+                number = std::to_string(minor);
+            } else {
+                number = std::to_string(major) + "." + std::to_string(minor);
+            }
+        } else if (hasEntity(item, "SubTotal")) {
+            number = std::to_string(major);
+        }
+        if (item == this) {
+            return number;
+        }
+    }
+    return "";
 }
 
 }  // namespace brassline

@@ -1,13 +1,83 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "model/entities/gen/BLItem.h"
 
 namespace brassline {
 
+class BLCurrency;
+
 // A line of a document's item tree. Its caches feed its parent's sums, so a reset climbs.
+// Amounts answer 0 here; priced classes override them. Amount reads may store a missing
+// quantity of 1, so they are not const.
 class BLItem : public gen::BLItem {
 public:
     void resetCaches() override;
+
+    // Class predicates, all on the exact entity: a catalog item is no cost here.
+    static bool itemIsTitle(const BLContainer* item);
+    static bool itemIsSectionEnd(const BLContainer* item);
+    static bool itemIsContainer(const BLContainer* item);
+    static bool itemIsCost(const BLContainer* item);
+    // Walks the parent's children up to the item: an option opens the optional state, a
+    // plain title ends it; an option itself is optional.
+    static bool itemIsOptional(const BLContainer* item);
+    // The item's parent is exactly a summary line.
+    bool itemIsChildOfSummary() const;
+    bool isOptional() const { return itemIsOptional(this); }
+    // Entity names that may be dropped or inserted into this item.
+    virtual std::vector<std::string> allowedChildren() const { return {}; }
+    virtual bool isLeaf() const { return true; }
+
+    // Line amounts. cost is the rounded line, costForGroup the unrounded one a group adds.
+    virtual Decimal cost() { return {}; }
+    virtual Decimal costForGroup() { return {}; }
+    // cost through the document's discount, with or without the line's taxes by the mode.
+    virtual Decimal net();
+    virtual Decimal gross();
+    Decimal costWithTaxes() { return gross(); }
+    // 0 for an item inside an option section, cost otherwise.
+    Decimal costForPage();
+    // The line's price, quantity and discount as the line shows them (a group derives
+    // them from its children); the stored attributes of a cost keep their own names.
+    virtual Decimal lineUnitPrice() { return {}; }
+    virtual Decimal lineQuantity() { return {}; }
+    virtual Decimal lineDiscount() { return {}; }
+    virtual Decimal margin() { return net(); }
+    virtual Decimal totalDiscount() { return {}; }
+    virtual Decimal totalWeight() { return {}; }
+
+    // The items a summing line refers to (titles, subtotals, dynamic costs) and their sum.
+    virtual std::vector<BLItem*> affectedItems() { return {}; }
+    virtual Decimal sum();
+    // Recomputes a plug-in's amount (dynamic costs); answers whether anything changed.
+    virtual bool calculateDynamicValues(bool flash) {
+        (void)flash;
+        return false;
+    }
+
+    // Position numbers: "3", "4.2", "" for a line that carries none.
+    std::string fullIndex() const;
+    std::string fullIndexForDocument(const BLContainer* document) const;
+    // 1-based position among the costs of `container`'s children; 0 when not among them.
+    int64_t indexForDocument(const BLContainer* container) const;
+
+    // The currency that rounds this line: the sendable's, none without a document.
+    const BLCurrency* documentCurrency() const;
+    // The document's discountFraction, 1 without a document.
+    Decimal documentDiscountFraction() const;
+    bool documentUsesGrossPrices() const;
+    // The line's taxes; 0 until the tax members are in place.
+    virtual Decimal lineTaxes() { return {}; }
+
+protected:
+    // The siblings of this item in order, self included; empty without a parent.
+    std::vector<BLContainer*> parentChildren() const;
 };
+
+// Items only, in order: the children of `container` that are items.
+std::vector<BLItem*> itemChildren(const BLContainer& container);
 
 }  // namespace brassline

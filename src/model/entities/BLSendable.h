@@ -4,6 +4,8 @@
 
 namespace brassline {
 
+class BLItem;
+class BLPayment;
 class BLProject;
 
 // A document that is issued: draft while dateSent is absent, issued once it is set.
@@ -27,7 +29,57 @@ public:
     BLBase* cloneWithEntityReplacements(const EntityReplacements& replacements,
                                         const std::vector<std::string>& skip) override;
 
+    // Totals. Amounts are Decimal; cost, costWithTaxes and margin are kept in the
+    // per-object cache until resetCaches, which every money setter below reaches.
+    // (100 - discount) / 100, an absent discount counting 0.
+    Decimal discountFraction() const;
+    // The items that count in the total: all children (an estimate drops its options).
+    virtual std::vector<BLItem*> itemsForTotal() const;
+    // The net sum with the document discount (and in gross mode less the tax).
+    Decimal cost();
+    Decimal costWithoutTaxes() { return cost(); }
+    Decimal costWithoutOptions() { return cost(); }
+    // The tax of the document's tax table; 0 while no tax calculation is installed.
+    Decimal tax();
+    // The payable sum, rounded by the currency's payable rule (CHF to 0.05).
+    Decimal costWithTaxes();
+    Decimal costWithoutOptionsWithTaxes() { return costWithTaxes(); }
+    // The lines' summed cost before the document discount; the discount on it in cents.
+    Decimal costBeforeDiscount();
+    Decimal discountAmount();
+    // The lines' unrounded discounts.
+    Decimal totalDiscount();
+    Decimal margin();
+    Decimal totalWeight();
+    // Set by partial invoices; 0 here.
+    virtual Decimal partialInvoicePercentage() { return {}; }
+    // Issued after `date`, or not yet issued.
+    bool sendableDateAfter(Date date) const;
+    // The open amount. On a sendable without payments it is costWithTaxes.
+    virtual Decimal balance() { return costWithTaxes(); }
+    virtual Decimal balanceForLayout() { return costWithTaxes(); }
+    virtual std::vector<BLPayment*> payments() const { return {}; }
+    virtual std::vector<BLPayment*> prePayments() const { return {}; }
+    Decimal prepaidAmount() { return costWithTaxes() - balance(); }
+    Decimal balanceForFollowUp() { return costWithTaxes(); }
+    Decimal amountForMetrics() { return costWithTaxes(); }
+    // Money rounding of this document: the line and the payable rule of its currency.
+    Decimal roundCost(const Decimal& value, const Decimal& reference) const;
+    // value less the percentage of it, the percentage rounded to cents.
+    static Decimal deductingPercentage(const Decimal& value, const Decimal& percent);
+
+    void resetCaches() override;
+    void setDiscount(std::optional<Decimal> value) override;
+    void setUseGrossPrices(std::optional<bool> value) override;
+    void setChilds(const std::vector<ManagedObject*>& values) override;
+
 protected:
+    // The sum of cost over itemsForTotal.
+    Decimal itemsCost() const;
+    // A cached decimal of this object, or nothing.
+    std::optional<Decimal> cachedDecimal(std::string_view key) const;
+    void cacheDecimal(const Decimal& value, std::string_view key);
+
     // The duplicate of invoices and estimates: a fresh draft beside the original.
     BLBase* duplicateAsDraft(const std::vector<std::string>& skip);
 };

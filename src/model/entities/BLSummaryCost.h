@@ -1,13 +1,27 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "model/entities/gen/BLSummaryCost.h"
 
 namespace brassline {
 
-// A line that sums the lines it holds.
+// A line that sums the lines it holds: its unit price is their summed cost.
 class BLSummaryCost : public gen::BLSummaryCost {
 public:
     void awakeFromCreate() override;
+    bool isLeaf() const override { return false; }
+    std::vector<std::string> allowedChildren() const override { return {"Cost", "Note"}; }
+
+    // The children's summed cost; a stored price is ignored and setUnitPrice does nothing.
+    Decimal lineUnitPrice() override;
+    void setUnitPrice(std::optional<Decimal> value) override { (void)value; }
+    // unitPrice x quantity rounded by the currency, then less the discount percentage of
+    // that rounded value, which is not rounded again.
+    Decimal cost() override;
+    Decimal costForGroup() override { return cost(); }
+    Decimal totalWeight() override;
 };
 
 }  // namespace brassline

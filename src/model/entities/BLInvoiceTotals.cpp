@@ -1,0 +1,82 @@
+// The open amount of an invoice against its payments.
+#include <algorithm>
+#include <cmath>
+
+#include "model/entities/BLInvoice.h"
+#include "model/entities/BLPayment.h"
+
+namespace brassline {
+
+namespace {
+
+// Fully paid below this, in any currency: the tolerance is fixed, not scaled.
+constexpr double kBalanceTolerance = 0.06;
+
+double sortDate(const BLPayment* payment) {
+    std::optional<Date> date = payment->dateCreation();
+    return date ? date->timeIntervalSinceReferenceDate() : 0.0;
+}
+
+Decimal sumOfAmounts(const std::vector<BLPayment*>& payments) {
+    Decimal total;
+    for (const BLPayment* payment : payments) {
+        total += payment->amount().value_or(Decimal());
+    }
+    return total;
+}
+
+}  // namespace
+
+std::vector<BLPayment*> BLInvoice::payments() const {
+    std::vector<BLPayment*> result;
+    for (BLDocument* document : collectDocumentsWithEntityName("Payment")) {
+        result.push_back(static_cast<BLPayment*>(document));
+    }
+    std::stable_sort(result.begin(), result.end(),
+                     [](const BLPayment* a, const BLPayment* b) { return sortDate(a) < sortDate(b); });
+    return result;
+}
+
+std::vector<BLPayment*> BLInvoice::prePaymentsForDate(Date date) const {
+    double end = date.dayEnd().timeIntervalSinceReferenceDate();
+    std::vector<BLPayment*> result;
+    for (BLPayment* payment : payments()) {
+        std::optional<Date> made = payment->dateCreation();
+        if (made && made->timeIntervalSinceReferenceDate() <= end) {
+            result.push_back(payment);
+        }
+    }
+    return result;
+}
+
+std::vector<BLPayment*> BLInvoice::prePayments() const {
+    return dateSent() ? prePaymentsForDate(*dateSent()) : payments();
+}
+
+Decimal BLInvoice::balance() {
+    if (std::optional<Decimal> cached = cachedDecimal("balance")) {
+        return *cached;
+    }
+    std::vector<BLPayment*> received = payments();
+    Decimal result = costWithTaxes();
+    if (!received.empty()) {
+        Decimal paid = sumOfAmounts(received);
+        if (!paid.isNaN()) {
+            result = result - paid;
+            // Read through a 32-bit float on purpose: the float nearest 0.06 lies just
+            // below the double 0.06, so a difference of exactly 0.06 counts as paid.
+            auto size = static_cast<double>(std::fabs(result.toFloat()));
+            if (size < kBalanceTolerance) {
+                result = Decimal();
+            }
+        }
+    }
+    cacheDecimal(result, "balance");
+    return result;
+}
+
+Decimal BLInvoice::balanceForLayout() {
+    return costWithTaxes() - sumOfAmounts(prePayments());
+}
+
+}  // namespace brassline

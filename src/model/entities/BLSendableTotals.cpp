@@ -1,0 +1,196 @@
+// The sums of a sendable: net, tax, gross, discounts, payable rounding.
+#include "model/entities/BLCurrency.h"
+#include "model/entities/BLItem.h"
+#include "model/entities/BLSendable.h"
+#include "model/entities/LineRounding.h"
+#include "model/entities/ModelHooks.h"
+
+namespace brassline {
+
+namespace {
+
+// The Swiss rule that the 5-rappen step no longer touches the net value applies to
+// documents issued from this day on.
+const Date kSwissNetRoundingStart = Date::dateWithYear(2018, 1, 1);
+
+}  // namespace
+
+Decimal BLSendable::deductingPercentage(const Decimal& value, const Decimal& percent) {
+    return value - value.decimalNumberCalculatePercentage(percent).fixedValue();
+}
+
+Decimal BLSendable::discountFraction() const {
+    return (Decimal::hundred() - discount().value_or(Decimal())) / Decimal::hundred();
+}
+
+std::vector<BLItem*> BLSendable::itemsForTotal() const {
+    return itemChildren(*this);
+}
+
+Decimal BLSendable::itemsCost() const {
+    Decimal total;
+    for (BLItem* item : itemsForTotal()) {
+        total += item->cost();
+    }
+    return total;
+}
+
+std::optional<Decimal> BLSendable::cachedDecimal(std::string_view key) const {
+    std::optional<Value> value = holdfastCacheValueForKey(key);
+    if (value && value->decimal() != nullptr) {
+        return *value->decimal();
+    }
+    return std::nullopt;
+}
+
+void BLSendable::cacheDecimal(const Decimal& value, std::string_view key) {
+    setHoldfastCacheValue(Value(value), key);
+}
+
+Decimal BLSendable::roundCost(const Decimal& value, const Decimal& reference) const {
+    return roundPayable(currency(), value, reference);
+}
+
+bool BLSendable::sendableDateAfter(Date date) const {
+    return !dateSent() || dateSent()->timeIntervalSinceReferenceDate() >= date.timeIntervalSinceReferenceDate();
+}
+
+Decimal BLSendable::cost() {
+    if (std::optional<Decimal> cached = cachedDecimal("cost")) {
+        return *cached;
+    }
+    Decimal sum = itemsCost();
+    std::optional<Decimal> percent = discount();
+    Decimal result;
+    if (!useGrossPricesValue()) {
+        if (!percent) {
+            result = sum;
+        } else if (currency() != nullptr && currency()->name().value_or("") == "CHF" &&
+                   sendableDateAfter(kSwissNetRoundingStart)) {
+            result = deductingPercentage(sum, *percent);
+        } else {
+            result = roundCost(deductingPercentage(sum, *percent), sum);
+        }
+    } else {
+        if (percent) {
+            sum = roundCost(deductingPercentage(sum, *percent), sum);
+        }
+        if (Decimal partial = partialInvoicePercentage(); partial > Decimal()) {
+            sum = roundCost(deductingPercentage(sum, partial), sum);
+        }
+        sum = roundCost(sum, sum);
+        result = sum - tax();
+    }
+    cacheDecimal(result, "cost");
+    return result;
+}
+
+Decimal BLSendable::tax() {
+    if (modelHooks().documentTax) {
+        if (std::optional<Decimal> value = modelHooks().documentTax(*this)) {
+            return *value;
+        }
+    }
+    return {};
+}
+
+Decimal BLSendable::costWithTaxes() {
+    if (std::optional<Decimal> cached = cachedDecimal("costWithTaxes")) {
+        return *cached;
+    }
+    std::optional<Decimal> stored = cachedCostWithTaxes();
+    if (dateSent() && stored && *stored > Decimal()) {
+        return *stored;
+    }
+    Decimal result;
+    if (!useGrossPricesValue()) {
+        Decimal net = cost();
+        result = roundCost(net + tax(), net);
+    } else {
+        result = itemsCost();
+        if (std::optional<Decimal> percent = discount()) {
+            result = deductingPercentage(result, *percent);
+        }
+        if (Decimal partial = partialInvoicePercentage(); partial > Decimal()) {
+            result = deductingPercentage(result, partial);
+        }
+        result = roundCost(result, result);
+        if (dateSent() && result.isZero() && stored) {
+            return *stored;
+        }
+    }
+    cacheDecimal(result, "costWithTaxes");
+    return result;
+}
+
+Decimal BLSendable::costBeforeDiscount() {
+    return itemsCost();
+}
+
+Decimal BLSendable::discountAmount() {
+    return costBeforeDiscount().decimalNumberCalculatePercentage(discount().value_or(Decimal())).fixedValue();
+}
+
+Decimal BLSendable::totalDiscount() {
+    Decimal total;
+    for (BLItem* item : itemChildren(*this)) {
+        total += item->totalDiscount();
+    }
+    return total;
+}
+
+Decimal BLSendable::margin() {
+    if (std::optional<Decimal> cached = cachedDecimal("margin")) {
+        return *cached;
+    }
+    Decimal total;
+    for (BLItem* item : itemChildren(*this)) {
+        total += item->margin();
+    }
+    cacheDecimal(total, "margin");
+    return total;
+}
+
+Decimal BLSendable::totalWeight() {
+    Decimal total;
+    for (BLItem* item : itemChildren(*this)) {
+        total += item->totalWeight();
+    }
+    return total;
+}
+
+void BLSendable::resetCaches() {
+    if (!dateSent()) {
+        for (BLItem* item : itemChildren(*this)) {
+            item->calculateDynamicValues(true);
+        }
+    }
+    // Values carried from older files are dropped once anything may have changed.
+    if (cachedBalance()) {
+        setPrimitiveCachedBalance(std::nullopt);
+    }
+    if (cachedCostWithTaxes()) {
+        setPrimitiveCachedCostWithTaxes(std::nullopt);
+    }
+    if (cachedCost()) {
+        setPrimitiveCachedCost(std::nullopt);
+    }
+    BLDocument::resetCaches();
+}
+
+void BLSendable::setDiscount(std::optional<Decimal> value) {
+    gen::BLSendable::setDiscount(std::move(value));
+    resetCaches();
+}
+
+void BLSendable::setUseGrossPrices(std::optional<bool> value) {
+    gen::BLSendable::setUseGrossPrices(value);
+    resetCaches();
+}
+
+void BLSendable::setChilds(const std::vector<ManagedObject*>& values) {
+    gen::BLSendable::setChilds(values);
+    resetCaches();
+}
+
+}  // namespace brassline

@@ -1,0 +1,67 @@
+#include "model/entities/BLSubTotal.h"
+
+#include "model/entities/BLTitle.h"
+
+namespace brassline {
+
+std::vector<BLItem*> BLSubTotal::affectedItems() {
+    std::vector<BLItem*> items;
+    for (BLContainer* sibling : parentChildren()) {
+        if (sibling == this) {
+            break;
+        }
+        if (sibling->entityName() == "SubTotal" || sibling->entityName() == "Option") {
+            items.clear();
+            continue;
+        }
+        if (sibling->isKindOfEntity("Item")) {
+            items.push_back(static_cast<BLItem*>(sibling));
+        }
+    }
+    return items;
+}
+
+BLTitle* BLSubTotal::titleItem() const {
+    BLTitle* title = nullptr;
+    for (BLContainer* sibling : parentChildren()) {
+        if (sibling == this) {
+            break;
+        }
+        if (sibling->entityName() == "Title") {
+            title = static_cast<BLTitle*>(sibling);
+        }
+    }
+    return title;
+}
+
+Decimal BLSubTotal::sum() {
+    Decimal total;
+    bool inOption = false;
+    for (BLContainer* sibling : parentChildren()) {
+        if (sibling == this) {
+            break;
+        }
+        const std::string& entity = sibling->entityName();
+        if (entity == "Option") {
+            inOption = true;
+            continue;
+        }
+        if (inOption) {
+            // Only a plain title closes an option section; it then counts like any item.
+            if (entity != "Title") {
+                continue;
+            }
+            inOption = false;
+        }
+        if (entity == "SubTotal") {
+            total = Decimal();
+            continue;
+        }
+        if (sibling->isKindOfEntity("Item")) {
+            total += static_cast<BLItem*>(sibling)->cost().validNumber();
+        }
+    }
+    return total;
+}
+
+}  // namespace brassline
