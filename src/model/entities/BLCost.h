@@ -40,6 +40,7 @@ public:
     Decimal totalDiscount() override;
     Decimal totalWeight() override;
     Decimal margin() override;
+    Decimal lineTaxes() override { return taxesForCost(cost()); }
     // The own cost price, else the catalog item's (same currency), else the source's.
     std::optional<Decimal> effectiveCostPrice();
     void incrementQuantity();

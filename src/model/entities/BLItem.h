@@ -69,7 +69,7 @@ public:
     // The document's discountFraction, 1 without a document.
     Decimal documentDiscountFraction() const;
     bool documentUsesGrossPrices() const;
-    // The line's taxes; 0 until the tax members are in place.
+    // The line's own taxes (for net and gross display); 0 on items without a rule.
     virtual Decimal lineTaxes() { return {}; }
 
 protected:

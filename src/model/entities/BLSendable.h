@@ -6,6 +6,7 @@ namespace brassline {
 
 class BLItem;
 class BLPayment;
+struct TaxCollection;
 class BLProject;
 
 // A document that is issued: draft while dateSent is absent, issued once it is set.
@@ -39,8 +40,10 @@ public:
     Decimal cost();
     Decimal costWithoutTaxes() { return cost(); }
     Decimal costWithoutOptions() { return cost(); }
-    // The tax of the document's tax table; 0 while no tax calculation is installed.
+    // The tax of the document's tax table: per rule on the summed lines, not cached.
     Decimal tax();
+    // The lines of itemsForTotal summed per tax rule (a group under its first line's rule).
+    TaxCollection collectTaxes() const;
     // The payable sum, rounded by the currency's payable rule (CHF to 0.05).
     Decimal costWithTaxes();
     Decimal costWithoutOptionsWithTaxes() { return costWithTaxes(); }

@@ -1,9 +1,12 @@
 // The sums of a sendable: net, tax, gross, discounts, payable rounding.
+#include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
+#include "model/entities/BLGroup.h"
 #include "model/entities/BLItem.h"
 #include "model/entities/BLSendable.h"
+#include "model/entities/BLTaxDetails.h"
+#include "model/entities/BLTaxRule.h"
 #include "model/entities/LineRounding.h"
-#include "model/entities/ModelHooks.h"
 
 namespace brassline {
 
@@ -85,13 +88,29 @@ Decimal BLSendable::cost() {
     return result;
 }
 
-Decimal BLSendable::tax() {
-    if (modelHooks().documentTax) {
-        if (std::optional<Decimal> value = modelHooks().documentTax(*this)) {
-            return *value;
+TaxCollection BLSendable::collectTaxes() const {
+    TaxCollection collection;
+    for (BLItem* item : itemsForTotal()) {
+        if (item->entityName() == "Group") {
+            // A group is taxed as one amount under its first line's rule.
+            std::vector<BLCost*> lines = static_cast<BLGroup*>(item)->costs();
+            if (!lines.empty()) {
+                lines.front()->collectTaxForCost(item->cost(), collection);
+            }
+        } else if (BLItem::itemIsCost(item)) {
+            static_cast<BLCost*>(item)->collectTaxForCost(item->cost(), collection);
         }
     }
-    return {};
+    return collection;
+}
+
+Decimal BLSendable::tax() {
+    // Per rule on the summed lines, never per line: rounding happens once per rule.
+    Decimal total;
+    for (const TaxCollection::Entry& entry : collectTaxes().entries) {
+        total += entry.rule->taxForAmount(entry.amount, this);
+    }
+    return total;
 }
 
 Decimal BLSendable::costWithTaxes() {

@@ -39,9 +39,6 @@ struct ModelHooks {
     std::function<std::optional<std::string>(BLProject&)> createProjectNumber;
     // Money: the open amount of an invoice; nothing while totals are unknown.
     std::function<std::optional<Decimal>(const BLInvoice&)> invoiceBalance;
-    // Money: the tax of a sendable, summed over its tax table; nothing while taxes are
-    // unknown (then the sums hold no tax).
-    std::function<std::optional<Decimal>(BLSendable&)> documentTax;
     // Plug-ins: runs a dynamic cost's script over its input ("unitPrice", "factor",
     // "quantity", "dateCreation", "items") and answers its result dictionary.
     std::function<std::optional<Value::Dictionary>(BLDynamicCost&, const Value::Dictionary& input)> runDynamicCost;
