@@ -1,22 +1,28 @@
 #include "store/BLDoc.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "core/Log.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
+#include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
+#include "model/UndoManager.h"
 #include "model/entities/BLContextState.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLLayout.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/ModelHooks.h"
 #include "model/entities/gen/BrasslineModel.h"
+#include "store/BLMaintenance.h"
 #include "store/BLPreferenceController.h"
 #include "store/BLSetupDefaultsController.h"
 #include "store/BLUserDefaults.h"
+#include "store/DocumentHooks.h"
 #include "store/SQLiteStore.h"
+#include "store/URLCommands.h"
 
 namespace brassline {
 
@@ -32,6 +38,9 @@ std::vector<BLDoc*>& openDocuments() {
 BLDoc::~BLDoc() {
     std::vector<BLDoc*>& documents = openDocuments();
     documents.erase(std::remove(documents.begin(), documents.end(), this), documents.end());
+    if (m_externalChangeObserver != 0) {
+        NotificationCenter::defaultCenter().removeObserver(m_externalChangeObserver);
+    }
     if (m_context) {
         RunLoop::main().runUntilIdle();
         BLContextState::forgetContext(*m_context);
@@ -42,39 +51,101 @@ BLDoc::~BLDoc() {
     m_context.reset();
 }
 
-void BLDoc::attach(std::unique_ptr<SQLiteStore> store, std::string path) {
+bool BLDoc::attach(std::unique_ptr<SQLiteStore> store, std::string path, std::string* error) {
     m_path = std::move(path);
     m_store = store.get();
     m_context = std::make_unique<ManagedObjectContext>(gen::brasslineModel(), std::move(store));
+    if (!m_context->loadError().empty()) {
+        if (error != nullptr) {
+            *error = m_context->loadError();
+        }
+        return false;
+    }
     m_userDefaults = std::make_unique<BLUserDefaultsProxy>(m_store->documentIdentifier());
     m_prefsController = std::make_unique<BLPreferenceController>(*m_context);
     openDocuments().push_back(this);
     installHooks();
+    m_externalChangeObserver = NotificationCenter::defaultCenter().addObserver(
+        kObjectsDidChangeExternallyNotification, m_context.get(), [this](const Notification& notification) {
+            m_prefsController->refresh();
+            std::vector<ManagedObject*> inserted;
+            if (auto it = notification.userInfo.find("inserted"); it != notification.userInfo.end() && it->second.array()) {
+                for (const Value& value : *it->second.array()) {
+                    if (auto* object = dynamic_cast<ManagedObject*>(value.object())) {
+                        inserted.push_back(object);
+                    }
+                }
+            }
+            didMergeExternalChanges(inserted);
+        });
+    return true;
+}
+
+void BLDoc::awakeFromNib() {
+    if (const auto& callPlugins = documentHooks().callPluginsOfType) {
+        callPlugins(*this, "openDocument");
+    }
+    repair();
+    updatePermanentInvoices();
 }
 
 std::unique_ptr<BLDoc> BLDoc::open(const std::string& path, std::string* error) {
+    if (!isValidLocation(path)) {
+        if (error != nullptr) {
+            *error = "\"" + path + "\" lies in a system update snapshot and can't be opened.";
+        }
+        logMessage("Refusing to open %@: invalid location", path);
+        return nullptr;
+    }
     std::unique_ptr<SQLiteStore> store = SQLiteStore::open(path, gen::brasslineModel(), error);
     if (!store) {
         return nullptr;
     }
     std::unique_ptr<BLDoc> document(new BLDoc());
-    document->attach(std::move(store), path);
-    document->repair();
+    if (!document->attach(std::move(store), path, error)) {
+        return nullptr;
+    }
+    document->awakeFromNib();
     return document;
 }
 
 std::unique_ptr<BLDoc> BLDoc::create(const std::string& path, const Value::Dictionary& setup, std::string* error) {
+    if (!isValidLocation(path)) {
+        if (error != nullptr) {
+            *error = "\"" + path + "\" lies in a system update snapshot; choose another place.";
+        }
+        return nullptr;
+    }
     std::unique_ptr<SQLiteStore> store = SQLiteStore::create(path, gen::brasslineModel(), error);
     if (!store) {
         return nullptr;
     }
     std::unique_ptr<BLDoc> document(new BLDoc());
-    document->attach(std::move(store), path);
-    BLSetupDefaultsController::setupWithObject(setup, document->managedObjectContext());
-    if (!document->save(error)) {
+    if (!document->attach(std::move(store), path, error) || !document->runSetup(setup, error)) {
         return nullptr;
     }
     return document;
+}
+
+bool BLDoc::isValidLocation(std::string_view path) {
+    return path.find("/System/Volumes/Update/mnt1/") == std::string_view::npos &&
+           path.find("/tmp/msu-target") == std::string_view::npos;
+}
+
+bool BLDoc::setFileURL(const std::string& path) {
+    if (!isValidLocation(path)) {
+        logMessage("setFileURL: refusing %@", path);
+        return false;
+    }
+    if (path != m_path) {
+        logMessage("Document URL %@", path);
+        m_path = path;
+    }
+    return true;
+}
+
+std::string BLDoc::displayName() const {
+    return std::filesystem::path(m_path).stem().string();
 }
 
 BLDoc* BLDoc::documentForContext(const ManagedObjectContext& context) {
@@ -158,6 +229,71 @@ void BLDoc::fixEuro() {
         currency->setName(std::string("EUR"));
         currency->setSymbol(std::string("€"));
     }
+}
+
+void BLDoc::updatePermanentInvoices() {
+    if (const auto& update = documentHooks().updatePermanentInvoices) {
+        update(*this);
+    }
+}
+
+bool BLDoc::runSetup(const Value::Dictionary& setup, std::string* error) {
+    migratePreferences();
+    BLSetupDefaultsController::setupWithObject(setup, *m_context);
+    return setupCompleted(error);
+}
+
+void BLDoc::migratePreferences() {
+    std::optional<Value::Dictionary> keys =
+        BLSetupDefaultsController::resourceDictionary("com.orvane.Brassline3.migrationKeys.plist");
+    if (!keys) {
+        return;
+    }
+    const Value& list = (*keys)["keys"];
+    if (list.array() == nullptr) {
+        return;
+    }
+    for (const Value& key : *list.array()) {
+        Value value = UserDefaults::standard().objectForKey(key.toString());
+        if (!value.isNull() && m_userDefaults->dictionary().count(key.toString()) == 0) {
+            m_userDefaults->setObject(value, key.toString());
+        }
+    }
+}
+
+bool BLDoc::setupCompleted(std::string* error) {
+    m_context->processPendingChanges();
+    // The set-up is not something the user can take back step by step.
+    if (UndoManager* undo = m_context->undoManager()) {
+        undo->removeAllActions();
+    }
+    return save(error);
+}
+
+bool BLDoc::setDocumentIdentifier(const std::string& identifier, std::string* error) {
+    std::string old = documentIdentifier();
+    if (identifier == old) {
+        return true;
+    }
+    if (!m_store->setDocumentIdentifier(identifier, error)) {
+        return false;
+    }
+    m_userDefaults = std::make_unique<BLUserDefaultsProxy>(identifier);
+    m_userDefaults->copySettingsFrom(old);
+    return true;
+}
+
+void BLDoc::didMergeExternalChanges(const std::vector<ManagedObject*>& inserted) {
+    bool hasRepetition = std::any_of(inserted.begin(), inserted.end(), [](const ManagedObject* object) {
+        return object->entityName() == "PermanentInvoiceRepetition";
+    });
+    if (hasRepetition) {
+        BLMaintenance::cleanupPermanentInvoiceRepetitionDuplicates(*m_context);
+    }
+}
+
+std::optional<URLResult> BLDoc::handleURL(const URLRequest& request) {
+    return handleContextURL(*this, request);
 }
 
 bool BLDoc::save(std::string* error) {

@@ -3,8 +3,9 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
-#include <map>
+#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <string_view>
@@ -16,66 +17,76 @@
 #include "model/FetchRequest.h"
 #include "model/ManagedObject.h"
 #include "model/ManagedObjectContext.h"
-#include "model/RunLoop.h"
 #include "model/entities/BLBase.h"
-#include "model/entities/BLContextState.h"
 #include "model/entities/gen/BrasslineModel.h"
 #include "store/BLDoc.h"
+#include "store/BLDocumentController.h"
 #include "store/BLSetupDefaultsController.h"
 #include "store/SQLiteStore.h"
+#include "store/URLCommands.h"
 
 namespace brassline::companyfile {
 
 namespace {
 
-// A company file opened for one command. The context is forgotten by the per-context
-// state and the run loop drained before it goes, so no pending work outlives it.
-class OpenFile {
+// A company file opened for one command through the document controller, so the
+// document's start-up steps and repair run as in the application and the file joins the
+// recent list. Closed again at the end of the command unless it was open before.
+class CommandDocument {
 public:
-    ~OpenFile() {
-        if (m_context) {
-            RunLoop::main().runUntilIdle();
-            BLContextState::forgetContext(*m_context);
+    CommandDocument() = default;
+    CommandDocument(const CommandDocument&) = delete;
+    CommandDocument& operator=(const CommandDocument&) = delete;
+    ~CommandDocument() {
+        if (m_document != nullptr && m_owned) {
+            BLDocumentController::shared().closeDocument(m_document);
         }
     }
-    bool open(const std::string& path, bool create, std::ostream& err) {
+    bool open(const std::string& path, std::ostream& err) {
+        BLDocumentController& controller = BLDocumentController::shared();
+        m_owned = controller.documentForURL(path) == nullptr;
         std::string error;
-        std::unique_ptr<SQLiteStore> store = create ? SQLiteStore::create(path, gen::brasslineModel(), &error)
-                                                    : SQLiteStore::open(path, gen::brasslineModel(), &error);
-        if (!store) {
+        m_document = controller.openDocumentWithContentsOfURL(path, &error);
+        if (m_document == nullptr) {
             err << "brassline: " << error << "\n";
             return false;
         }
-        m_store = store.get();
-        m_context = std::make_unique<ManagedObjectContext>(gen::brasslineModel(), std::move(store));
-        if (!m_context->loadError().empty()) {
-            err << "brassline: " << m_context->loadError() << "\n";
+        return true;
+    }
+    bool create(const std::string& path, const Value::Dictionary& setup, std::ostream& err) {
+        std::string error;
+        std::unique_ptr<BLDoc> document = BLDoc::create(path, setup, &error);
+        if (!document) {
+            err << "brassline: " << error << "\n";
             return false;
         }
-        // The whole file is read at open: default objects may be made at once.
-        BLContextState::setReadyForDefaultValues(*m_context, true);
+        BLDocumentController& controller = BLDocumentController::shared();
+        m_document = controller.addDocument(std::move(document));
+        m_owned = true;
+        controller.logURL(path);
         return true;
     }
     // Saves the changes; false with the reason on `err`.
     bool save(std::ostream& err) {
-        m_context->processPendingChanges();
         std::string error;
-        if (!m_context->save(&error)) {
+        if (!m_document->save(&error)) {
             err << "brassline: the company file can't be saved: " << error << "\n";
             return false;
         }
         return true;
     }
-    ManagedObjectContext& context() { return *m_context; }
-    SQLiteStore& store() { return *m_store; }
+    BLDoc& document() { return *m_document; }
+    ManagedObjectContext& context() { return m_document->managedObjectContext(); }
+    SQLiteStore& store() { return m_document->store(); }
 
 private:
-    SQLiteStore* m_store = nullptr;
-    std::unique_ptr<ManagedObjectContext> m_context;
+    BLDoc* m_document = nullptr;
+    bool m_owned = false;
 };
 
 constexpr int kBadInput = 1;
 constexpr int kSaveFailed = 2;
+constexpr int kNotAvailable = 3;
 
 std::string lower(std::string_view text) {
     std::string result(text);
@@ -317,6 +328,13 @@ ManagedObject* findObject(ManagedObjectContext& context, const std::string& uid,
     return object;
 }
 
+// The preamble of the commands on one object: opens the file and finds the object by
+// uid; null after naming what failed.
+ManagedObject* openWithObject(CommandDocument& file, const std::string& path, const std::string& uid,
+                              std::ostream& err) {
+    return file.open(path, err) ? findObject(file.context(), uid, err) : nullptr;
+}
+
 void applyAssignments(ManagedObject& object, const std::vector<Assignment>& assignments) {
     for (const auto& [key, value] : assignments) {
         object.setValueForKey(value, key);
@@ -337,25 +355,21 @@ int newFile(const std::string& path, const NewOptions& options, std::ostream& ou
         }
         taxes.push_back(Value(Value::Dictionary{{"name", Value(tax.substr(0, equals))}, {"value", Value(*percent)}}));
     }
-    OpenFile file;
-    if (!file.open(path, true, err)) {
-        return kBadInput;
-    }
     Value::Dictionary setup{{"vatID", Value(options.vatID)},
                             {"taxable", Value(options.taxable)},
                             {"useGrossPrices", Value(options.useGrossPrices)},
                             {"taxes", Value(std::move(taxes))}};
-    BLSetupDefaultsController::setupWithObject(setup, file.context());
-    if (!file.save(err)) {
-        return kSaveFailed;
+    CommandDocument file;
+    if (!file.create(path, setup, err)) {
+        return kBadInput;
     }
     out << "created " << path << " (" << file.store().documentIdentifier() << ")\n";
     return 0;
 }
 
 int info(const std::string& path, bool json, std::ostream& out, std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
+    CommandDocument file;
+    if (!file.open(path, err)) {
         return kBadInput;
     }
     ManagedObjectContext& context = file.context();
@@ -397,8 +411,8 @@ int info(const std::string& path, bool json, std::ostream& out, std::ostream& er
 
 int insert(const std::string& path, const std::string& entityName, const std::vector<std::string>& assignments,
            std::ostream& out, std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
+    CommandDocument file;
+    if (!file.open(path, err)) {
         return kBadInput;
     }
     ManagedObjectContext& context = file.context();
@@ -427,11 +441,8 @@ int insert(const std::string& path, const std::string& entityName, const std::ve
 
 int set(const std::string& path, const std::string& uid, const std::vector<std::string>& assignments,
         std::ostream& /*out*/, std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
-        return kBadInput;
-    }
-    ManagedObject* object = findObject(file.context(), uid, err);
+    CommandDocument file;
+    ManagedObject* object = openWithObject(file, path, uid, err);
     if (object == nullptr) {
         return kBadInput;
     }
@@ -445,11 +456,8 @@ int set(const std::string& path, const std::string& uid, const std::vector<std::
 
 int get(const std::string& path, const std::string& uid, const std::vector<std::string>& keyPaths, bool json,
         std::ostream& out, std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
-        return kBadInput;
-    }
-    ManagedObject* object = findObject(file.context(), uid, err);
+    CommandDocument file;
+    ManagedObject* object = openWithObject(file, path, uid, err);
     if (object == nullptr) {
         return kBadInput;
     }
@@ -475,8 +483,8 @@ int get(const std::string& path, const std::string& uid, const std::vector<std::
 
 int fetch(const std::string& path, const std::string& entityName, const FetchOptions& options, std::ostream& out,
           std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
+    CommandDocument file;
+    if (!file.open(path, err)) {
         return kBadInput;
     }
     ManagedObjectContext& context = file.context();
@@ -536,11 +544,8 @@ int fetch(const std::string& path, const std::string& entityName, const FetchOpt
 }
 
 int remove(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
-        return kBadInput;
-    }
-    ManagedObject* object = findObject(file.context(), uid, err);
+    CommandDocument file;
+    ManagedObject* object = openWithObject(file, path, uid, err);
     if (object == nullptr) {
         return kBadInput;
     }
@@ -558,8 +563,8 @@ int remove(const std::string& path, const std::string& uid, std::ostream& out, s
 }
 
 int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err) {
-    OpenFile file;
-    if (!file.open(path, false, err)) {
+    CommandDocument file;
+    if (!file.open(path, err)) {
         return kBadInput;
     }
     if (std::optional<StoreError> error = file.store().exportDatabaseToSQLite(outPath)) {
@@ -571,55 +576,72 @@ int exportSQLite(const std::string& path, const std::string& outPath, std::ostre
 }
 
 int url(const std::string& path, const std::string& url, std::ostream& out, std::ostream& err) {
-    constexpr std::string_view scheme = "brassline://";
-    if (lower(url.substr(0, scheme.size())) != scheme) {
-        err << "brassline: not a brassline:// URL: '" << url << "'\n";
-        return kBadInput;
-    }
-    std::string rest = url.substr(scheme.size());
-    size_t question = rest.find('?');
-    std::string command = lower(rest.substr(0, std::min(question, rest.find('/'))));
-    std::map<std::string, std::string> query;
-    if (question != std::string::npos) {
-        std::string_view text = std::string_view(rest).substr(question + 1);
-        while (!text.empty()) {
-            std::string_view pair = text.substr(0, text.find('&'));
-            size_t equals = pair.find('=');
-            query[std::string(pair.substr(0, equals))] =
-                equals == std::string_view::npos ? std::string() : std::string(pair.substr(equals + 1));
-            text.remove_prefix(std::min(text.size(), pair.size() + 1));
-        }
-    }
     std::string error;
-    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
-    if (!document) {
+    std::optional<URLRequest> request = URLRequest::parse(url, &error);
+    if (!request) {
         err << "brassline: " << error << "\n";
         return kBadInput;
     }
-    if (auto it = query.find("document"); it != query.end() && it->second != document->documentIdentifier()) {
-        err << "brassline: " << CompanyPackage::displayName(path) << " is not the company file " << it->second << "\n";
+    CommandDocument file;
+    if (!file.open(path, err)) {
         return kBadInput;
     }
-    logMessage("Calling %@", url);
-    if (command == "fixprofiles" || command == "fixeuro") {
-        command == "fixprofiles" ? document->fixProfiles() : document->fixEuro();
-        if (!document->save(&error)) {
-            err << "brassline: the company file can't be saved: " << error << "\n";
+    BLDoc& document = file.document();
+    if (std::string wanted = request->value("document"); !wanted.empty() && wanted != document.documentIdentifier()) {
+        err << "brassline: " << CompanyPackage::displayName(path) << " is not the company file " << wanted << "\n";
+        return kBadInput;
+    }
+    BLDocumentController& controller = BLDocumentController::shared();
+    std::vector<BLDoc*> openBefore;
+    for (size_t i = 0; i < controller.documentCount(); ++i) {
+        openBefore.push_back(controller.documentAt(i));
+    }
+    URLResult result = handleURL(controller, &document, *request);
+    // Documents that the command opened ("open") go with the command, like its own file.
+    for (size_t i = controller.documentCount(); i-- > 0;) {
+        BLDoc* opened = controller.documentAt(i);
+        if (std::find(openBefore.begin(), openBefore.end(), opened) == openBefore.end()) {
+            controller.closeDocument(opened);
+        }
+    }
+    switch (result.status) {
+    case URLResult::Status::Done:
+        if (file.context().hasChanges() && !file.save(err)) {
             return kSaveFailed;
         }
-        out << command << ": done\n";
+        out << result.message << "\n";
         return 0;
+    case URLResult::Status::NotAvailable:
+        err << "brassline: " << result.message << "\n";
+        return kNotAvailable;
+    case URLResult::Status::Failed:
+    case URLResult::Status::NotSupported:
+        break;
     }
-    if (command == "show") {
-        ManagedObject* object = findObject(document->managedObjectContext(), query["uid"], err);
-        if (object == nullptr) {
-            return kBadInput;
-        }
-        out << object->entityName() << " " << uidOf(*object) << "\n";
-        return 0;
-    }
-    err << "brassline: The command " << command << " is not supported\n";
+    err << "brassline: " << result.message << "\n";
     return kBadInput;
+}
+
+int recent(bool json, std::ostream& out, std::ostream& /*err*/) {
+    BLDocumentController& controller = BLDocumentController::shared();
+    Value::Dictionary records = controller.recentDocumentDictionaries();
+    for (const std::string& path : controller.recentDocumentURLs()) {
+        const Value& record = records[path];
+        std::error_code code;
+        bool exists = std::filesystem::exists(path, code);
+        std::string identifier = record[BLDocumentController::kDocumentInfoKey][CompanyPackage::kDocumentIdentifierKey].toString();
+        std::string opened = record[BLDocumentController::kLastDateOpenedKey].toString();
+        if (json) {
+            Value::Dictionary line{{"path", Value(path)},
+                                   {"documentIdentifier", Value(identifier)},
+                                   {"lastOpened", Value(opened)},
+                                   {"exists", Value(exists)}};
+            out << Value(std::move(line)).toJSON() << "\n";
+        } else {
+            out << path << "\t" << identifier << "\t" << opened << (exists ? "" : "\tmissing") << "\n";
+        }
+    }
+    return 0;
 }
 
 }  // namespace brassline::companyfile

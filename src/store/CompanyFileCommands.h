@@ -9,10 +9,12 @@
 namespace brassline {
 
 // The command-line operations on a company file, apart from argument parsing so that
-// tests call them directly. Each writes its answer to `out` and its failure (naming the
-// entity, key, uid or value at fault) to `err`, and answers the exit code: 0 on success,
-// 1 for bad input or a refused file, 2 when a save fails. A failed command saves
-// nothing: all KEY=VALUE pairs are checked before any object is touched.
+// tests call them directly. Each opens the file as a document (start-up steps, repair,
+// recent list), writes its answer to `out` and its failure (naming the entity, key, uid
+// or value at fault) to `err`, and answers the exit code: 0 on success, 1 for bad input
+// or a refused file, 2 when a save fails, 3 for a URL command this build can't do yet.
+// A failed command saves nothing: all KEY=VALUE pairs are checked before any object is
+// touched.
 namespace companyfile {
 
 struct NewOptions {
@@ -43,10 +45,14 @@ int fetch(const std::string& path, const std::string& entity, const FetchOptions
           std::ostream& err);
 int remove(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err);
 int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err);
-// Runs "brassline://<command>?<query>" on the company file: "fixprofiles", "fixeuro",
-// "show?uid=". A "document" query must name this file's identifier. Any other command
-// answers "The command <command> is not supported".
+// Runs "brassline://<command>?<query>" on the company file: the document's commands,
+// then the application's (URLCommands.h); saves when a command changed data. A
+// "document" query must name this file's identifier. An unknown command answers "The
+// command <command> is not supported".
 int url(const std::string& path, const std::string& url, std::ostream& out, std::ostream& err);
+// The recent company files, newest first: path, identifier, last opened, and "missing"
+// when the file is gone; `json` prints one object per line.
+int recent(bool json, std::ostream& out, std::ostream& err);
 
 }  // namespace companyfile
 

@@ -10,6 +10,8 @@
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
 #include "model/entities/ModelHooks.h"
+#include "store/BLDocumentController.h"
+#include "store/BLUserDefaults.h"
 #include "store/CompanyFileCommands.h"
 #include "StoreTestSupport.h"
 
@@ -48,6 +50,8 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
         resetModelHooks();
         BLSyncHelper::setIsSyncing(false);
+        UserDefaults::setDirectoryForTesting(m_folder / "config");
+        BLDocumentController::resetSharedForTesting();
         m_path = m_folder / "Acme.brassline";
         cf::NewOptions options;
         options.taxes = {"VAT=19", "reduced=7"};
@@ -55,6 +59,8 @@ protected:
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
+        BLDocumentController::resetSharedForTesting();
+        UserDefaults::setDirectoryForTesting("");
         RunLoop::resetMainForTesting();
         resetModelHooks();
         NotificationCenter::resetDefaultCenterForTesting();
@@ -292,6 +298,8 @@ TEST_F(CompanyFileCommandsTest, URLCommandsRunOrAreRefused) {
         {"brassline://show?uid=nothing", 1, "nothing"},
         {"brassline://show?document=other&uid=default.profile", 1, "other"},
         {"brassline://crashnow", 1, "The command crashnow is not supported"},
+        {"brassline://fixtaxrules", 3, "this build has no taxes yet"},
+        {"brassline://fixzombies", 0, "fixzombies: 0 drafts"},
         {"http://show", 1, "not a brassline:// URL"},
     };
     for (const Case& c : cases) {

@@ -1,0 +1,14 @@
+#include "store/DocumentHooks.h"
+
+namespace brassline {
+
+DocumentHooks& documentHooks() {
+    static DocumentHooks hooks;
+    return hooks;
+}
+
+void resetDocumentHooks() {
+    documentHooks() = DocumentHooks();
+}
+
+}  // namespace brassline
