@@ -1,0 +1,111 @@
+#include "lifecycle/NumberingCommands.h"
+
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "../store/StoreTestSupport.h"
+#include "model/NotificationCenter.h"
+#include "model/RunLoop.h"
+#include "model/entities/ModelHooks.h"
+#include "store/CompanyFileCommands.h"
+
+namespace brassline {
+namespace {
+
+struct Result {
+    int code = 0;
+    std::string out;
+    std::string err;
+};
+
+template <typename Function>
+Result run(Function function) {
+    std::ostringstream out;
+    std::ostringstream err;
+    Result result;
+    result.code = function(out, err);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
+
+class NumberingCommandsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunLoop::resetMainForTesting();
+        NotificationCenter::resetDefaultCenterForTesting();
+        resetModelHooks();
+        m_path = m_folder / "Acme.brassline";
+        Result created = run([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        ASSERT_EQ(created.code, 0) << created.err;
+    }
+    void TearDown() override {
+        RunLoop::resetMainForTesting();
+        resetModelHooks();
+        NotificationCenter::resetDefaultCenterForTesting();
+    }
+
+    Result pattern(const std::string& kind, std::optional<std::string> json = std::nullopt) {
+        return run([&](auto& out, auto& err) { return numbercommands::pattern(m_path, kind, json, out, err); });
+    }
+    Result number(const std::string& uid) {
+        return run([&](auto& out, auto& err) { return numbercommands::showNumber(m_path, uid, out, err); });
+    }
+    std::string insert(const std::string& entity, const std::vector<std::string>& values = {}) {
+        Result result = run([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
+        EXPECT_EQ(result.code, 0) << result.err;
+        return result.out.substr(0, result.out.find('\n'));
+    }
+
+    storetest::TemporaryFolder m_folder;
+    std::string m_path;
+};
+
+TEST_F(NumberingCommandsTest, SetPatternIsStoredAndNumbersArePeekedWithoutTaking) {
+    Result set = pattern("invoice", R"(["RE-", {"field": "increment", "option": "ZPIncrement4"}])");
+    ASSERT_EQ(set.code, 0) << set.err;
+    EXPECT_NE(set.out.find("preview: RE-0001\n"), std::string::npos) << set.out;
+    // Every token got a uid on the way in.
+    EXPECT_NE(pattern("invoice").out.find("\"uid\":"), std::string::npos);
+
+    std::string draft = insert("Invoice");
+    EXPECT_EQ(number(draft).out, "RE-0001 (next)\n");
+    EXPECT_EQ(number(draft).out, "RE-0001 (next)\n");
+    std::string named = insert("Invoice", {"name=RE-0001"});
+    EXPECT_EQ(number(named).out, "RE-0001\n");
+    // The taken number is skipped by the peek as it would be by sending.
+    EXPECT_EQ(number(draft).out, "RE-0002 (next)\n");
+    EXPECT_NE(pattern("invoice").out.find("counter: 1\n"), std::string::npos);
+}
+
+TEST_F(NumberingCommandsTest, BadInputIsNamedAndNothingIsStored) {
+    struct Row {
+        const char* kind;
+        const char* json;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"invoice", "[1", "not JSON"},
+        {"invoice", R"({"field": "year"})", "a pattern is a JSON list"},
+        {"invoice", R"([{"field": "year", "option": "ZPNope"}])", "unknown option \"ZPNope\""},
+        {"estimate", R"([{"option": "ZPYear"}])", "element 1"},
+        {"receipts", "[]", "unknown pattern kind \"receipts\""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.json);
+        Result result = pattern(row.kind, std::string(row.json));
+        EXPECT_EQ(result.code, 1);
+        EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
+    }
+    EXPECT_NE(pattern("invoice").out.find("pattern: none\n"), std::string::npos);
+    EXPECT_EQ(number("no-such-uid").code, 1);
+    std::string layoutless = insert("Payment");
+    Result payment = number(layoutless);
+    EXPECT_EQ(payment.code, 1);
+    EXPECT_NE(payment.err.find("carries no number"), std::string::npos) << payment.err;
+}
+
+}  // namespace
+}  // namespace brassline
