@@ -36,6 +36,14 @@ struct UndoManager::Impl {
 
     int disableCount = 0;
 
+    std::vector<std::pair<uint64_t, GroupObserver>> groupObservers;
+    uint64_t nextGroupObserverId = 1;
+
+    void tellGroupObservers(bool isOpen) {
+        for (const auto& [id, observer] : groupObservers)
+            observer(isOpen);
+    }
+
     RunLoop* observedLoop = nullptr;
     RunLoop::ObserverId observerId = 0;
 
@@ -79,9 +87,11 @@ struct UndoManager::Impl {
         replay = kind;
         replayed = Group{{}, step.name};
         replayLevel = 0;
+        tellGroupObservers(true);
         for (auto it = step.actions.rbegin(); it != step.actions.rend(); ++it)
             (*it)();
         replay = Replay::None;
+        tellGroupObservers(false);
         if (!replayed.actions.empty())
             to.push_back(std::move(replayed));
         replayed = Group{};
@@ -111,7 +121,8 @@ void UndoManager::beginUndoGrouping() {
         ++m_impl->replayLevel;
         return;
     }
-    ++m_impl->explicitLevel;
+    if (++m_impl->explicitLevel == 1)
+        m_impl->tellGroupObservers(true);
 }
 
 void UndoManager::endUndoGrouping() {
@@ -131,6 +142,8 @@ void UndoManager::endUndoGrouping() {
     // With the automatic group around it, the explicit group is part of the event's step.
     if (d.explicitLevel == 0 && !d.automaticOpen)
         d.closeOpenGroup();
+    if (d.explicitLevel == 0)
+        d.tellGroupObservers(false);
 }
 
 int UndoManager::groupingLevel() const {
@@ -242,8 +255,11 @@ void UndoManager::removeAllActions() {
     d.undoStack.clear();
     d.redoStack.clear();
     d.open = Group{};
+    bool wasOpen = d.explicitLevel > 0;
     d.explicitLevel = 0;
     d.automaticOpen = false;
+    if (wasOpen)
+        d.tellGroupObservers(false);
 }
 
 std::string UndoManager::undoActionName() const {
@@ -251,6 +267,22 @@ std::string UndoManager::undoActionName() const {
     if (d.automaticOpen && !d.open.actions.empty())
         return d.open.name;
     return d.undoStack.empty() ? std::string() : d.undoStack.back().name;
+}
+
+uint64_t UndoManager::addGroupObserver(GroupObserver observer) {
+    uint64_t id = m_impl->nextGroupObserverId++;
+    m_impl->groupObservers.emplace_back(id, std::move(observer));
+    return id;
+}
+
+void UndoManager::removeGroupObserver(uint64_t id) {
+    auto& observers = m_impl->groupObservers;
+    for (auto it = observers.begin(); it != observers.end(); ++it) {
+        if (it->first == id) {
+            observers.erase(it);
+            return;
+        }
+    }
 }
 
 std::string UndoManager::redoActionName() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,6 +14,9 @@ namespace brassline {
 class UndoManager {
 public:
     using Action = std::function<void()>;
+    // Told true when the outermost explicit group opens or an undo or redo starts, false
+    // when that group closes or the replay ends. Automatic event groups are not reported.
+    using GroupObserver = std::function<void(bool isOpen)>;
 
     UndoManager();
     ~UndoManager();
@@ -55,6 +59,11 @@ public:
 
     std::string undoActionName() const;
     std::string redoActionName() const;
+
+    // Observers run synchronously on the manager's thread; ids are never 0. An observer
+    // may not add or remove observers while it is being told.
+    uint64_t addGroupObserver(GroupObserver observer);
+    void removeGroupObserver(uint64_t id);
 
 private:
     struct Impl;

@@ -237,4 +237,34 @@ TEST_F(UndoManagerTest, RemoveAllActionsDropsStacksAndOpenGroups) {
     EXPECT_FALSE(undo.canUndo());
 }
 
+TEST_F(UndoManagerTest, GroupObserversHearOutermostGroupsAndReplaysOnly) {
+    std::vector<bool> heard;
+    uint64_t id = undo.addGroupObserver([&](bool isOpen) { heard.push_back(isOpen); });
+    number.set(1);  // The automatic group of this turn is not reported.
+    RunLoop::main().runOnce();
+    EXPECT_TRUE(heard.empty());
+
+    undo.beginUndoGrouping();
+    undo.beginUndoGrouping();
+    number.set(2);
+    undo.endUndoGrouping();
+    EXPECT_EQ(heard, (std::vector<bool>{true}));  // Still inside the outer group.
+    undo.endUndoGrouping();
+    EXPECT_EQ(heard, (std::vector<bool>{true, false}));
+
+    undo.undo();  // Undo and redo are one open-close pair each.
+    undo.redo();
+    EXPECT_EQ(heard, (std::vector<bool>{true, false, true, false, true, false}));
+
+    undo.beginUndoGrouping();
+    undo.removeAllActions();  // Dropping an open group closes it for the observers too.
+    EXPECT_EQ(heard.size(), 8u);
+    EXPECT_FALSE(heard.back());
+
+    undo.removeGroupObserver(id);
+    undo.beginUndoGrouping();
+    undo.endUndoGrouping();
+    EXPECT_EQ(heard.size(), 8u);
+}
+
 }  // namespace brassline
