@@ -209,10 +209,14 @@ Decimal BLTaxRule::amountAfterDiscount(const Decimal& amount, const BLSendable* 
 Decimal BLTaxRule::taxForAmount(const Decimal& amount, const BLSendable* document,
                                 std::vector<BLTaxDetails>* details) const {
     const Decimal base = amountAfterDiscount(amount, document);
+    // Taxes of a document are always in cents, which the slot records bring about; a
+    // caller without interest in them still gets the rounded figure.
+    std::vector<BLTaxDetails> scratch;
+    std::vector<BLTaxDetails>* records = details != nullptr ? details : &scratch;
     if (document != nullptr && document->useGrossPricesValue()) {
-        return calculateIncludedTaxForAmount(base, details, document);
+        return calculateIncludedTaxForAmount(base, records, document);
     }
-    return calculateTaxForAmount(base, details, document);
+    return calculateTaxForAmount(base, records, document);
 }
 
 std::string BLTaxRule::taxNames() const {

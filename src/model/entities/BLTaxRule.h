@@ -39,8 +39,8 @@ public:
 
     // A sum of lines less the document's discount, rounded as payable in its currency.
     static Decimal amountAfterDiscount(const Decimal& amount, const BLSendable* document);
-    // The tax on a sum of lines in `document`: after discount, included or on top by the
-    // document's price mode; appends to `details` when given.
+    // The tax on a sum of lines in `document`, in cents: after discount, included or on
+    // top by the document's price mode; appends the slot records to `details` when given.
     Decimal taxForAmount(const Decimal& amount, const BLSendable* document,
                          std::vector<BLTaxDetails>* details = nullptr) const;
 
