@@ -15,6 +15,7 @@
 #include "model/entities/BLCustomValue.h"
 #include "model/entities/BLDocument.h"
 #include "store/BLCacheInvalidator.h"
+#include "store/BLCustomFieldInvalidator.h"
 #include "store/ObservationHooks.h"
 #include "store/ObservationNames.h"
 

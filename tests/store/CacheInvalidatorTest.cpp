@@ -13,6 +13,7 @@
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLTaxRule.h"
 #include "store/BLCacheInvalidator.h"
+#include "store/BLCustomFieldInvalidator.h"
 #include "store/BLDataObserver.h"
 #include "store/UndoSuspension.h"
 #include "ObservationTestSupport.h"
