@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "app/cli/Commands.h"
+#include "store/BLApplication.h"
 #include "store/CompanyFileCommands.h"
 
 namespace brassline::cli {
@@ -139,10 +140,21 @@ void addURLCommand(CLI::App& app, int& exitCode) {
     auto path = std::make_shared<std::string>();
     auto url = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand(
-        "url", "Run a brassline:// URL command on the company file (fixprofiles, fixeuro, show?uid=UID)");
+        "url",
+        "Run a brassline:// URL command on the company file: show?uid=UID, fixprofiles, fixeuro,\n"
+        "fixzombies, fixduplicates, fixmissingvalues, fixclients, fixpreferences, fixcaches, fixdefaults,\n"
+        "overview?select=UID, userdefaults?key=K&value=V, open?path=P; commands of parts not built yet\n"
+        "exit with 3; unknown ones are not supported");
     command->add_option("path", *path, "The company file")->required();
     command->add_option("url", *url, "The URL, such as brassline://show?uid=default.profile")->required();
     command->callback([path, url, &exitCode] { exitCode = companyfile::url(*path, *url, std::cout, std::cerr); });
+}
+
+void addRecentCommand(CLI::App& app, int& exitCode) {
+    auto json = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand("recent", "List the recently opened company files, newest first");
+    command->add_flag("--json", *json, "One JSON object per line");
+    command->callback([json, &exitCode] { exitCode = companyfile::recent(*json, std::cout, std::cerr); });
 }
 
 }  // namespace
@@ -157,6 +169,12 @@ void addStoreCommands(CLI::App& app, int& exitCode) {
     addDeleteCommand(app, exitCode);
     addExportCommand(app, exitCode);
     addURLCommand(app, exitCode);
+    addRecentCommand(app, exitCode);
+    // The process entry steps (user default keys, registered defaults) run before any
+    // company-file command.
+    for (const char* name : {"new", "info", "insert", "set", "get", "fetch", "delete", "export-sqlite", "url", "recent"}) {
+        app.get_subcommand(name)->preparse_callback([](size_t) { BLApplication::processEntry(); });
+    }
 }
 
 }  // namespace brassline::cli
