@@ -181,20 +181,6 @@ TEST_F(DataObserverTest, TaxRuleChangeOfALineAnnouncesCostUpTheTree) {
     EXPECT_EQ(costNotices, 1);
 }
 
-TEST_F(DataObserverTest, SalutationChangeInvalidatesTheDocumentsSalutations) {
-    int invalidated = 0;
-    observationHooks().invalidateSalutations = [&](ManagedObjectContext& target) {
-        EXPECT_EQ(&target, &context());
-        ++invalidated;
-    };
-    ManagedObject* client = context().insertNewObjectForEntityForName("Client");
-    settle();
-    invalidated = 0;
-    client->setValueForKey(Value("Dear Ms"), "salutation");
-    settle();
-    EXPECT_EQ(invalidated, 1);
-}
-
 TEST_F(DataObserverTest, RefreshedObjectsAreDispatchedOnceAndTold) {
     auto* payment = insert<BLPayment>();
     settle();
