@@ -40,7 +40,7 @@ void BM_ObserverBatch(benchmark::State& state) {
     observer.attach(context);
     int64_t posts = 0;
     int64_t statePosts = 0;
-    NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& note) {
+    NotificationCenter::Token token = NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& note) {
         if (note.name != kObjectsDidChangeNotification) {
             ++posts;
             statePosts += note.name == kUpdateStateControllerNotification ? 1 : 0;
@@ -62,6 +62,7 @@ void BM_ObserverBatch(benchmark::State& state) {
     state.counters["state_posts_per_batch"] =
         static_cast<double>(statePosts) / static_cast<double>(state.iterations());
     state.counters["objects"] = kObjects;
+    NotificationCenter::defaultCenter().removeObserver(token);
     observer.detach();
 }
 BENCHMARK(BM_ObserverBatch)->Unit(benchmark::kMillisecond)->Iterations(10);
