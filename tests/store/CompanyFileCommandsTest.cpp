@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "core/Date.h"
 #include "core/Value.h"
 #include "model/BLSyncHelper.h"
 #include "model/NotificationCenter.h"
@@ -308,6 +309,34 @@ TEST_F(CompanyFileCommandsTest, URLCommandsRunOrAreRefused) {
         EXPECT_EQ(result.code, c.code);
         EXPECT_NE((c.code == 0 ? result.out : result.err).find(c.text), std::string::npos) << result.out << result.err;
     }
+}
+
+}  // namespace
+}  // namespace brassline
+
+namespace brassline {
+namespace {
+
+TEST_F(CompanyFileCommandsTest, RecentListsFilesNewestFirstAndMarksVanishedOnes) {
+    std::string other = m_folder / "Other.brassline";
+    Clock::setNow(Date::parseISO8601("2030-01-01T00:00:00Z"));
+    ASSERT_EQ(run([&](auto& out, auto& err) { return cf::newFile(other, {}, out, err); }).code, 0);
+    Clock::setNow(std::nullopt);
+    // Reading a file counts as opening it, but the other one stays newer by its date.
+    EXPECT_FALSE(state().empty());
+    std::filesystem::remove_all(other);
+
+    Result listed = run([&](auto& out, auto& err) { return cf::recent(false, out, err); });
+    ASSERT_EQ(listed.code, 0);
+    std::istringstream lines(listed.out);
+    std::string first;
+    std::string second;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    EXPECT_EQ(first.substr(0, first.find('\t')), other);
+    EXPECT_NE(first.find("\tmissing"), std::string::npos);
+    EXPECT_EQ(second.substr(0, second.find('\t')), m_path);
+    EXPECT_EQ(second.find("missing"), std::string::npos);
 }
 
 }  // namespace
