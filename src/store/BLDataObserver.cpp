@@ -301,6 +301,16 @@ void BLDataObserver::scheduleNotificationName(std::string_view name, Object* obj
         logMessage("Notification %@ scheduled off the main thread; dropped.", name);
         return;
     }
+    // A batch schedules the same few records over and over: those are found without
+    // building a record for the set.
+    constexpr size_t kScanLimit = 8;
+    if (m_scheduled.size() <= kScanLimit) {
+        for (const ScheduledNotification& existing : m_scheduled) {
+            if (existing.object == object && existing.name == name) {
+                return;
+            }
+        }
+    }
     ScheduledNotification record{std::string(name), object};
     if (!m_dispatch->scheduled.insert(record).second) {
         return;
