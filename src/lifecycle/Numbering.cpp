@@ -85,6 +85,11 @@ std::optional<std::string> fallbackFieldValue(ManagedObject& object, const std::
     return value.toString();
 }
 
+NumberingScript& numberingScript() {
+    static NumberingScript script;
+    return script;
+}
+
 std::function<std::optional<std::string>(ManagedObject&, std::string_view)>& substitutionProvider() {
     static std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider;
     return provider;
@@ -321,6 +326,13 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
     bool hasIncrement = stored && patternHasField(*stored, "increment");
     bool hasAutoIncrement = stored && patternHasField(*stored, "autoincrement");
 
+    if (numberingScript()) {
+        std::optional<std::string> scripted = numberingScript()(object, used);
+        if (scripted && !used.contains(*scripted)) {
+            m_active = m_preferences;
+            return scripted;
+        }
+    }
     NumberResetMode mode = parseResetMode(preferences.valueForKeyPath(kind.resetModeKey));
     const Date now = Date::now();
     bool restarted = false;
@@ -581,6 +593,10 @@ std::string timeImportTitle(const NumberPattern& pattern, const Value::Dictionar
         title += transformer != nullptr ? transformer->transformedValue(value).toString() : value.toString();
     }
     return title;
+}
+
+void setNumberingScript(NumberingScript script) {
+    numberingScript() = std::move(script);
 }
 
 void setNumberSubstitutionProvider(std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider) {

@@ -123,6 +123,14 @@ private:
 // other field reads the sendable's property of that name.
 void setNumberSubstitutionProvider(std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider);
 
+// A numbering script (a plug-in of type documentNumbering), installed by the script host:
+// given the sendable and the numbers in use, it answers a number or nothing. A number that
+// is already in use is dropped and the counter path takes over; a used script number moves
+// no counter. Empty by default.
+using NumberingScript =
+    std::function<std::optional<std::string>(ManagedObject& object, const std::unordered_set<std::string>& existingNumbers)>;
+void setNumberingScript(NumberingScript script);
+
 // The file name and folder of a document's PDF from the patterns "documents.filename"
 // and "documents.directory": the name without slashes ("untitled" when empty), the path
 // as root, folder and name with "~" expanded and "." and ".." resolved.

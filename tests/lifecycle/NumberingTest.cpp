@@ -39,6 +39,7 @@ protected:
     }
     void TearDown() override {
         m_prefs.reset();
+        setNumberingScript(nullptr);
         setCurrentFormattingLocale("");
         Clock::setNow(std::nullopt);
         TimeZone::setCurrent("");
@@ -291,6 +292,23 @@ TEST_F(NumberingTest, PatternsWithoutIncrementTokens) {
     EXPECT_EQ(none.createNumber(*unnamed), std::nullopt);
     EXPECT_EQ(unnamed->name(), std::nullopt);
     EXPECT_EQ(none.currentCounter(invoiceKind()), 4);
+}
+
+TEST_F(NumberingTest, AScriptNumberIsTakenUnlessItIsInUse) {
+    Numbering numbering(context(), prefs());
+    setInvoicePattern(numbering, yearDashCounter(), Value("never"), 7);
+    invoice(Date::dateWithYear(2024, 1, 1), std::string("S-1"));
+    std::vector<size_t> seenCounts;
+    setNumberingScript([&seenCounts](ManagedObject&, const std::unordered_set<std::string>& existing) {
+        seenCounts.push_back(existing.size());
+        return std::optional<std::string>(existing.contains("S-2") ? "S-1" : "S-2");
+    });
+    EXPECT_EQ(numbering.createNumber(*invoice(Date::dateWithYear(2024, 3, 1))), std::optional<std::string>("S-2"));
+    EXPECT_EQ(numbering.currentCounter(invoiceKind()), 7);
+    // The script's "S-1" is taken already: the counter path takes over.
+    EXPECT_EQ(numbering.createNumber(*invoice(Date::dateWithYear(2024, 3, 1))), std::optional<std::string>("2024-007"));
+    EXPECT_EQ(numbering.currentCounter(invoiceKind()), 8);
+    EXPECT_EQ(seenCounts, (std::vector<size_t>{1, 2}));
 }
 
 TEST_F(NumberingTest, EachKindCountsOnItsOwnCounter) {
