@@ -103,6 +103,9 @@ TEST_F(ContactClientTest, BalanceSumsOpenAmountsPerCurrency) {
     EXPECT_EQ(client->balance(), "") << "sums of exactly 0 are left out";
     EXPECT_FALSE(client->hasOpen());
     EXPECT_EQ(client->openAmount()->toString(), "0");
+
+    invoice(euro, dec("1190.004"));
+    EXPECT_EQ(client->balance(), "EUR 1,190.00") << "grouped, two digits, in the display locale";
 }
 
 TEST_F(ContactClientTest, AddressAsDefaultReachesEverySubContact) {

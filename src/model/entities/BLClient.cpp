@@ -11,24 +11,18 @@
 #include "model/entities/ContactStrings.h"
 #include "model/entities/ModelStrings.h"
 #include "core/Log.h"
+#include "core/ValueTransformers.h"
 #include "model/entities/BLInvoice.h"
 
 namespace brassline {
 
 namespace {
 
-// Two fraction digits, as the number transformer shows amounts by default.
+// Amounts as the number transformer shows them: grouped, two fraction digits, in the
+// display locale.
 std::string amountText(const Decimal& amount) {
-    std::string text = amount.fixedValue().toString();
-    const size_t point = text.find('.');
-    const size_t digits = point == std::string::npos ? 0 : text.size() - point - 1;
-    if (point == std::string::npos) {
-        text += ".";
-    }
-    for (size_t i = digits; i < 2; ++i) {
-        text += "0";
-    }
-    return text;
+    static const NumberTransformer transformer(NumberStyle::Grouped, 2);
+    return transformer.format(amount);
 }
 
 std::string currencyCode(const BLCurrency* currency) {
