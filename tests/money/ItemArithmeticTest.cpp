@@ -66,6 +66,32 @@ TEST_F(ItemArithmeticTest, MissingQuantityReadsOneAndIsStored) {
     EXPECT_EQ(line->quantity(), Decimal(1));
 }
 
+TEST_F(ItemArithmeticTest, TimeUnitLinesTakeTheDocumentRateAsTyped) {
+    BLInvoice* invoice = invoiceIn("EUR");
+    invoice->setRate(dec("80"));
+    struct Row {
+        const char* unit;
+        const char* price;
+        bool timeUnit;
+        const char* cost;
+    };
+    // Only a missing or zero price takes the rate, and only for "h" as typed; "H" is a time
+    // unit for durations all the same.
+    const Row rows[] = {{"h", nullptr, true, "80"}, {"H", nullptr, true, "0"}, {"std.", "0", true, "80"},
+                        {"h", "95", true, "95"}, {"pcs", nullptr, false, "0"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.unit);
+        auto* line = insert<BLCost>();
+        line->setUnit(std::string(row.unit));
+        if (row.price != nullptr) {
+            line->setUnitPrice(dec(row.price));
+        }
+        line->setParent(invoice);
+        EXPECT_EQ(line->hasTimeUnit(), row.timeUnit);
+        EXPECT_EQ(line->cost(), dec(row.cost));
+    }
+}
+
 TEST_F(ItemArithmeticTest, DiscountAmountsWeightAndMargin) {
     BLInvoice* invoice = invoiceIn("JPY");
     // 33.33 at 10 %: the line's discount is 3.333, shown as 3.33 even in yen.

@@ -1,5 +1,8 @@
 #include "model/entities/BLCost.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLCatalogItem.h"
 #include "model/entities/BLInvoice.h"
@@ -135,6 +138,51 @@ void BLCost::incrementQuantity() {
 
 void BLCost::invertQuantities() {
     setQuantity(lineQuantity().invert());
+}
+
+void BLCost::setParent(brassline::BLContainer* value) {
+    gen::BLCost::setParent(value);
+    if (isSyncing()) {
+        return;
+    }
+    updateRateIfNeeded();
+    updateItemGroupIfNeeded();
+    updateTaxRule();
+}
+
+void BLCost::updateRateIfNeeded() {
+    if (unitPrice() && !unitPrice()->isZero()) {
+        return;
+    }
+    std::vector<std::string> units = timeUnits();
+    if (std::find(units.begin(), units.end(), unit().value_or("")) == units.end()) {
+        return;
+    }
+    if (const BLSendable* owner = sendable()) {
+        if (std::optional<Decimal> rate = owner->effectiveRate()) {
+            setUnitPrice(*rate);
+        }
+    }
+}
+
+bool BLCost::hasTimeUnit() const {
+    std::string text = unit().value_or("");
+    for (char& c : text) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    std::vector<std::string> units = timeUnits();
+    return std::find(units.begin(), units.end(), text) != units.end();
+}
+
+void BLCost::updateItemGroupIfNeeded() {
+    BLContainer* container = parent();
+    if (container == nullptr || container->entityName() != "SummaryCost") {
+        return;
+    }
+    auto* summary = static_cast<BLCost*>(container);
+    if (summary->taxRule() != taxRule() && summary->itemGroup() != nullptr) {
+        setItemGroup(summary->itemGroup());
+    }
 }
 
 void BLCost::setQuantity(std::optional<Decimal> value) {

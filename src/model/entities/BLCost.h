@@ -46,6 +46,18 @@ public:
     void incrementQuantity();
     void invertQuantities();
 
+    // Moving a line re-derives, unless syncing: the rate of a time unit, the item group of
+    // the container, the tax rule.
+    void setParent(brassline::BLContainer* value) override;
+    // A missing or zero price on a line whose unit, as typed, is a time unit takes the
+    // document's rate ("h" does, "H" doesn't).
+    void updateRateIfNeeded();
+    // Inside a summary whose tax rule differs, the line takes the summary's item group.
+    void updateItemGroupIfNeeded();
+    static std::vector<std::string> timeUnits() { return {"h", "std", "std.", "u"}; }
+    // The lower-cased unit is a time unit.
+    bool hasTimeUnit() const;
+
     // Money setters store, then reset the sums above unless syncing.
     void setQuantity(std::optional<Decimal> value) override;
     void setUnitPrice(std::optional<Decimal> value) override;
