@@ -16,9 +16,11 @@
 #include "model/entities/BLProfile.h"
 #include "model/entities/ModelHooks.h"
 #include "model/entities/gen/BrasslineModel.h"
+#include "store/BLDataObserver.h"
 #include "store/BLMaintenance.h"
 #include "store/BLPreferenceController.h"
 #include "store/BLSetupDefaultsController.h"
+#include "store/BLStateController.h"
 #include "store/BLUserDefaults.h"
 #include "store/DocumentHooks.h"
 #include "store/SQLiteStore.h"
@@ -45,7 +47,16 @@ BLDoc::~BLDoc() {
         RunLoop::main().runUntilIdle();
         BLContextState::forgetContext(*m_context);
     }
-    // Companions go before the context they hold.
+    // Companions go before the context they hold, the data observer before the state
+    // controller whose refreshes it asks for.
+    if (m_dataObserver) {
+        m_dataObserver->detach();
+        m_dataObserver.reset();
+    }
+    if (m_stateController) {
+        m_stateController->detach();
+        m_stateController.reset();
+    }
     m_prefsController.reset();
     m_userDefaults.reset();
     m_context.reset();
@@ -63,6 +74,10 @@ bool BLDoc::attach(std::unique_ptr<SQLiteStore> store, std::string path, std::st
     }
     m_userDefaults = std::make_unique<BLUserDefaultsProxy>(m_store->documentIdentifier());
     m_prefsController = std::make_unique<BLPreferenceController>(*m_context);
+    m_stateController = std::make_unique<BLStateController>();
+    m_stateController->attach(*m_context, UserDefaults::standard(), m_store->documentIdentifier(), m_path);
+    m_dataObserver = std::make_unique<BLDataObserver>();
+    m_dataObserver->attach(*m_context);
     openDocuments().push_back(this);
     installHooks();
     m_externalChangeObserver = NotificationCenter::defaultCenter().addObserver(
@@ -140,6 +155,7 @@ bool BLDoc::setFileURL(const std::string& path) {
     if (path != m_path) {
         logMessage("Document URL %@", path);
         m_path = path;
+        m_stateController->attach(*m_context, UserDefaults::standard(), documentIdentifier(), m_path);
     }
     return true;
 }
@@ -280,6 +296,7 @@ bool BLDoc::setDocumentIdentifier(const std::string& identifier, std::string* er
     }
     m_userDefaults = std::make_unique<BLUserDefaultsProxy>(identifier);
     m_userDefaults->copySettingsFrom(old);
+    m_stateController->attach(*m_context, UserDefaults::standard(), identifier, m_path);
     return true;
 }
 

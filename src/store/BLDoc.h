@@ -11,7 +11,9 @@
 
 namespace brassline {
 
+class BLDataObserver;
 class BLPreferenceController;
+class BLStateController;
 class BLUserDefaultsProxy;
 class ManagedObject;
 class ManagedObjectContext;
@@ -20,7 +22,8 @@ struct URLRequest;
 struct URLResult;
 
 // One open company file: its store, main context and companions (preference controller,
-// per-device settings; the others come with their subsystems). While any document is
+// per-device settings, state controller, data observer; the others come with their
+// subsystems). While any document is
 // open, the model hooks for readiness, preferences and user defaults answer from the
 // document of the asking context. Main thread.
 class BLDoc {
@@ -53,6 +56,8 @@ public:
     std::string displayName() const;
     BLPreferenceController& prefsController() { return *m_prefsController; }
     BLUserDefaultsProxy& userDefaults() { return *m_userDefaults; }
+    BLStateController& stateController() { return *m_stateController; }
+    BLDataObserver& dataObserver() { return *m_dataObserver; }
 
     // No while the store is still loading with no changes; yes without a URL; else
     // whether the store has loaded all changes.
@@ -97,6 +102,8 @@ private:
     std::unique_ptr<ManagedObjectContext> m_context;
     std::unique_ptr<BLPreferenceController> m_prefsController;
     std::unique_ptr<BLUserDefaultsProxy> m_userDefaults;
+    std::unique_ptr<BLStateController> m_stateController;
+    std::unique_ptr<BLDataObserver> m_dataObserver;
     uint64_t m_externalChangeObserver = 0;
 };
 

@@ -19,11 +19,13 @@
 #include "model/entities/ModelHooks.h"
 #include "store/BLApplication.h"
 #include "store/BLDoc.h"
+#include "store/BLDataObserver.h"
 #include "store/BLDocumentController.h"
 #include "store/BLMaintenance.h"
 #include "store/BLPreferenceController.h"
 #include "store/BLUserDefaults.h"
 #include "store/CompanyPackage.h"
+#include "store/BLStateController.h"
 #include "store/SQLiteStore.h"
 #include "store/DocumentHooks.h"
 #include "store/URLCommands.h"
@@ -171,6 +173,22 @@ TEST_F(DocumentLifeCycleTest, CommandsRunInOrderAndMissingSubsystemsChangeNothin
     EXPECT_EQ(UserDefaults::standard().objectForKey("limit"), Value(int64_t{12}));
     run(document, "brassline://userdefaults?key=limit");
     EXPECT_TRUE(UserDefaults::standard().objectForKey("limit").isNull());
+}
+
+TEST_F(DocumentLifeCycleTest, OpenDocumentsObserveTheirChanges) {
+    BLDoc* document = open(makeFile("Acme"));
+    ASSERT_NE(document, nullptr);
+    ManagedObject* invoice = insert(*document, "Invoice", "inv");
+    RunLoop::main().runUntilIdle();
+    uint64_t sent = document->dataObserver().sentNotifications();
+    uint64_t refreshes = document->stateController().refreshCount();
+    // A settled invoice changes the state figures: the observer asks and the state
+    // controller refreshes.
+    invoice->setValueForKey(Value(int64_t{1}), "completeMode");
+    document->managedObjectContext().processPendingChanges();
+    RunLoop::main().runUntilIdle();
+    EXPECT_GT(document->dataObserver().sentNotifications(), sent);
+    EXPECT_GT(document->stateController().refreshCount(), refreshes);
 }
 
 TEST_F(DocumentLifeCycleTest, FixZombiesDeletesOnlyUnsentDraftsWithoutClient) {
