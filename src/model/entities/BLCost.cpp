@@ -84,7 +84,13 @@ Decimal BLCost::lineQuantity() {
 
 Decimal BLCost::costForGroup() {
     Decimal amount = lineQuantity() * lineUnitPrice();
-    return amount - (amount / Decimal::hundred() * lineDiscount());
+    // Most lines carry no discount: the division is the costly step of a line, and
+    // subtracting a zero discount changes nothing.
+    std::optional<Decimal> percent = discount();
+    if (!percent || percent->isZero()) {
+        return amount;
+    }
+    return amount - (amount / Decimal::hundred() * *percent);
 }
 
 Decimal BLCost::cost() {
