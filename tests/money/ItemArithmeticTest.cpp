@@ -23,7 +23,9 @@ TEST_F(ItemArithmeticTest, LineRoundsByTheDocumentCurrency) {
         const char* cost;
     };
     // Worked by hand: cost = q*p - q*p/100*d, then plain rounding (5 away from zero) to
-    // the currency's minor digits: EUR 2, JPY 0, KWD 3; CHF lines keep cents.
+    // the currency's minor digits: EUR 2, JPY 0, KWD 3; CHF lines keep cents. The currency
+    // table overrides the minor digits (HUF and TWD round to whole units although they have
+    // two), and a "noRounding" currency (BTC) leaves a line exactly as computed.
     const Row rows[] = {
         {"EUR", "0.005", "1", nullptr, "0.005", "0.01"},
         {"EUR", "-0.005", "1", nullptr, "-0.005", "-0.01"},
@@ -34,6 +36,11 @@ TEST_F(ItemArithmeticTest, LineRoundsByTheDocumentCurrency) {
         {"KWD", "1.2345", "1", nullptr, "1.2345", "1.235"},
         {"CHF", "10.02", "1", nullptr, "10.02", "10.02"},  // no 0.05 step on a line
         {"EUR", "12.50", "2", "100", "0", "0"},
+        {"HUF", "100.5", "1", nullptr, "100.5", "101"},
+        {"TWD", "33.33", "3", nullptr, "99.99", "100"},
+        {"TWD", "0.49", "1", nullptr, "0.49", "0"},
+        {"BTC", "0.123456789", "3", nullptr, "0.370370367", "0.370370367"},
+        {"BTC", "0.00000001", "1", "50", "0.000000005", "0.000000005"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.currency) + " " + row.price + " x " + row.quantity);
