@@ -463,6 +463,84 @@ std::string BLContact::postalAddressForDictionary(const Value::Dictionary& dicti
     return brassline::postalAddress(cardFromDictionary(dictionary), senderCountryCode);
 }
 
+std::string BLContact::formattedCompanyAddress() const {
+    const ContactCard own = card();
+    if (own.organization.empty()) {
+        return formattedAddress();
+    }
+    // Without the names the builder prints only organization, department and address.
+    ContactCard company = own;
+    company.title.clear();
+    company.firstName.clear();
+    company.middleName.clear();
+    company.lastName.clear();
+    BLProfile* profile = sender();
+    return brassline::formattedAddress(company, titleAndNameInOneLine(),
+                                       profile != nullptr ? profile->countryCode() : std::nullopt);
+}
+
+std::string BLContact::formattedHTMLAddress() const {
+    std::string html;
+    const std::string address = formattedAddress();
+    for (size_t at = 0; at < address.size(); ++at) {
+        const char c = address[at];
+        if (address.compare(at, kNbsp.size(), kNbsp) == 0) {
+            html += "&nbsp;";
+            at += kNbsp.size() - 1;
+            continue;
+        }
+        switch (c) {
+            case '&': html += "&amp;"; break;
+            case '<': html += "&lt;"; break;
+            case '>': html += "&gt;"; break;
+            case '"': html += "&quot;"; break;
+            case '\n': html += "<br>"; break;
+            default: html.push_back(c);
+        }
+    }
+    return html;
+}
+
+std::string BLContact::labelAddressForContact(const BLContact* contact) const {
+    const BLContact* person = contact != nullptr ? contact : this;
+    ContactCard label = card();
+    const ContactCard named = person->card();
+    label.title = named.title;
+    label.firstName = named.firstName;
+    label.middleName = named.middleName;
+    label.lastName = named.lastName;
+    // The person's own address does not count here: the label goes to this address.
+    BLProfile* profile = sender();
+    const std::string address = brassline::formattedAddress(
+        label, titleAndNameInOneLine(), profile != nullptr ? profile->countryCode() : std::nullopt);
+    // Label sheets wrap by their own box width, so the blanks need not hold lines together.
+    return stringByReplacingNbspWithSpaces(address);
+}
+
+Value::Dictionary BLContact::ABDictionary() const {
+    Value::Dictionary record;
+    auto put = [&record](const char* key, const std::optional<std::string>& value) {
+        if (value && !value->empty()) {
+            record.emplace(key, Value(*value));
+        }
+    };
+    put("Organization", organization());
+    put("Department", department());
+    put("Title", title());
+    put("FirstName", firstName());
+    put("MiddleName", middleName());
+    put("LastName", lastName());
+    put("Street", address());
+    put("ZIP", zip());
+    put("City", city());
+    put("State", state());
+    put("CountryCode", countryCode());
+    put("Email", email());
+    put("Phone", phoneNumber());
+    put("Note", notes());
+    return record;
+}
+
 // vCard.
 
 std::string BLContact::vCardValue(const std::optional<std::string>& value) {

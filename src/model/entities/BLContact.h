@@ -67,6 +67,19 @@ public:
     // The name in the country record's locale when it has one, else countryName.
     std::string countryNameForAddress() const;
     ContactCard card() const;
+    // The firm's own block: organization, department and postal address without a
+    // person's name; a contact without an organization gives formattedAddress.
+    std::string formattedCompanyAddress() const;
+    // formattedAddress as HTML: text escaped, non-breaking spaces as "&nbsp;", lines
+    // joined by "<br>".
+    std::string formattedHTMLAddress() const;
+    // A mailing label for `contact` at this contact's address: this organization and
+    // department, the contact's name and this postal address, in plain blanks.
+    // A null contact gives this contact's own label.
+    std::string labelAddressForContact(const BLContact* contact) const;
+    // The card as an address-book record, in the keys the dictionary builders read, plus
+    // "Email", "Phone" and "Note"; absent fields are left out.
+    Value::Dictionary ABDictionary() const;
 
     // The same builders over a dictionary with the keys "Organization", "Department",
     // "Title", "FirstName", "MiddleName", "LastName", "Street", "ZIP", "City", "State",
