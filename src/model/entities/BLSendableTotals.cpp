@@ -16,6 +16,66 @@ namespace {
 // documents issued from this day on.
 const Date kSwissNetRoundingStart = Date::dateWithYear(2018, 1, 1);
 
+// The lines' summed cost and their sums per tax rule, gathered in one walk: a line's cost
+// walks up to the document for its currency, so a cold total must not ask for it twice.
+struct LineSums {
+    Decimal cost;
+    TaxCollection taxes;
+};
+
+LineSums sumLines(const std::vector<BLItem*>& items) {
+    LineSums sums;
+    for (BLItem* item : items) {
+        const Decimal lineCost = item->cost();
+        sums.cost += lineCost;
+        if (item->entityName() == "Group") {
+            // A group is taxed as one amount under its first line's rule.
+            std::vector<BLCost*> lines = static_cast<BLGroup*>(item)->costs();
+            if (!lines.empty()) {
+                lines.front()->collectTaxForCost(lineCost, sums.taxes);
+            }
+        } else if (BLItem::itemIsCost(item)) {
+            static_cast<BLCost*>(item)->collectTaxForCost(lineCost, sums.taxes);
+        }
+    }
+    return sums;
+}
+
+// Per rule on the summed lines, never per line: rounding happens once per rule.
+Decimal taxOfCollection(const TaxCollection& taxes, const BLSendable* sendable) {
+    Decimal total;
+    for (const TaxCollection::Entry& entry : taxes.entries) {
+        total += entry.rule->taxForAmount(entry.amount, sendable);
+    }
+    return total;
+}
+
+// The net sum from the lines' sums: the document discount, and in gross mode the payable
+// rounding of the gross sum less its tax.
+Decimal netOfLines(BLSendable& sendable, const LineSums& sums) {
+    Decimal sum = sums.cost;
+    std::optional<Decimal> percent = sendable.discount();
+    if (!sendable.useGrossPricesValue()) {
+        if (!percent) {
+            return sum;
+        }
+        const BLCurrency* currency = sendable.currency();
+        if (currency != nullptr && currency->name().value_or("") == "CHF" &&
+            sendable.sendableDateAfter(kSwissNetRoundingStart)) {
+            return BLSendable::deductingPercentage(sum, *percent);
+        }
+        return sendable.roundCost(BLSendable::deductingPercentage(sum, *percent), sum);
+    }
+    if (percent) {
+        sum = sendable.roundCost(BLSendable::deductingPercentage(sum, *percent), sum);
+    }
+    if (Decimal partial = sendable.partialInvoicePercentage(); partial > Decimal()) {
+        sum = sendable.roundCost(BLSendable::deductingPercentage(sum, partial), sum);
+    }
+    sum = sendable.roundCost(sum, sum);
+    return sum - taxOfCollection(sums.taxes, &sendable);
+}
+
 }  // namespace
 
 Decimal BLSendable::deductingPercentage(const Decimal& value, const Decimal& percent) {
@@ -62,55 +122,17 @@ Decimal BLSendable::cost() {
     if (std::optional<Decimal> cached = cachedDecimal("cost")) {
         return *cached;
     }
-    Decimal sum = itemsCost();
-    std::optional<Decimal> percent = discount();
-    Decimal result;
-    if (!useGrossPricesValue()) {
-        if (!percent) {
-            result = sum;
-        } else if (currency() != nullptr && currency()->name().value_or("") == "CHF" &&
-                   sendableDateAfter(kSwissNetRoundingStart)) {
-            result = deductingPercentage(sum, *percent);
-        } else {
-            result = roundCost(deductingPercentage(sum, *percent), sum);
-        }
-    } else {
-        if (percent) {
-            sum = roundCost(deductingPercentage(sum, *percent), sum);
-        }
-        if (Decimal partial = partialInvoicePercentage(); partial > Decimal()) {
-            sum = roundCost(deductingPercentage(sum, partial), sum);
-        }
-        sum = roundCost(sum, sum);
-        result = sum - tax();
-    }
+    Decimal result = netOfLines(*this, sumLines(itemsForTotal()));
     cacheDecimal(result, "cost");
     return result;
 }
 
 TaxCollection BLSendable::collectTaxes() const {
-    TaxCollection collection;
-    for (BLItem* item : itemsForTotal()) {
-        if (item->entityName() == "Group") {
-            // A group is taxed as one amount under its first line's rule.
-            std::vector<BLCost*> lines = static_cast<BLGroup*>(item)->costs();
-            if (!lines.empty()) {
-                lines.front()->collectTaxForCost(item->cost(), collection);
-            }
-        } else if (BLItem::itemIsCost(item)) {
-            static_cast<BLCost*>(item)->collectTaxForCost(item->cost(), collection);
-        }
-    }
-    return collection;
+    return sumLines(itemsForTotal()).taxes;
 }
 
 Decimal BLSendable::tax() {
-    // Per rule on the summed lines, never per line: rounding happens once per rule.
-    Decimal total;
-    for (const TaxCollection::Entry& entry : collectTaxes().entries) {
-        total += entry.rule->taxForAmount(entry.amount, this);
-    }
-    return total;
+    return taxOfCollection(collectTaxes(), this);
 }
 
 Decimal BLSendable::costWithTaxes() {
@@ -123,8 +145,19 @@ Decimal BLSendable::costWithTaxes() {
     }
     Decimal result;
     if (!useGrossPricesValue()) {
-        Decimal net = cost();
-        result = roundCost(net + tax(), net);
+        // A cold read takes net and tax from the same walk over the lines.
+        Decimal net;
+        Decimal taxTotal;
+        if (std::optional<Decimal> cachedNet = cachedDecimal("cost")) {
+            net = *cachedNet;
+            taxTotal = tax();
+        } else {
+            LineSums sums = sumLines(itemsForTotal());
+            net = netOfLines(*this, sums);
+            cacheDecimal(net, "cost");
+            taxTotal = taxOfCollection(sums.taxes, this);
+        }
+        result = roundCost(net + taxTotal, net);
     } else {
         result = itemsCost();
         if (std::optional<Decimal> percent = discount()) {
