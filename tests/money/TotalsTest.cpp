@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "ItemTestSupport.h"
+#include "model/entities/BLDynamicCost.h"
 #include "model/entities/BLGroup.h"
 #include "model/entities/BLOption.h"
 #include "model/entities/BLPayment.h"
@@ -245,6 +246,47 @@ TEST_F(TotalsTest, ChangedLinesReachTheCachedTotals) {
     EXPECT_EQ(invoice->costWithTaxes(), dec("31.00"));
     invoice->setDiscount(dec("10"));  // 31.00 - 3.10
     EXPECT_EQ(invoice->costWithTaxes(), dec("27.90"));
+}
+
+TEST_F(TotalsTest, AmountsAnswerUnderTheirKeyValueNames) {
+    BLInvoice* invoice = invoiceIn("EUR");
+    BLCost* taxed = addCost(invoice, "40", "2");
+    taxed->setTaxRule(ruleAt("10"));
+    BLCost* free = addCost(invoice, "0", "3");
+    add<BLTitle>(invoice);
+    auto* dynamic = add<BLDynamicCost>(invoice);
+    // 2 x 40 = 80 at 10 %: tax 8.00, gross 88.00; the free line and the title count 0.
+    // The dynamic line's stored cost of 5 stays writable by name: it adds 5 untaxed.
+    dynamic->setValueForKey(Value(dec("5")), "cost");
+    invoice->resetCaches();
+    struct Row {
+        const char* key;
+        const char* invoice;
+        const char* line;
+    };
+    const Row rows[] = {
+        {"cost", "85", "80"},
+        {"net", "85", "80"},
+        {"tax", "8.00", "8.00"},
+        {"gross", "93.00", "88.00"},
+        {"costWithTaxes", "93.00", "88.00"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.key);
+        EXPECT_EQ(invoice->valueForKey(row.key).toDecimal(), dec(row.invoice));
+        EXPECT_EQ(taxed->valueForKey(row.key).toDecimal(), dec(row.line));
+    }
+    EXPECT_EQ(dynamic->valueForKey("cost").toDecimal(), dec("5"));
+    EXPECT_EQ(free->valueForKey("costForGroup").toDecimal(), dec("0"));
+    // Names a class does not have answer nothing rather than a zero.
+    EXPECT_TRUE(invoice->valueForKey("costForGroup").isNull());
+    EXPECT_TRUE(taxed->valueForKey("balance").isNull());
+
+    // The lines whose cost is not 0, found through the key.
+    std::vector<BLContainer*> priced = invoice->costsArray();
+    ASSERT_EQ(priced.size(), 2u);
+    EXPECT_EQ(priced[0], taxed);
+    EXPECT_EQ(priced[1], dynamic);
 }
 
 TEST_F(TotalsTest, IssuedDocumentKeepsItsStoredGrossSum) {

@@ -57,6 +57,9 @@ BLContainer* firstUp(const BLContainer* start, Match match) {
     return nullptr;
 }
 
+// The amounts of lines and documents under their key-value names.
+void registerAmountKeys(EntityDescription& entity);
+
 }  // namespace
 
 void BLContainer::setupClass(EntityDescription& entity) {
@@ -90,7 +93,65 @@ void BLContainer::setupClass(EntityDescription& entity) {
     entity.registerDerivedProperty("invoiceForMetrics", [](const ManagedObject& object) -> Value {
         return Value(static_cast<Object*>(static_cast<const BLContainer&>(object).invoiceForMetrics()));
     });
+    registerAmountKeys(entity);
 }
+
+namespace {
+
+using ItemAmount = Decimal (*)(BLItem&);
+using SendableAmount = Decimal (*)(BLSendable&);
+
+// Amount reads fill the per-object cache (and a line may store its missing quantity of 1),
+// so the const object handed to a getter is read through a mutable view. A class without
+// the amount answers nothing.
+template <ItemAmount forItem, SendableAmount forSendable>
+Value amountValue(const ManagedObject& object) {
+    auto& container = const_cast<BLContainer&>(static_cast<const BLContainer&>(object));
+    if constexpr (forItem != nullptr) {
+        if (auto* item = dynamic_cast<BLItem*>(&container)) {
+            return Value(forItem(*item));
+        }
+    }
+    if constexpr (forSendable != nullptr) {
+        if (auto* sendable = dynamic_cast<BLSendable*>(&container)) {
+            return Value(forSendable(*sendable));
+        }
+    }
+    return Value();
+}
+
+Decimal itemCost(BLItem& item) { return item.cost(); }
+Decimal itemNet(BLItem& item) { return item.net(); }
+Decimal itemTax(BLItem& item) { return item.lineTaxes(); }
+Decimal itemGross(BLItem& item) { return item.gross(); }
+Decimal itemMargin(BLItem& item) { return item.margin(); }
+Decimal itemDiscount(BLItem& item) { return item.totalDiscount(); }
+Decimal itemWeight(BLItem& item) { return item.totalWeight(); }
+Decimal itemCostForGroup(BLItem& item) { return item.costForGroup(); }
+Decimal sendableCost(BLSendable& sendable) { return sendable.cost(); }
+Decimal sendableTax(BLSendable& sendable) { return sendable.tax(); }
+Decimal sendableGross(BLSendable& sendable) { return sendable.costWithTaxes(); }
+Decimal sendableMargin(BLSendable& sendable) { return sendable.margin(); }
+Decimal sendableDiscount(BLSendable& sendable) { return sendable.totalDiscount(); }
+Decimal sendableWeight(BLSendable& sendable) { return sendable.totalWeight(); }
+Decimal sendableBalance(BLSendable& sendable) { return sendable.balance(); }
+Decimal sendableDiscountAmount(BLSendable& sendable) { return sendable.discountAmount(); }
+
+void registerAmountKeys(EntityDescription& entity) {
+    entity.registerDerivedProperty("cost", amountValue<itemCost, sendableCost>);
+    entity.registerDerivedProperty("net", amountValue<itemNet, sendableCost>);
+    entity.registerDerivedProperty("tax", amountValue<itemTax, sendableTax>);
+    entity.registerDerivedProperty("gross", amountValue<itemGross, sendableGross>);
+    entity.registerDerivedProperty("costWithTaxes", amountValue<itemGross, sendableGross>);
+    entity.registerDerivedProperty("margin", amountValue<itemMargin, sendableMargin>);
+    entity.registerDerivedProperty("totalDiscount", amountValue<itemDiscount, sendableDiscount>);
+    entity.registerDerivedProperty("totalWeight", amountValue<itemWeight, sendableWeight>);
+    entity.registerDerivedProperty("costForGroup", amountValue<itemCostForGroup, nullptr>);
+    entity.registerDerivedProperty("balance", amountValue<nullptr, sendableBalance>);
+    entity.registerDerivedProperty("discountAmount", amountValue<nullptr, sendableDiscountAmount>);
+}
+
+}  // namespace
 
 // Defaults.
 
