@@ -219,6 +219,42 @@ TEST_F(ItemArithmeticTest, SummaryCostSumsItsChildrenAndDiscountsTheRoundedValue
     EXPECT_EQ(invoice->cost(), dec("28.008"));
 }
 
+TEST_F(ItemArithmeticTest, ConversionRepricesLinesThroughTheTree) {
+    BLCurrency* euro = currencyNamed("EUR");
+    euro->setRate(dec("1"));
+    BLCurrency* yen = currencyNamed("JPY");
+    yen->setRate(dec("0.0064"));
+    auto* invoice = insert<BLInvoice>();
+    invoice->setCurrency(euro);
+    BLCost* line = addCost(invoice, "10.00", "3", "10");
+    auto* group = add<BLGroup>(invoice);
+    BLCost* grouped = addCost(group, "0.99");
+    auto* summary = add<BLSummaryCost>(invoice);
+    BLCost* summed = addCost(summary, "2.50");
+    auto* title = add<BLTitle>(invoice);
+
+    invoice->setCurrency(yen);
+    line->convertFromCurrency(euro, yen);
+    group->convertFromCurrency(euro, yen);
+    summary->convertFromCurrency(euro, yen);
+    title->convertFromCurrency(euro, yen);
+    // EUR to JPY: x 1 / 0.0064 = x 156.25, then the yen's whole units.
+    // 10.00 -> 1562.5 -> 1563; 0.99 -> 154.6875 -> 154.69 (two digits first) -> 155;
+    // 2.50 -> 390.625 -> 390.63 -> 391.
+    EXPECT_EQ(*line->unitPrice(), dec("1563"));
+    EXPECT_EQ(*grouped->unitPrice(), dec("155"));
+    EXPECT_EQ(*summed->unitPrice(), dec("391"));
+    // Quantity and discount stay: 3 x 1563 = 4689, less 10 % = 4220.1 -> 4220.
+    EXPECT_EQ(*line->quantity(), dec("3"));
+    EXPECT_EQ(line->cost(), dec("4220"));
+
+    // Without a second currency, or into the same one, nothing moves.
+    line->convertFromCurrency(yen, nullptr);
+    line->convertFromCurrency(nullptr, euro);
+    line->convertFromCurrency(yen, yen);
+    EXPECT_EQ(*line->unitPrice(), dec("1563"));
+}
+
 TEST_F(ItemArithmeticTest, ClassPredicatesGoByExactEntity) {
     BLInvoice* invoice = invoiceIn("EUR");
     auto* catalogItem = add<BLCatalogItem>(invoice);

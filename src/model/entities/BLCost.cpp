@@ -5,6 +5,7 @@
 
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLCatalogItem.h"
+#include "model/entities/BLCurrency.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/ModelHooks.h"
@@ -210,6 +211,19 @@ void BLCost::setDiscount(std::optional<Decimal> value) {
     if (!isSyncing()) {
         resetCaches();
     }
+}
+
+void BLCost::convertFromCurrency(const BLCurrency* from, const BLCurrency* to) {
+    if (from == nullptr || to == nullptr || from == to) {
+        return;
+    }
+    // The price is stored converted; quantity and discount carry over, so the line's cost
+    // follows from the new price under the target currency's rounding. A summary line's
+    // children convert as well.
+    if (unitPrice()) {
+        setUnitPrice(from->convertValue(*unitPrice(), to));
+    }
+    BLItem::convertFromCurrency(from, to);
 }
 
 }  // namespace brassline

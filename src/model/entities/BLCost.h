@@ -35,6 +35,7 @@ public:
     Decimal undiscountedAmount() { return lineUnitPrice() * lineQuantity(); }
     Decimal costForGroup() override;
     Decimal cost() override;
+    void convertFromCurrency(const BLCurrency* from, const BLCurrency* to) override;
     // The discount of the line, rounded to cents whatever the currency.
     Decimal discountAmount();
     Decimal totalDiscount() override;

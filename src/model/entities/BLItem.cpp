@@ -201,4 +201,10 @@ std::string BLItem::fullIndexForDocument(const BLContainer* document) const {
     return "";
 }
 
+void BLItem::convertFromCurrency(const BLCurrency* from, const BLCurrency* to) {
+    for (BLItem* child : itemChildren(*this)) {
+        child->convertFromCurrency(from, to);
+    }
+}
+
 }  // namespace brassline

@@ -71,6 +71,10 @@ public:
     bool documentUsesGrossPrices() const;
     // The line's own taxes (for net and gross display); 0 on items without a rule.
     virtual Decimal lineTaxes() { return {}; }
+    // Re-prices the item from `from` into `to` (BLCurrency convertValue): a cost converts
+    // its unit price, any other item passes the conversion to its item children. Nothing
+    // happens without both currencies or when they are the same.
+    virtual void convertFromCurrency(const BLCurrency* from, const BLCurrency* to);
 
 protected:
     // The siblings of this item in order, self included; empty without a parent.
