@@ -149,7 +149,8 @@ std::optional<std::string> textOrNothing(const Value& value) {
 // A sendable's dateSent; today for anything else and for a draft.
 Date dateForObject(const ManagedObject* object) {
     if (object != nullptr && object->isKindOfEntity("Sendable")) {
-        if (const Date* sent = object->valueForKey("dateSent").date()) {
+        const Value sentValue = object->valueForKey("dateSent");
+        if (const Date* sent = sentValue.date()) {
             return *sent;
         }
     }
@@ -254,8 +255,10 @@ std::optional<std::string> evaluate(const TokenSpec& spec, const std::string& co
         if (object == nullptr) {
             return kMissingDate;
         }
-        const Date* sent = object->valueForKey("dateSent").date();
-        const Date* due = object->valueForKey("dateDue").date();
+        const Value sentValue = object->valueForKey("dateSent");
+        const Value dueValue = object->valueForKey("dateDue");
+        const Date* sent = sentValue.date();
+        const Date* due = dueValue.date();
         if (spec.kind == TokenKind::DueDate) {
             return due != nullptr ? formatDate(*due) : kMissingDate;
         }

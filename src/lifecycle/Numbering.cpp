@@ -352,7 +352,8 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
             preferences.setValueForKeyPath(Value(periodStart), kind.lastResetKey);
             restarted = true;
         } else {
-            const Date* lastReset = preferences.valueForKeyPath(kind.lastResetKey).date();
+            const Value lastResetValue = preferences.valueForKeyPath(kind.lastResetKey);
+            const Date* lastReset = lastResetValue.date();
             if (lastReset == nullptr || periodStart > *lastReset) {
                 logMessage("Resetted number for %@ interval %@", object.entityName(),
                            mode == NumberResetMode::Day ? "day" : mode == NumberResetMode::Month ? "month" : "year");
@@ -440,7 +441,8 @@ std::optional<std::string> Numbering::drawSimple(ManagedObject& object, const Nu
 
 std::optional<std::string> Numbering::createNumber(ManagedObject& object) {
     std::optional<Date> date;
-    if (const Date* sent = object.valueForKey("dateSent").date()) {
+    const Value sentValue = object.valueForKey("dateSent");
+    if (const Date* sent = sentValue.date()) {
         date = *sent;
     }
     return createNumberForDate(object, date);
@@ -481,7 +483,8 @@ std::optional<std::string> Numbering::peekNumber(ManagedObject& object) {
     }
     OverlayNumberingPreferences overlay(*m_preferences);
     std::optional<Date> date;
-    if (const Date* sent = object.valueForKey("dateSent").date()) {
+    const Value sentValue = object.valueForKey("dateSent");
+    if (const Date* sent = sentValue.date()) {
         date = *sent;
     } else if (kind->isSendable) {
         // A draft is numbered when it is sent, which for the preview is now.

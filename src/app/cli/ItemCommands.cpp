@@ -8,7 +8,6 @@
 
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLSendable.h"
-#include "money/ItemHooks.h"
 #include "money/ItemReport.h"
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
@@ -67,7 +66,6 @@ void addReportCommand(CLI::App& app, int& exitCode, const char* name, const char
 }  // namespace
 
 void addItemCommands(CLI::App& app, int& exitCode) {
-    installItemHooks();
     addReportCommand(app, exitCode, "items",
                      "Print a document's item tree: position, entity, name, quantity x price, line amount",
                      itemTreeReport);

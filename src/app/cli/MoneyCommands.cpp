@@ -18,7 +18,6 @@
 #include "model/entities/gen/BrasslineModel.h"
 #include "money/BLCurrencyConverter.h"
 #include "money/BLExchangeRates.h"
-#include "money/MoneyHooks.h"
 #include "store/SQLiteStore.h"
 
 namespace brassline::cli {
@@ -178,7 +177,6 @@ int showTaxes(const std::string& path) {
 }  // namespace
 
 void addMoneyCommands(CLI::App& app, int& exitCode) {
-    installMoneyHooks();
     {
         auto path = std::make_shared<std::string>();
         auto update = std::make_shared<bool>(false);

@@ -5,14 +5,11 @@
 #include <string>
 
 #include "app/cli/Commands.h"
-#include "lifecycle/LifecycleHooks.h"
 #include "lifecycle/NumberingCommands.h"
 
 namespace brassline::cli {
 
 void addNumberCommands(CLI::App& app, int& exitCode) {
-    installLifecycleHooks();
-
     struct NumberOptions {
         std::string path;
         std::string uid;

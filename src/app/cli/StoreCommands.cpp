@@ -2,7 +2,6 @@
 #include <iostream>
 
 #include "app/cli/Commands.h"
-#include "store/BLApplication.h"
 #include "store/CompanyFileCommands.h"
 
 namespace brassline::cli {
@@ -170,11 +169,6 @@ void addStoreCommands(CLI::App& app, int& exitCode) {
     addExportCommand(app, exitCode);
     addURLCommand(app, exitCode);
     addRecentCommand(app, exitCode);
-    // The process entry steps (user default keys, registered defaults) run before any
-    // company-file command.
-    for (const char* name : {"new", "info", "insert", "set", "get", "fetch", "delete", "export-sqlite", "url", "recent"}) {
-        app.get_subcommand(name)->preparse_callback([](size_t) { BLApplication::processEntry(); });
-    }
 }
 
 }  // namespace brassline::cli

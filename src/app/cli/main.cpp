@@ -4,6 +4,10 @@
 
 #include "app/cli/Commands.h"
 #include "core/Log.h"
+#include "lifecycle/LifecycleHooks.h"
+#include "money/ItemHooks.h"
+#include "money/MoneyHooks.h"
+#include "store/BLApplication.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"brassline: write and track invoices, estimates and payments in a company file"};
@@ -11,6 +15,13 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     // Commands print their own messages; the diagnostic log joins them on request.
     brassline::setLogEchoesToStandardError(std::getenv("BRASSLINE_VERBOSE") != nullptr);
+    // Every subsystem answers the model's calls upward before any file opens, whichever
+    // command runs: a client inserted by `insert` gets its number, a balance its totals.
+    brassline::installMoneyHooks();
+    brassline::installItemHooks();
+    brassline::installLifecycleHooks();
+    // The process entry steps (user default keys, registered defaults) come first too.
+    app.preparse_callback([](size_t) { brassline::BLApplication::processEntry(); });
     int exitCode = 0;
     brassline::cli::addValueCommands(app, exitCode);
     brassline::cli::addStoreCommands(app, exitCode);
