@@ -44,6 +44,25 @@ NumberingKind contactKind(std::string prefsKey, std::string entity, std::string 
     return kind;
 }
 
+// Walks the counter past the numbers in use. A pattern whose text does not move with the
+// counter being advanced (its counter token belongs to another kind of document) can never
+// reach a free number: the walk stops at the first repeat and answers no number, with a log
+// line, instead of spinning.
+void skipUsedNumbers(std::optional<std::string>& text, const std::unordered_set<std::string>& used,
+                     const std::function<std::optional<std::string>()>& next,
+                     const std::function<void()>& advance) {
+    while (text && used.contains(*text)) {
+        std::optional<std::string> following = next();
+        advance();
+        if (following == text) {
+            logMessage("The number %@ is in use and its pattern does not count with this counter", *text);
+            text.reset();
+            return;
+        }
+        text = std::move(following);
+    }
+}
+
 std::optional<std::string> textOf(const Value& value) {
     if (const std::string* text = value.string()) {
         return *text;
@@ -392,10 +411,7 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
     }
     advance();
     if (hasIncrement || hasAutoIncrement) {
-        while (text && used.contains(*text)) {
-            text = transformedValue(evaluated, &object);
-            advance();
-        }
+        skipUsedNumbers(text, used, [&] { return transformedValue(evaluated, &object); }, advance);
     }
     if (!hintKey.empty()) {
         m_searchHints[hintKey] = currentCounter(kind) - 1;
@@ -430,10 +446,7 @@ std::optional<std::string> Numbering::drawSimple(ManagedObject& object, const Nu
     };
     advance();
     if (hasIncrement || hasAutoIncrement) {
-        while (text && used.contains(*text)) {
-            text = transformedValue(&*stored, &object);
-            advance();
-        }
+        skipUsedNumbers(text, used, [&] { return transformedValue(&*stored, &object); }, advance);
     }
     m_active = m_preferences;
     return text;

@@ -379,6 +379,22 @@ TEST_F(NumberingTest, ClientAndProjectNumbersThroughTheHooks) {
     EXPECT_EQ(stored("project.number"), Value(2));
 }
 
+TEST_F(NumberingTest, APatternCountingWithAnotherKindsCounterGivesUpInsteadOfSpinning) {
+    // A client pattern holding the invoice counter: advancing the client counter never
+    // changes its text, so once "K-0001" is taken no free number can be reached.
+    installLifecycleHooks();
+    Numbering numbering(context(), prefs());
+    numbering.setPattern(*numberingKindForPrefsKey("client"),
+                         {PatternElement::literal("K-"), tokenOf("increment", "ZPIncrement4")});
+    auto* first = insert<BLClient>();
+    first->setClientID(std::nullopt);
+    EXPECT_EQ(modelHooks().createClientNumber(*first), std::optional<std::string>("K-0001"));
+    auto* second = insert<BLClient>();
+    second->setClientID(std::nullopt);
+    EXPECT_EQ(modelHooks().createClientNumber(*second), std::nullopt);
+    EXPECT_EQ(second->clientID(), std::nullopt);
+}
+
 TEST_F(NumberingTest, PeekingTouchesNeitherCounterNorObject) {
     Numbering numbering(context(), prefs());
     setInvoicePattern(numbering, yearDashCounter(), Value("month"), 7);

@@ -15,7 +15,6 @@
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLContact.h"
-#include "money/ItemHooks.h"
 #include "store/BLDoc.h"
 
 namespace brassline::cli {
@@ -25,8 +24,6 @@ namespace {
 constexpr int kBadInput = 1;
 
 std::unique_ptr<BLDoc> openCompany(const std::string& path, std::ostream& err) {
-    // Balances come from the invoices' totals.
-    installItemHooks();
     std::string error;
     std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
     if (!document) {
