@@ -461,17 +461,26 @@ std::optional<std::string> Numbering::createNumber(ManagedObject& object) {
     return createNumberForDate(object, date);
 }
 
+std::optional<std::optional<std::string>> Numbering::settledNumber(ManagedObject& object, const NumberingKind& kind) {
+    // A number once given stays (a sendable's empty text counts as none).
+    if (std::optional<std::string> existing = textOf(object.valueForKey(kind.numberKey));
+        existing && (!kind.isSendable || !existing->empty())) {
+        return existing;
+    }
+    // Projects are numbered only with numbering switched on.
+    if (kind.prefsKey == "project" && !m_preferences->valueForKeyPath("project.useNumbering").toBool()) {
+        return std::optional<std::string>();
+    }
+    return std::nullopt;
+}
+
 std::optional<std::string> Numbering::createNumberForDate(ManagedObject& object, std::optional<Date> date) {
     std::optional<NumberingKind> kind = numberingKindForObject(object);
     if (!kind) {
         return std::nullopt;
     }
-    if (std::optional<std::string> existing = textOf(object.valueForKey(kind->numberKey));
-        existing && (!kind->isSendable || !existing->empty())) {
-        return existing;
-    }
-    if (kind->prefsKey == "project" && !m_preferences->valueForKeyPath("project.useNumbering").toBool()) {
-        return std::nullopt;
+    if (std::optional<std::optional<std::string>> settled = settledNumber(object, *kind)) {
+        return *settled;
     }
     std::optional<std::string> text =
         kind->isSendable ? draw(object, *kind, date, *m_preferences) : drawSimple(object, *kind, *m_preferences);
@@ -487,12 +496,8 @@ std::optional<std::string> Numbering::peekNumber(ManagedObject& object) {
     if (!kind) {
         return std::nullopt;
     }
-    if (std::optional<std::string> existing = textOf(object.valueForKey(kind->numberKey));
-        existing && (!kind->isSendable || !existing->empty())) {
-        return existing;
-    }
-    if (kind->prefsKey == "project" && !m_preferences->valueForKeyPath("project.useNumbering").toBool()) {
-        return std::nullopt;
+    if (std::optional<std::optional<std::string>> settled = settledNumber(object, *kind)) {
+        return *settled;
     }
     OverlayNumberingPreferences overlay(*m_preferences);
     std::optional<Date> date;

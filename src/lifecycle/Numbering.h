@@ -104,6 +104,9 @@ public:
     const std::unordered_set<std::string>& usedNumbers(const NumberingKind& kind);
 
 private:
+    // The answer when no number is to be drawn: the object's own number, or none at all
+    // (an empty inner optional) for a project while numbering is off; nothing otherwise.
+    std::optional<std::optional<std::string>> settledNumber(ManagedObject& object, const NumberingKind& kind);
     std::optional<std::string> draw(ManagedObject& object, const NumberingKind& kind, std::optional<Date> date,
                                     NumberingPreferences& preferences);
     std::optional<std::string> drawSimple(ManagedObject& object, const NumberingKind& kind,

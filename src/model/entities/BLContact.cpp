@@ -192,36 +192,30 @@ std::string BLContact::displayName() const {
     return name;
 }
 
-std::string BLContact::displayNameFirst() const {
-    std::string name = text(organization());
-    const std::string first = text(firstName());
-    const std::string last = text(lastName());
-    if (!first.empty() || !last.empty()) {
+namespace {
+
+// "Organization, Leading Trailing", or the placeholder text when all three are empty.
+std::string organizationAndName(std::string name, const std::string& leading, const std::string& trailing) {
+    if (!leading.empty() || !trailing.empty()) {
         if (!name.empty()) {
             name += ", ";
         }
-        if (!first.empty()) {
-            name += first + " ";
+        if (!leading.empty()) {
+            name += leading + " ";
         }
-        name += last;
+        name += trailing;
     }
     return name.empty() ? localizedString(kNewClientText) : name;
 }
 
+}  // namespace
+
+std::string BLContact::displayNameFirst() const {
+    return organizationAndName(text(organization()), text(firstName()), text(lastName()));
+}
+
 std::string BLContact::displayNameLast() const {
-    std::string name = text(organization());
-    const std::string first = text(firstName());
-    const std::string last = text(lastName());
-    if (!first.empty() || !last.empty()) {
-        if (!name.empty()) {
-            name += ", ";
-        }
-        if (!last.empty()) {
-            name += last + " ";
-        }
-        name += first;
-    }
-    return name.empty() ? localizedString(kNewClientText) : name;
+    return organizationAndName(text(organization()), text(lastName()), text(firstName()));
 }
 
 std::string BLContact::shortContactName() const {
