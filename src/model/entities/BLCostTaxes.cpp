@@ -11,24 +11,6 @@
 
 namespace brassline {
 
-namespace {
-
-// The matrix cell of a client group and a tax group; null when either is missing or the
-// pair has no rule.
-BLTaxRule* matrixCell(const BLClientGroup* clientGroup, const BLTaxGroup* taxGroup) {
-    if (clientGroup == nullptr || taxGroup == nullptr) {
-        return nullptr;
-    }
-    for (BLTaxRule* rule : clientGroup->taxRules()) {
-        if (rule->taxGroup() == taxGroup) {
-            return rule;
-        }
-    }
-    return nullptr;
-}
-
-}  // namespace
-
 BLClientGroup* BLCost::taxClientGroup() const {
     // Lines hang below their document through `parent`, not through parent documents, so
     // the client is the one of the sendable above.
@@ -45,7 +27,7 @@ void BLCost::updateTaxRuleInternal() {
     if (isSyncing()) {
         return;
     }
-    BLTaxRule* rule = matrixCell(taxClientGroup(), itemGroup() != nullptr ? itemGroup()->taxGroup() : nullptr);
+    BLTaxRule* rule = BLTaxRule::matrixCell(taxClientGroup(), itemGroup() != nullptr ? itemGroup()->taxGroup() : nullptr);
     if (rule != taxRule()) {
         setTaxRule(rule);
         resetCaches();
@@ -80,7 +62,7 @@ void BLCost::updateTaxRuleIfMissing() {
 }
 
 BLTaxRule* BLCost::taxRuleForTaxGroup(BLTaxGroup* taxGroup) {
-    BLTaxRule* rule = matrixCell(taxClientGroup(), taxGroup);
+    BLTaxRule* rule = BLTaxRule::matrixCell(taxClientGroup(), taxGroup);
     if (rule != taxRule()) {
         setTaxRule(rule);
         resetCaches();

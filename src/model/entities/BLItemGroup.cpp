@@ -19,12 +19,7 @@ BLTaxRule* defaultRuleFor(const BLItemGroup& itemGroup) {
     if (clientGroup == nullptr) {
         return nullptr;
     }
-    for (BLTaxRule* rule : clientGroup->taxRules()) {
-        if (rule->taxGroup() == taxGroup) {
-            return rule;
-        }
-    }
-    return nullptr;
+    return BLTaxRule::matrixCell(clientGroup, taxGroup);
 }
 
 }  // namespace

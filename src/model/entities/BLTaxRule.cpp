@@ -376,4 +376,16 @@ BLTaxRule* BLTaxRule::taxRuleForPercentage(const Decimal& percentage, const std:
     return rule;
 }
 
+BLTaxRule* BLTaxRule::matrixCell(const BLClientGroup* clientGroup, const BLTaxGroup* taxGroup) {
+    if (clientGroup == nullptr || taxGroup == nullptr) {
+        return nullptr;
+    }
+    for (BLTaxRule* rule : clientGroup->taxRules()) {
+        if (rule->taxGroup() == taxGroup) {
+            return rule;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace brassline

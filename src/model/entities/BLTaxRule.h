@@ -67,6 +67,9 @@ public:
     // The rule with slot 1 named `code` at `percentage` (mode 1), made when missing.
     static BLTaxRule* taxRuleForPercentage(const Decimal& percentage, const std::string& code,
                                            ManagedObjectContext& context);
+    // The tax matrix cell of a client group and a tax group; null when either is missing or
+    // the pair has no rule.
+    static BLTaxRule* matrixCell(const BLClientGroup* clientGroup, const BLTaxGroup* taxGroup);
 
 private:
     void triggerCosts();
