@@ -125,6 +125,11 @@ TEST_F(CurrencyTest, FindsOrMakesCurrenciesAndTheDefault) {
     EXPECT_EQ(fallback->name(), std::optional<std::string>("Default"));
     existing->setDefault(true);
     EXPECT_EQ(BLCurrency::defaultCurrencyForObject(context()), existing);
+
+    // An old file's short name becomes the name the lookup by ISO code finds.
+    made->migrateShortName("USD");
+    EXPECT_EQ(made->uid(), std::optional<std::string>("currency.USD"));
+    EXPECT_EQ(BLCurrency::currencyWithISOCode("USD", context()), made);
 }
 
 TEST_F(CurrencyTest, DuplicatesMergeIntoTheOneWithMostDocuments) {

@@ -215,6 +215,11 @@ std::string BLCurrency::symbolOrName() const {
     return fixedAttribute(name());
 }
 
+void BLCurrency::migrateShortName(const std::string& shortName) {
+    setName(shortName);
+    setUid("currency." + shortName);
+}
+
 BLCurrency* BLCurrency::currencyWithISOCode(const std::string& isoCode, ManagedObjectContext& context) {
     std::vector<BLCurrency*> found = fetchCurrencies(context, "name == %@", {Value(isoCode)});
     if (!found.empty()) {

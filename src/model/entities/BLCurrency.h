@@ -62,6 +62,9 @@ public:
     static BLCurrency* currencyWithISOCode(const std::string& isoCode, ManagedObjectContext& context);
     // The currency marked default, else a new one with the default uid (named "Default").
     static BLCurrency* defaultCurrencyForObject(ManagedObjectContext& context);
+    // Files of older versions kept only a short name: it becomes the name, and the uid
+    // "currency.<name>".
+    void migrateShortName(const std::string& shortName);
     // The picker list: each common ISO code ("name", "symbol", "displayName"), then the
     // table's entries with a "displayName" that the platform lacks.
     static std::vector<Value::Dictionary> currencies();
