@@ -409,9 +409,14 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
             text = transformedValue(evaluated, &object);
         }
     }
+    const int64_t counterBefore = currentCounter(kind);
     advance();
     if (hasIncrement || hasAutoIncrement) {
         skipUsedNumbers(text, used, [&] { return transformedValue(evaluated, &object); }, advance);
+        if (!text) {
+            // No number was handed out, so the counter stays where it was.
+            setCurrentCounter(kind, counterBefore);
+        }
     }
     if (!hintKey.empty()) {
         m_searchHints[hintKey] = currentCounter(kind) - 1;
@@ -444,9 +449,14 @@ std::optional<std::string> Numbering::drawSimple(ManagedObject& object, const Nu
             setCurrentCounter(kind, currentCounter(kind) + 1);
         }
     };
+    const int64_t counterBefore = currentCounter(kind);
     advance();
     if (hasIncrement || hasAutoIncrement) {
         skipUsedNumbers(text, used, [&] { return transformedValue(&*stored, &object); }, advance);
+        if (!text) {
+            // No number was handed out, so the counter stays where it was.
+            setCurrentCounter(kind, counterBefore);
+        }
     }
     m_active = m_preferences;
     return text;

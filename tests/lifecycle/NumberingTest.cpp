@@ -391,8 +391,11 @@ TEST_F(NumberingTest, APatternCountingWithAnotherKindsCounterGivesUpInsteadOfSpi
     EXPECT_EQ(modelHooks().createClientNumber(*first), std::optional<std::string>("K-0001"));
     auto* second = insert<BLClient>();
     second->setClientID(std::nullopt);
+    const Value counter = stored("client.number");
     EXPECT_EQ(modelHooks().createClientNumber(*second), std::nullopt);
     EXPECT_EQ(second->clientID(), std::nullopt);
+    // Nothing was handed out, so the counter has not moved.
+    EXPECT_EQ(stored("client.number"), counter);
 }
 
 TEST_F(NumberingTest, PeekingTouchesNeitherCounterNorObject) {
