@@ -21,22 +21,8 @@ namespace brassline {
 // Named: the test sources are compiled together, and the helpers' names are common ones.
 namespace contactcommandstest {
 
-struct Result {
-    int code = 0;
-    std::string out;
-    std::string err;
-};
-
-template <typename Function>
-Result run(Function function) {
-    std::ostringstream out;
-    std::ostringstream err;
-    Result result;
-    result.code = function(out, err);
-    result.out = out.str();
-    result.err = err.str();
-    return result;
-}
+using storetest::CommandResult;
+using storetest::runCommand;
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
@@ -61,7 +47,7 @@ protected:
         m_previousLocale = uloc_getDefault();
         uloc_setDefault("en_US", &status);
         m_path = m_folder / "Acme.brassline";
-        Result created = run([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -73,12 +59,12 @@ protected:
     }
 
     std::string insert(const std::string& entity, const std::vector<std::string>& values = {}) {
-        Result result = run([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
+        CommandResult result = runCommand([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
         EXPECT_EQ(result.code, 0) << result.err;
         return result.out.substr(0, result.out.find('\n'));
     }
-    Result clients(bool json) {
-        return run([&](auto& out, auto& err) { return contactcommands::clients(m_path, json, out, err); });
+    CommandResult clients(bool json) {
+        return runCommand([&](auto& out, auto& err) { return contactcommands::clients(m_path, json, out, err); });
     }
 
     storetest::TemporaryFolder m_folder;
@@ -91,7 +77,7 @@ TEST_F(ContactCommandsTest, ClientsWithoutAPatternListByNameWithANullNumber) {
     const std::string zeller = insert("Client", {"lastName=Zeller"});
     const std::string alpha = insert("Client", {"organization=Alpha AG"});
 
-    Result listed = clients(true);
+    CommandResult listed = clients(true);
     ASSERT_EQ(listed.code, 0) << listed.err;
     const std::vector<std::string> lines = linesOf(listed.out);
     ASSERT_EQ(lines.size(), 2u) << listed.out;
@@ -109,7 +95,7 @@ TEST_F(ContactCommandsTest, ClientsWithoutAPatternListByNameWithANullNumber) {
     EXPECT_TRUE(rows[0].at("number").isNull()) << "no number is null, not an empty text";
     EXPECT_EQ(rows[1].at("balance").toString(), "") << "no invoices, nothing open";
 
-    Result plain = clients(false);
+    CommandResult plain = clients(false);
     ASSERT_EQ(plain.code, 0) << plain.err;
     EXPECT_EQ(plain.out, "\tAlpha AG\t\n\tZeller\t\n");
 }
@@ -117,7 +103,7 @@ TEST_F(ContactCommandsTest, ClientsWithoutAPatternListByNameWithANullNumber) {
 TEST_F(ContactCommandsTest, VCardAndAddressOfAClient) {
     const std::string uid = insert("Client", {"firstName=Eva", "lastName=Muster", "address=Hauptstr. 1",
                                               "zip=10115", "city=Berlin", "countryCode=DE", "notes=line one\nline two"});
-    Result card = run([&](auto& out, auto& err) { return contactcommands::vcard(m_path, uid, out, err); });
+    CommandResult card = runCommand([&](auto& out, auto& err) { return contactcommands::vcard(m_path, uid, out, err); });
     ASSERT_EQ(card.code, 0) << card.err;
     const std::vector<std::string> lines = linesOf(card.out);
     ASSERT_EQ(lines.size(), 12u) << card.out;
@@ -130,7 +116,7 @@ TEST_F(ContactCommandsTest, VCardAndAddressOfAClient) {
     EXPECT_EQ(lines[10], "NOTE:line one\\nline two");
     EXPECT_EQ(lines.back(), "END:VCARD");
 
-    Result address = run([&](auto& out, auto& err) { return contactcommands::address(m_path, uid, out, err); });
+    CommandResult address = runCommand([&](auto& out, auto& err) { return contactcommands::address(m_path, uid, out, err); });
     ASSERT_EQ(address.code, 0) << address.err;
     const std::string nbsp = "\u00A0";
     EXPECT_EQ(address.out.rfind("Eva" + nbsp + "Muster\nHauptstr." + nbsp + "1\n10115" + nbsp + "Berlin", 0), 0u)
@@ -153,13 +139,13 @@ TEST_F(ContactCommandsTest, RefusedLookupsNameTheirCause) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         for (auto command : {&contactcommands::vcard, &contactcommands::address}) {
-            Result result = run([&](auto& out, auto& err) { return command(row.path, row.uid, out, err); });
+            CommandResult result = runCommand([&](auto& out, auto& err) { return command(row.path, row.uid, out, err); });
             EXPECT_EQ(result.code, 1);
             EXPECT_TRUE(result.out.empty());
             EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
         }
     }
-    Result missing = run([&](auto& out, auto& err) { return contactcommands::clients(m_path + ".missing", true, out, err); });
+    CommandResult missing = runCommand([&](auto& out, auto& err) { return contactcommands::clients(m_path + ".missing", true, out, err); });
     EXPECT_EQ(missing.code, 1);
     EXPECT_FALSE(missing.err.empty());
 }

@@ -14,22 +14,8 @@
 namespace brassline {
 namespace {
 
-struct Result {
-    int code = 0;
-    std::string out;
-    std::string err;
-};
-
-template <typename Function>
-Result run(Function function) {
-    std::ostringstream out;
-    std::ostringstream err;
-    Result result;
-    result.code = function(out, err);
-    result.out = out.str();
-    result.err = err.str();
-    return result;
-}
+using storetest::CommandResult;
+using storetest::runCommand;
 
 class NumberingCommandsTest : public ::testing::Test {
 protected:
@@ -38,7 +24,7 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
         resetModelHooks();
         m_path = m_folder / "Acme.brassline";
-        Result created = run([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -47,14 +33,14 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
     }
 
-    Result pattern(const std::string& kind, std::optional<std::string> json = std::nullopt) {
-        return run([&](auto& out, auto& err) { return numbercommands::pattern(m_path, kind, json, out, err); });
+    CommandResult pattern(const std::string& kind, std::optional<std::string> json = std::nullopt) {
+        return runCommand([&](auto& out, auto& err) { return numbercommands::pattern(m_path, kind, json, out, err); });
     }
-    Result number(const std::string& uid) {
-        return run([&](auto& out, auto& err) { return numbercommands::showNumber(m_path, uid, out, err); });
+    CommandResult number(const std::string& uid) {
+        return runCommand([&](auto& out, auto& err) { return numbercommands::showNumber(m_path, uid, out, err); });
     }
     std::string insert(const std::string& entity, const std::vector<std::string>& values = {}) {
-        Result result = run([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
+        CommandResult result = runCommand([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
         EXPECT_EQ(result.code, 0) << result.err;
         return result.out.substr(0, result.out.find('\n'));
     }
@@ -64,7 +50,7 @@ protected:
 };
 
 TEST_F(NumberingCommandsTest, SetPatternIsStoredAndNumbersArePeekedWithoutTaking) {
-    Result set = pattern("invoice", R"(["RE-", {"field": "increment", "option": "ZPIncrement4"}])");
+    CommandResult set = pattern("invoice", R"(["RE-", {"field": "increment", "option": "ZPIncrement4"}])");
     ASSERT_EQ(set.code, 0) << set.err;
     EXPECT_NE(set.out.find("preview: RE-0001\n"), std::string::npos) << set.out;
     // Every token got a uid on the way in.
@@ -95,14 +81,14 @@ TEST_F(NumberingCommandsTest, BadInputIsNamedAndNothingIsStored) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.json);
-        Result result = pattern(row.kind, std::string(row.json));
+        CommandResult result = pattern(row.kind, std::string(row.json));
         EXPECT_EQ(result.code, 1);
         EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
     }
     EXPECT_NE(pattern("invoice").out.find("pattern: none\n"), std::string::npos);
     EXPECT_EQ(number("no-such-uid").code, 1);
     std::string layoutless = insert("Payment");
-    Result payment = number(layoutless);
+    CommandResult payment = number(layoutless);
     EXPECT_EQ(payment.code, 1);
     EXPECT_NE(payment.err.find("carries no number"), std::string::npos) << payment.err;
 }

@@ -22,23 +22,8 @@ namespace {
 using storetest::TemporaryFolder;
 namespace cf = companyfile;
 
-struct Result {
-    int code = 0;
-    std::string out;
-    std::string err;
-};
-
-// Runs one command the way main does, capturing both streams.
-template <typename Function>
-Result run(Function function) {
-    std::ostringstream out;
-    std::ostringstream err;
-    Result result;
-    result.code = function(out, err);
-    result.out = out.str();
-    result.err = err.str();
-    return result;
-}
+using storetest::CommandResult;
+using storetest::runCommand;
 
 std::string firstLine(const std::string& text) {
     return text.substr(0, text.find('\n'));
@@ -56,7 +41,7 @@ protected:
         m_path = m_folder / "Acme.brassline";
         cf::NewOptions options;
         options.taxes = {"VAT=19", "reduced=7"};
-        Result created = run([&](auto& out, auto& err) { return cf::newFile(m_path, options, out, err); });
+        CommandResult created = runCommand([&](auto& out, auto& err) { return cf::newFile(m_path, options, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -67,24 +52,24 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
     }
 
-    Result insert(const std::string& entity, const std::vector<std::string>& values) {
-        return run([&](auto& out, auto& err) { return cf::insert(m_path, entity, values, out, err); });
+    CommandResult insert(const std::string& entity, const std::vector<std::string>& values) {
+        return runCommand([&](auto& out, auto& err) { return cf::insert(m_path, entity, values, out, err); });
     }
-    Result get(const std::string& uid, const std::vector<std::string>& keys, bool json = false) {
-        return run([&](auto& out, auto& err) { return cf::get(m_path, uid, keys, json, out, err); });
+    CommandResult get(const std::string& uid, const std::vector<std::string>& keys, bool json = false) {
+        return runCommand([&](auto& out, auto& err) { return cf::get(m_path, uid, keys, json, out, err); });
     }
-    Result set(const std::string& uid, const std::vector<std::string>& values) {
-        return run([&](auto& out, auto& err) { return cf::set(m_path, uid, values, out, err); });
+    CommandResult set(const std::string& uid, const std::vector<std::string>& values) {
+        return runCommand([&](auto& out, auto& err) { return cf::set(m_path, uid, values, out, err); });
     }
-    Result fetch(const std::string& entity, const cf::FetchOptions& options) {
-        return run([&](auto& out, auto& err) { return cf::fetch(m_path, entity, options, out, err); });
+    CommandResult fetch(const std::string& entity, const cf::FetchOptions& options) {
+        return runCommand([&](auto& out, auto& err) { return cf::fetch(m_path, entity, options, out, err); });
     }
     // Object counts and change sets: any save shows here.
     std::string state() {
-        return run([&](auto& out, auto& err) { return cf::info(m_path, true, out, err); }).out;
+        return runCommand([&](auto& out, auto& err) { return cf::info(m_path, true, out, err); }).out;
     }
     std::string insertClient(const std::string& name) {
-        Result result = insert("Client", {"name=" + name});
+        CommandResult result = insert("Client", {"name=" + name});
         EXPECT_EQ(result.code, 0) << result.err;
         return firstLine(result.out);
     }
@@ -106,10 +91,10 @@ TEST_F(CompanyFileCommandsTest, NewFileHoldsTheFirstRunObjects) {
     EXPECT_EQ((*info)["modelVersion"].toInt64(), 23);
     EXPECT_EQ((*info)["changeSets"].toInt64(), 1);
 
-    Result again = run([&](auto& out, auto& err) { return cf::newFile(m_path, {}, out, err); });
+    CommandResult again = runCommand([&](auto& out, auto& err) { return cf::newFile(m_path, {}, out, err); });
     EXPECT_NE(again.code, 0);
     EXPECT_NE(again.err.find("exists"), std::string::npos) << again.err;
-    Result badTax = run([&](auto& out, auto& err) {
+    CommandResult badTax = runCommand([&](auto& out, auto& err) {
         cf::NewOptions options;
         options.taxes = {"VAT"};
         return cf::newFile(m_folder / "B.brassline", options, out, err);
@@ -120,23 +105,23 @@ TEST_F(CompanyFileCommandsTest, NewFileHoldsTheFirstRunObjects) {
 
 TEST_F(CompanyFileCommandsTest, InsertedValuesReadBackInTheirCanonicalForm) {
     std::string client = insertClient("Acme GmbH");
-    Result invoice = insert("Invoice", {"parentDocument=" + client, "dateCreation=2026-11-22", "subject=First",
+    CommandResult invoice = insert("Invoice", {"parentDocument=" + client, "dateCreation=2026-11-22", "subject=First",
                                         "toDo=yes", "payInterval=14", "discount=-0.005"});
     ASSERT_EQ(invoice.code, 0) << invoice.err;
     std::string uid = firstLine(invoice.out);
     EXPECT_EQ(uid.size(), 22u);
-    Result line = insert("Cost", {"parent=" + uid, "quantity=2", "unitPrice=19.990", "name=Work", "optional=0"});
+    CommandResult line = insert("Cost", {"parent=" + uid, "quantity=2", "unitPrice=19.990", "name=Work", "optional=0"});
     ASSERT_EQ(line.code, 0) << line.err;
     std::string lineUid = firstLine(line.out);
 
-    Result read = get(uid, {"subject", "client", "client.name", "dateCreation", "toDo", "payInterval", "discount",
+    CommandResult read = get(uid, {"subject", "client", "client.name", "dateCreation", "toDo", "payInterval", "discount",
                             "dateSent", "childs"});
     ASSERT_EQ(read.code, 0) << read.err;
     std::string expected = "First\n" + client + "\nAcme GmbH\n" + Date::parseISO8601("2026-11-22")->iso8601String() +
                            "\n1\n14\n-0.005\n\n[\"" + lineUid + "\"]\n";
     EXPECT_EQ(read.out, expected);
 
-    Result json = get(lineUid, {"quantity", "unitPrice", "optional", "parent"}, true);
+    CommandResult json = get(lineUid, {"quantity", "unitPrice", "optional", "parent"}, true);
     ASSERT_EQ(json.code, 0) << json.err;
     std::optional<Value> parsed = Value::fromJSON(json.out);
     ASSERT_TRUE(parsed);
@@ -170,19 +155,19 @@ TEST_F(CompanyFileCommandsTest, BadInputIsNamedAndChangesNothing) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Result result = insert(c.entity, c.values);
+        CommandResult result = insert(c.entity, c.values);
         EXPECT_EQ(result.code, 1);
         EXPECT_TRUE(result.out.empty());
         EXPECT_NE(result.err.find(c.message), std::string::npos) << result.err;
     }
-    Result setBad = set(client, {"name=Changed", "archived=perhaps"});
+    CommandResult setBad = set(client, {"name=Changed", "archived=perhaps"});
     EXPECT_EQ(setBad.code, 1);
     EXPECT_NE(setBad.err.find("perhaps"), std::string::npos);
     EXPECT_EQ(set("missing-uid", {"name=x"}).code, 1);
     EXPECT_EQ(get(client, {"name"}).out, "Acme\n");
     EXPECT_EQ(state(), before);
 
-    Result unknownKey = get(client, {"name", "colour"});
+    CommandResult unknownKey = get(client, {"name", "colour"});
     EXPECT_EQ(unknownKey.code, 1);
     EXPECT_TRUE(unknownKey.out.empty());
     EXPECT_NE(unknownKey.err.find("colour"), std::string::npos);
@@ -192,7 +177,7 @@ TEST_F(CompanyFileCommandsTest, BadInputIsNamedAndChangesNothing) {
 
 TEST_F(CompanyFileCommandsTest, SetChangesInOrderAndSaves) {
     std::string client = insertClient("Acme");
-    Result result = set(client, {"name=First", "name=Second", "archived=true", "notes="});
+    CommandResult result = set(client, {"name=First", "name=Second", "archived=true", "notes="});
     ASSERT_EQ(result.code, 0) << result.err;
     EXPECT_EQ(get(client, {"name", "archived", "notes"}).out, "Second\n1\n\n");
 }
@@ -204,14 +189,14 @@ TEST_F(CompanyFileCommandsTest, FetchFiltersSortsAndPrintsKeys) {
     cf::FetchOptions options;
     options.keys = {"name"};
     options.sort = {"name:desc"};
-    Result all = fetch("Client", options);
+    CommandResult all = fetch("Client", options);
     ASSERT_EQ(all.code, 0) << all.err;
     EXPECT_EQ(all.out, c + "\tCharlie\n" + b + "\tBravo\n" + a + "\tAlpha\n");
 
     options.predicate = "name BEGINSWITH 'A' OR name == 'Charlie'";
     options.sort = {"name"};
     options.json = true;
-    Result filtered = fetch("Client", options);
+    CommandResult filtered = fetch("Client", options);
     ASSERT_EQ(filtered.code, 0) << filtered.err;
     EXPECT_EQ(filtered.out, "{\"entity\":\"Client\",\"name\":\"Alpha\",\"uid\":\"" + a +
                                 "\"}\n{\"entity\":\"Client\",\"name\":\"Charlie\",\"uid\":\"" + c + "\"}\n");
@@ -230,7 +215,7 @@ TEST_F(CompanyFileCommandsTest, FetchFiltersSortsAndPrintsKeys) {
     };
     for (const Case& bad : cases) {
         SCOPED_TRACE(bad.name);
-        Result result = fetch(bad.entity, bad.options);
+        CommandResult result = fetch(bad.entity, bad.options);
         EXPECT_EQ(result.code, 1);
         EXPECT_NE(result.err.find(bad.message), std::string::npos) << result.err;
     }
@@ -240,14 +225,14 @@ TEST_F(CompanyFileCommandsTest, DeleteRemovesTheObjectAndItsCascade) {
     std::string client = insertClient("Acme");
     std::string invoice = firstLine(insert("Invoice", {"parentDocument=" + client}).out);
     std::string line = firstLine(insert("Cost", {"parent=" + invoice, "quantity=1"}).out);
-    Result removed = run([&](auto& out, auto& err) { return cf::remove(m_path, invoice, out, err); });
+    CommandResult removed = runCommand([&](auto& out, auto& err) { return cf::remove(m_path, invoice, out, err); });
     ASSERT_EQ(removed.code, 0) << removed.err;
     EXPECT_EQ(get(invoice, {"uid"}).code, 1);
     // The lines go with their invoice (childs cascade); the client stays.
     EXPECT_EQ(get(line, {"uid"}).code, 1);
     EXPECT_EQ(get(client, {"name"}).out, "Acme\n");
     std::string before = state();
-    Result missing = run([&](auto& out, auto& err) { return cf::remove(m_path, invoice, out, err); });
+    CommandResult missing = runCommand([&](auto& out, auto& err) { return cf::remove(m_path, invoice, out, err); });
     EXPECT_EQ(missing.code, 1);
     EXPECT_NE(missing.err.find(invoice), std::string::npos);
     EXPECT_EQ(state(), before);
@@ -255,10 +240,10 @@ TEST_F(CompanyFileCommandsTest, DeleteRemovesTheObjectAndItsCascade) {
 
 TEST_F(CompanyFileCommandsTest, ExportWritesTheDatabase) {
     std::string out = m_folder / "export.sqlite";
-    Result result = run([&](auto& o, auto& e) { return cf::exportSQLite(m_path, out, o, e); });
+    CommandResult result = runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, out, o, e); });
     ASSERT_EQ(result.code, 0) << result.err;
     EXPECT_GT(std::filesystem::file_size(out), 0u);
-    Result refused = run([&](auto& o, auto& e) { return cf::exportSQLite(m_path, m_folder / "no/such/dir.sqlite", o, e); });
+    CommandResult refused = runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, m_folder / "no/such/dir.sqlite", o, e); });
     EXPECT_EQ(refused.code, 2);
     EXPECT_NE(refused.err.find("ExportSQLiteError"), std::string::npos);
 }
@@ -270,11 +255,11 @@ TEST_F(CompanyFileCommandsTest, RefusedFilesAreReportedAndKept) {
     for (const std::string& path : {plain, missing}) {
         SCOPED_TRACE(path);
         auto before = storetest::treeContents(path);
-        Result info = run([&](auto& out, auto& err) { return cf::info(path, false, out, err); });
+        CommandResult info = runCommand([&](auto& out, auto& err) { return cf::info(path, false, out, err); });
         EXPECT_EQ(info.code, 1);
         EXPECT_TRUE(info.out.empty());
         EXPECT_NE(info.err.find(CompanyPackage::displayName(path)), std::string::npos) << info.err;
-        Result inserted = run([&](auto& out, auto& err) { return cf::insert(path, "Client", {"name=x"}, out, err); });
+        CommandResult inserted = runCommand([&](auto& out, auto& err) { return cf::insert(path, "Client", {"name=x"}, out, err); });
         EXPECT_EQ(inserted.code, 1);
         EXPECT_EQ(storetest::treeContents(path), before);
     }
@@ -305,7 +290,7 @@ TEST_F(CompanyFileCommandsTest, URLCommandsRunOrAreRefused) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.url);
-        Result result = run([&](auto& out, auto& err) { return cf::url(m_path, c.url, out, err); });
+        CommandResult result = runCommand([&](auto& out, auto& err) { return cf::url(m_path, c.url, out, err); });
         EXPECT_EQ(result.code, c.code);
         EXPECT_NE((c.code == 0 ? result.out : result.err).find(c.text), std::string::npos) << result.out << result.err;
     }
@@ -320,13 +305,13 @@ namespace {
 TEST_F(CompanyFileCommandsTest, RecentListsFilesNewestFirstAndMarksVanishedOnes) {
     std::string other = m_folder / "Other.brassline";
     Clock::setNow(Date::parseISO8601("2030-01-01T00:00:00Z"));
-    ASSERT_EQ(run([&](auto& out, auto& err) { return cf::newFile(other, {}, out, err); }).code, 0);
+    ASSERT_EQ(runCommand([&](auto& out, auto& err) { return cf::newFile(other, {}, out, err); }).code, 0);
     Clock::setNow(std::nullopt);
     // Reading a file counts as opening it, but the other one stays newer by its date.
     EXPECT_FALSE(state().empty());
     std::filesystem::remove_all(other);
 
-    Result listed = run([&](auto& out, auto& err) { return cf::recent(false, out, err); });
+    CommandResult listed = runCommand([&](auto& out, auto& err) { return cf::recent(false, out, err); });
     ASSERT_EQ(listed.code, 0);
     std::istringstream lines(listed.out);
     std::string first;

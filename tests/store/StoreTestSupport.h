@@ -8,6 +8,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "model/FetchRequest.h"
@@ -19,6 +20,26 @@
 namespace brassline::storetest {
 
 namespace fs = std::filesystem;
+
+// What a command printed and answered.
+struct CommandResult {
+    int code = 0;
+    std::string out;
+    std::string err;
+};
+
+// Runs one command function (taking the output and error streams) the way main does,
+// capturing both streams.
+template <typename Function>
+CommandResult runCommand(Function function) {
+    std::ostringstream out;
+    std::ostringstream err;
+    CommandResult result;
+    result.code = function(out, err);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
 
 // A fresh folder per test, removed afterwards.
 class TemporaryFolder {
