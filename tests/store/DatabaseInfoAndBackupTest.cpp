@@ -18,34 +18,22 @@
 #include "store/BLUserDefaults.h"
 #include "store/CompanyPackage.h"
 #include "store/DocumentHooks.h"
-#include "StoreTestSupport.h"
+#include "DocumentTestSupport.h"
 
 namespace brassline {
 namespace {
 
 namespace fs = std::filesystem;
 
-class DatabaseInfoAndBackupTest : public ::testing::Test {
+class DatabaseInfoAndBackupTest : public storetest::DocumentProcessTest {
 protected:
     void SetUp() override {
-        RunLoop::resetMainForTesting();
-        NotificationCenter::resetDefaultCenterForTesting();
-        resetModelHooks();
-        resetDocumentHooks();
-        BLSyncHelper::setIsSyncing(false);
-        UserDefaults::setDirectoryForTesting(m_folder / "config");
-        BLDocumentController::resetSharedForTesting();
+        DocumentProcessTest::SetUp();
         BLDatabaseInfoManager::setApplicationSupportDirectory(m_folder / "support");
     }
     void TearDown() override {
-        BLDocumentController::resetSharedForTesting();
         BLDatabaseInfoManager::setApplicationSupportDirectory("");
-        Clock::setNow(std::nullopt);
-        RunLoop::resetMainForTesting();
-        resetModelHooks();
-        resetDocumentHooks();
-        UserDefaults::setDirectoryForTesting("");
-        NotificationCenter::resetDefaultCenterForTesting();
+        DocumentProcessTest::TearDown();
     }
     // A package folder holding only an Info.plist with `info`.
     std::string package(const std::string& name, const Value::Dictionary& info) {
@@ -55,7 +43,6 @@ protected:
         return path;
     }
 
-    storetest::TemporaryFolder m_folder;
 };
 
 TEST_F(DatabaseInfoAndBackupTest, InfoTellsTheKindOfStore) {

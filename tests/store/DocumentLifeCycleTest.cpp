@@ -29,33 +29,15 @@
 #include "store/SQLiteStore.h"
 #include "store/DocumentHooks.h"
 #include "store/URLCommands.h"
-#include "StoreTestSupport.h"
+#include "DocumentTestSupport.h"
 
 namespace brassline {
 namespace {
 
 namespace fs = std::filesystem;
 
-class DocumentLifeCycleTest : public ::testing::Test {
+class DocumentLifeCycleTest : public storetest::DocumentProcessTest {
 protected:
-    void SetUp() override {
-        RunLoop::resetMainForTesting();
-        NotificationCenter::resetDefaultCenterForTesting();
-        resetModelHooks();
-        resetDocumentHooks();
-        BLSyncHelper::setIsSyncing(false);
-        UserDefaults::setDirectoryForTesting(m_folder / "config");
-        BLDocumentController::resetSharedForTesting();
-    }
-    void TearDown() override {
-        BLDocumentController::resetSharedForTesting();
-        Clock::setNow(std::nullopt);
-        RunLoop::resetMainForTesting();
-        resetModelHooks();
-        resetDocumentHooks();
-        UserDefaults::setDirectoryForTesting("");
-        NotificationCenter::resetDefaultCenterForTesting();
-    }
     // A saved company file with the first-run objects, not left open.
     std::string makeFile(const std::string& name) {
         std::string path = m_folder / (name + ".brassline");
@@ -85,7 +67,6 @@ protected:
         return object;
     }
 
-    storetest::TemporaryFolder m_folder;
 };
 
 TEST_F(DocumentLifeCycleTest, URLsParseIntoCommandAndDecodedQuery) {
