@@ -19,5 +19,11 @@ void addMoneyCommands(CLI::App& app, int& exitCode);
 void addItemCommands(CLI::App& app, int& exitCode);
 // number, pattern.
 void addNumberCommands(CLI::App& app, int& exitCode);
+// issue, unlock, settle, transcripts.
+void addIssueCommands(CLI::App& app, int& exitCode);
+// convert, duplicate.
+void addConversionCommands(CLI::App& app, int& exitCode);
+// fill, dictionary.
+void addPlaceholderCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

@@ -29,6 +29,9 @@ int main(int argc, char** argv) {
     brassline::cli::addMoneyCommands(app, exitCode);
     brassline::cli::addItemCommands(app, exitCode);
     brassline::cli::addNumberCommands(app, exitCode);
+    brassline::cli::addIssueCommands(app, exitCode);
+    brassline::cli::addConversionCommands(app, exitCode);
+    brassline::cli::addPlaceholderCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }

@@ -1,0 +1,9 @@
+#include <CLI/CLI.hpp>
+
+#include "app/cli/Commands.h"
+
+namespace brassline::cli {
+
+void addConversionCommands(CLI::App& /*app*/, int& /*exitCode*/) {}
+
+}  // namespace brassline::cli
