@@ -142,7 +142,7 @@ void addURLCommand(CLI::App& app, int& exitCode) {
         "url",
         "Run a brassline:// URL command on the company file: show?uid=UID, fixprofiles, fixeuro,\n"
         "fixzombies, fixduplicates, fixmissingvalues, fixclients, fixpreferences, fixcaches, fixdefaults,\n"
-        "overview?select=UID, userdefaults?key=K&value=V, open?path=P; commands of parts not built yet\n"
+        "overview?select=UID, userdefaults?key=K&value=V, open?path=P; commands of features not built yet\n"
         "exit with 3; unknown ones are not supported");
     command->add_option("path", *path, "The company file")->required();
     command->add_option("url", *url, "The URL, such as brassline://show?uid=default.profile")->required();
