@@ -32,6 +32,9 @@ struct ModelHooks {
     std::function<void(BLDocument&)> updateTaxRule;
     // Life cycle: payment type of a sendable from its client or the defaults.
     std::function<void(BLSendable&)> updatePaymentType;
+    // Life cycle: writes the filing copy of an issued sendable (overwrite flag); storing a
+    // frozen PDF calls it.
+    std::function<void(BLSendable&, bool overwrite)> writeDocument;
     // Layouts: gives a sendable a usable layout.
     std::function<void(BLSendable&)> fixMissingLayout;
     // Numbering: the next client number or project number, nothing when none is made.
