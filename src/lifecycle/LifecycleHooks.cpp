@@ -1,6 +1,7 @@
 #include "lifecycle/LifecycleHooks.h"
 
 #include "lifecycle/Numbering.h"
+#include "lifecycle/SendableRules.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLProject.h"
@@ -25,6 +26,7 @@ void installLifecycleHooks() {
     ModelHooks& hooks = modelHooks();
     hooks.createClientNumber = [](BLClient& client) { return createNumberFor(client); };
     hooks.createProjectNumber = [](BLProject& project) { return createNumberFor(project); };
+    installSendableHooks();
 }
 
 }  // namespace brassline

@@ -63,8 +63,9 @@ public:
     void setClient(BLDocument* value);
     void setProject(BLDocument* value);
     void setContact(brassline::BLContact* value) override;
-    // Drops any child equal to this document anywhere below.
-    void validateContacts();
+    // Drops any child equal to this document anywhere below; a sendable also checks its
+    // contact against its client.
+    virtual void validateContacts();
 
     void setup() override;
     bool canDelete() const override { return documents().empty(); }

@@ -5,8 +5,10 @@
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLItem.h"
 #include "model/entities/BLLayout.h"
+#include "model/entities/BLPreference.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/ModelHooks.h"
+#include "model/entities/ModelStrings.h"
 
 namespace brassline {
 
@@ -23,6 +25,22 @@ void BLEstimate::setup() {
     }
     if (modelHooks().fixMissingLayout) {
         modelHooks().fixMissingLayout(*this);
+    }
+}
+
+void BLEstimate::setParentDocument(brassline::BLDocument* value) {
+    BLSendable::setParentDocument(value);
+    if (isSyncing() || dateSent()) {
+        return;
+    }
+    if (BLClient* owner = client()) {
+        setLayout(owner->estimateLayout());
+    }
+    if (ManagedObjectContext* context = managedObjectContext()) {
+        Value validity = BLPreference::preferenceValue(*context, kPrefEstimateValidity);
+        if (!validity.isNull()) {
+            setPayInterval(static_cast<int16_t>(validity.toInt64()));
+        }
     }
 }
 

@@ -8,6 +8,9 @@ namespace brassline {
 class BLEstimate : public gen::BLEstimate {
 public:
     void setup() override;
+    // The sendable's rule; then, outside a sync and while a draft, the client's estimate
+    // layout and the validity preference ("estimate.validity") as pay interval.
+    void setParentDocument(brassline::BLDocument* value) override;
     BLBase* duplicate() override;
     int64_t addToDocumentsCount() const override { return 1; }
     std::vector<std::string> allowedDocuments() const override { return {"BLExternalFile", "BLExternalFileGroup"}; }

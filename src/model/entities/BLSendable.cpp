@@ -1,7 +1,9 @@
 #include "model/entities/BLSendable.h"
 
+#include <algorithm>
 #include <unordered_set>
 
+#include "model/BLSyncHelper.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLContact.h"
@@ -83,6 +85,35 @@ void BLSendable::setParentDocument(brassline::BLDocument* value) {
     }
 }
 
+void BLSendable::validateContacts() {
+    BLDocument::validateContacts();
+    if (isSyncing()) {
+        return;
+    }
+    BLClient* owner = client();
+    if (owner == nullptr || owner->isDeleted()) {
+        if (contact() != nullptr) {
+            gen::BLSendable::setContact(nullptr);
+        }
+        return;
+    }
+    // The stored setter: the document's own setContact would move it in the tree.
+    const std::vector<BLContainer*> candidates = owner->combinedArray();
+    if (std::find(candidates.begin(), candidates.end(), contact()) == candidates.end()) {
+        gen::BLSendable::setContact(dynamic_cast<BLContact*>(candidates.front()));
+    }
+    if (currency() == nullptr && owner->currency() != nullptr) {
+        gen::BLSendable::setCurrency(owner->currency());
+    }
+}
+
+void BLSendable::setStorage(brassline::BLSendableStorage* value) {
+    gen::BLSendable::setStorage(value);
+    if (value != nullptr && !isSyncing() && modelHooks().writeDocument) {
+        modelHooks().writeDocument(*this, false);
+    }
+}
+
 void BLSendable::setup() {
     BLFinancial::setup();
     if (modelHooks().updatePaymentType) {
@@ -145,18 +176,25 @@ BLBase* BLSendable::cloneWithEntityReplacements(const EntityReplacements& replac
 
 BLBase* BLSendable::duplicateAsDraft(const std::vector<std::string>& skip) {
     BLDocument* owner = parentDocument();
-    auto* copy = dynamic_cast<BLSendable*>(cloneWithEntityReplacements({}, skip));
-    if (copy == nullptr) {
-        return nullptr;
+    BLSendable* copy = nullptr;
+    {
+        // Under the flag the copy only joins the parent: it keeps its own layout, pay
+        // interval and prices instead of taking the client's as a newly moved one would.
+        SyncingScope syncing;
+        copy = dynamic_cast<BLSendable*>(cloneWithEntityReplacements({}, skip));
+        if (copy == nullptr) {
+            return nullptr;
+        }
+        copy->setDateDue(std::nullopt);
+        copy->setDateSent(std::nullopt);
+        copy->setCompleteMode(int16_t{0});
+        copy->setDateCreation(Date::now());
+        copy->setParentDocument(owner);
     }
-    copy->setDateDue(std::nullopt);
-    copy->setDateSent(std::nullopt);
-    copy->setCompleteMode(int16_t{0});
-    copy->setDateCreation(Date::now());
     if (modelHooks().updateTaxRule) {
         modelHooks().updateTaxRule(*copy);
     }
-    copy->setParentDocument(owner);
+    copy->resetCaches();
     return copy;
 }
 

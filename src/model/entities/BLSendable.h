@@ -24,6 +24,12 @@ public:
     std::vector<BLContainer*> costsArray() const override;
 
     void setParentDocument(brassline::BLDocument* value) override;
+    // Not while syncing: without a (live) client the contact goes; otherwise a contact that
+    // is not the client or one of its contacts becomes the client, and a missing currency
+    // is the client's.
+    void validateContacts() override;
+    // Stores the frozen output; a new one (outside a sync) writes the filing copy.
+    void setStorage(brassline::BLSendableStorage* value) override;
     void setup() override;
     void fixMissingValues() override;
     BLBase* clone() override;

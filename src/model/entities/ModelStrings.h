@@ -29,6 +29,7 @@ inline constexpr const char* kInvoiceMailBodyDefaultKey = "BLPref.invoice.mailBo
 inline constexpr const char* kPreferenceUIDPrefix = "BLPref.";
 inline constexpr const char* kPrefDefaultUseGrossPrices = "default.useGrossPrices";
 inline constexpr const char* kPrefInvoicePayInterval = "invoice.payInterval";
+inline constexpr const char* kPrefEstimateValidity = "estimate.validity";
 
 // User defaults.
 inline constexpr const char* kInsertDatesOnItemCreationDefault = "insertDatesOnItemCreation";

@@ -1,0 +1,113 @@
+#include "lifecycle/ConversionCommands.h"
+
+#include <memory>
+#include <ostream>
+
+#include "lifecycle/Conversions.h"
+#include "lifecycle/LifecycleHooks.h"
+#include "model/ManagedObjectContext.h"
+#include "model/entities/BLEstimate.h"
+#include "model/entities/BLInvoice.h"
+#include "store/BLDoc.h"
+
+namespace brassline::conversioncommands {
+
+namespace {
+
+constexpr int kBadInput = 1;
+constexpr int kSaveFailed = 2;
+
+std::unique_ptr<BLDoc> openDocument(const std::string& path, std::ostream& err) {
+    installLifecycleHooks();
+    std::string error;
+    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
+    if (!document) {
+        err << "brassline: " << error << "\n";
+    }
+    return document;
+}
+
+BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& err) {
+    ManagedObjectContext& context = document.managedObjectContext();
+    const EntityDescription* base = context.entityNamed("Base");
+    ManagedObject* object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
+    if (object == nullptr) {
+        err << "brassline: no object has the uid " << uid << "\n";
+        return nullptr;
+    }
+    auto* sendable = dynamic_cast<BLSendable*>(object);
+    if (sendable == nullptr || !(object->isKindOfEntity("Invoice") || object->isKindOfEntity("Estimate"))) {
+        err << "brassline: " << object->entityName() << " " << uid << " is neither an invoice nor an estimate\n";
+        return nullptr;
+    }
+    return sendable;
+}
+
+int saveAndPrint(BLDoc& document, BLSendable& made, std::ostream& out, std::ostream& err) {
+    std::string error;
+    if (!document.save(&error)) {
+        err << "brassline: the company file can't be saved: " << error << "\n";
+        return kSaveFailed;
+    }
+    out << made.uid().value_or("") << "\n";
+    return 0;
+}
+
+}  // namespace
+
+int convert(const std::string& path, const std::string& uid, const std::string& target, std::ostream& out,
+            std::ostream& err) {
+    if (target != "invoice" && target != "estimate" && target != "credit-note") {
+        err << "brassline: unknown target \"" << target << "\" (invoice, estimate, credit-note)\n";
+        return kBadInput;
+    }
+    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    if (!document) {
+        return kBadInput;
+    }
+    BLSendable* source = findSendable(*document, uid, err);
+    if (source == nullptr) {
+        return kBadInput;
+    }
+    BLSendable* made = nullptr;
+    auto* estimate = dynamic_cast<BLEstimate*>(source);
+    auto* invoice = dynamic_cast<BLInvoice*>(source);
+    if (target == "invoice") {
+        if (estimate == nullptr) {
+            err << "brassline: only an estimate becomes an invoice\n";
+            return kBadInput;
+        }
+        made = createInvoice(*estimate);
+    } else if (invoice == nullptr) {
+        err << "brassline: only an invoice becomes " << (target == "estimate" ? "an estimate" : "a credit note")
+            << "\n";
+        return kBadInput;
+    } else {
+        made = target == "estimate" ? static_cast<BLSendable*>(createEstimate(*invoice))
+                                    : static_cast<BLSendable*>(createCreditNote(*invoice));
+    }
+    if (made == nullptr) {
+        err << "brassline: the conversion of " << uid << " failed\n";
+        return kBadInput;
+    }
+    return saveAndPrint(*document, *made, out, err);
+}
+
+int duplicate(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
+    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    if (!document) {
+        return kBadInput;
+    }
+    BLSendable* source = findSendable(*document, uid, err);
+    if (source == nullptr) {
+        return kBadInput;
+    }
+    BLSendable* made = duplicateSendable(*source);
+    if (made == nullptr) {
+        err << "brassline: " << uid << " can't be duplicated\n";
+        return kBadInput;
+    }
+    return saveAndPrint(*document, *made, out, err);
+}
+
+}  // namespace brassline::conversioncommands
