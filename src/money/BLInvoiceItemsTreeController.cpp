@@ -9,10 +9,12 @@
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
 #include "model/SortDescriptor.h"
+#include "model/UndoManager.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLGroup.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/BLSendable.h"
+#include "money/ItemPasteboard.h"
 
 namespace brassline {
 
@@ -95,6 +97,37 @@ void sortChildren(BLContainer& container, const SortDescriptor& descriptor) {
     }
 }
 
+// One undoable step for the changes made while it lives; a context without an undo
+// manager records nothing anyway.
+class UndoStep {
+public:
+    explicit UndoStep(ManagedObjectContext* context)
+        : m_undo(context != nullptr ? context->undoManager() : nullptr) {
+        if (m_undo != nullptr) {
+            m_undo->beginUndoGrouping();
+        }
+    }
+    ~UndoStep() {
+        if (m_undo != nullptr) {
+            m_undo->endUndoGrouping();
+        }
+    }
+    UndoStep(const UndoStep&) = delete;
+    UndoStep& operator=(const UndoStep&) = delete;
+
+private:
+    UndoManager* m_undo;
+};
+
+bool hasAncestorIn(const BLItem* item, const std::vector<BLItem*>& items) {
+    for (const BLContainer* up = item->parent(); up != nullptr; up = up->parent()) {
+        if (std::find(items.begin(), items.end(), up) != items.end()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 enum class CellKind { Number, Date, Text };
 
 CellKind kindOf(const std::string& cell, Decimal* number, Date* date) {
@@ -148,6 +181,24 @@ bool BLInvoiceItemsTreeController::addManagedObject(BLItem* item, bool editAfter
         return false;
     }
     std::vector<BLItem*> selected = m_selection;
+    insertAtSelection(item);
+    // Only an empty summary gathers the selection: a duplicated or pasted one brings its
+    // own lines and would otherwise swallow whatever happens to be selected.
+    if (item->entityName() == "SummaryCost" && item->childsArray().empty()) {
+        std::vector<std::string> allowed = item->allowedChildren();
+        for (BLItem* candidate : selected) {
+            if (candidate != item && std::find(allowed.begin(), allowed.end(), candidate->entityName()) != allowed.end()) {
+                candidate->setParent(item);
+            }
+        }
+    }
+    item->resetCaches();
+    m_selection = {item};
+    return true;
+}
+
+void BLInvoiceItemsTreeController::insertAtSelection(BLItem* item) {
+    const std::vector<BLItem*>& selected = m_selection;
     if (selected.empty()) {
         insertAt(item, &m_document, m_document.childsArray().size());
     } else {
@@ -160,17 +211,6 @@ bool BLInvoiceItemsTreeController::addManagedObject(BLItem* item, bool editAfter
             insertAt(item, parent, indexIn(parent->childsArray(), last) + 1);
         }
     }
-    if (item->entityName() == "SummaryCost") {
-        std::vector<std::string> allowed = item->allowedChildren();
-        for (BLItem* candidate : selected) {
-            if (candidate != item && std::find(allowed.begin(), allowed.end(), candidate->entityName()) != allowed.end()) {
-                candidate->setParent(item);
-            }
-        }
-    }
-    item->resetCaches();
-    m_selection = {item};
-    return true;
 }
 
 BLItem* BLInvoiceItemsTreeController::groupSelection() {
@@ -361,16 +401,113 @@ size_t BLInvoiceItemsTreeController::pasteText(const std::string& text) {
     return made;
 }
 
+void BLInvoiceItemsTreeController::copySelection(ItemPasteboard& pasteboard) const {
+    ManagedObjectContext* context = m_document.managedObjectContext();
+    if (m_selection.empty() || context == nullptr) {
+        return;
+    }
+    Value::Array uris;
+    for (BLItem* item : m_selection) {
+        if (!hasAncestorIn(item, m_selection)) {
+            uris.emplace_back(item->URIString());
+        }
+    }
+    Value::Dictionary record;
+    record["storeIdentifier"] = Value(context->storeIdentifier());
+    record["uris"] = Value(std::move(uris));
+    pasteboard.clear();
+    pasteboard.setValue(ItemPasteboard::kItemIdsType, Value(std::move(record)));
+}
+
+size_t BLInvoiceItemsTreeController::paste(const ItemPasteboard& pasteboard) {
+    ManagedObjectContext* context = m_document.managedObjectContext();
+    if (!canEditItems() || context == nullptr) {
+        return 0;
+    }
+    std::vector<BLBase*> items;
+    for (ManagedObject* object : context->objectsForURIStrings(pasteboard.itemURIsMatching(*context))) {
+        auto* item = dynamic_cast<BLBase*>(object);
+        if (item != nullptr && !item->isDeleted() && item->isKindOfEntity("Item")) {
+            items.push_back(item);
+        }
+    }
+    if (!items.empty()) {
+        UndoStep step(context);
+        size_t made = insertClonedObjectsAtSelection(items).size();
+        m_document.resetCaches();
+        return made;
+    }
+    const Value* text = pasteboard.value(ItemPasteboard::kTextType);
+    if (text != nullptr && text->string() != nullptr) {
+        UndoStep step(context);
+        return pasteText(*text->string());
+    }
+    return 0;
+}
+
+bool BLInvoiceItemsTreeController::validateDrop(const std::vector<BLBase*>& dragged, const BLItem* target) const {
+    if (!canEditItems() || dragged.empty()) {
+        return false;
+    }
+    for (const BLBase* object : dragged) {
+        // Objects of another document's context would have to be copied, not moved.
+        if (object == nullptr || object->managedObjectContext() != m_document.managedObjectContext()) {
+            return false;
+        }
+    }
+    if (target == nullptr) {
+        return true;
+    }
+    if (target->entityName() == "SummaryCost") {
+        static const std::vector<std::string> allowed = {"CatalogItem", "Cost", "Note", "InternalNote", "DynamicCost"};
+        return std::all_of(dragged.begin(), dragged.end(), [](const BLBase* object) {
+            return std::find(allowed.begin(), allowed.end(), object->entityName()) != allowed.end();
+        });
+    }
+    if (target->entityName() != "Group") {
+        return false;
+    }
+    const std::string& kind = dragged.front()->entityName();
+    if (kind != "Cost" && kind != "CatalogItem") {
+        return false;
+    }
+    std::vector<const BLItemGroup*> groups;
+    auto note = [&groups](const BLItemGroup* group) {
+        if (std::find(groups.begin(), groups.end(), group) == groups.end()) {
+            groups.push_back(group);
+        }
+    };
+    for (const BLBase* object : dragged) {
+        if (object->entityName() != kind) {
+            return false;
+        }
+        note(static_cast<const BLCost*>(object)->itemGroup());
+    }
+    if (groups.size() > 1) {
+        return false;
+    }
+    // The group is one line on one tax rule: what joins it must share its lines' item group.
+    for (BLContainer* child : target->childsArray()) {
+        if (child->isKindOfEntity("Cost") && static_cast<BLCost*>(child)->itemGroup() != groups.front()) {
+            return false;
+        }
+    }
+    return true;
+}
+
 void BLInvoiceItemsTreeController::remove() {
     if (!canEditItems()) {
         return;
     }
     ManagedObjectContext* context = m_document.managedObjectContext();
-    for (BLItem* item : m_selection) {
-        context->deleteObject(item);
+    {
+        UndoStep step(context);
+        for (BLItem* item : m_selection) {
+            context->deleteObject(item);
+        }
+        m_selection.clear();
+        m_document.resetCaches();
     }
-    m_selection.clear();
-    m_document.resetCaches();
     context->processPendingChanges();
 }
 

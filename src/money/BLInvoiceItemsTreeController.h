@@ -9,6 +9,7 @@ namespace brassline {
 class BLBase;
 class BLItem;
 class BLSendable;
+class ItemPasteboard;
 
 // The editing rules of a document's item tree, apart from any view: what a user's insert,
 // group, sort, duplicate, EAN scan and paste do to the items. Every change is refused
@@ -50,11 +51,26 @@ public:
     // numbers: price or quantity and price; the first date: the date). Text without a tab or
     // with more than kMaximumPastedRows rows inserts nothing. The number of costs made.
     size_t pasteText(const std::string& text);
-    // Deletes the selection.
+    // Puts the selection on the pasteboard as this store's items (an item whose container
+    // is selected too goes with the container only). Nothing selected: nothing changes.
+    void copySelection(ItemPasteboard& pasteboard) const;
+    // The first format found wins: this store's own items are cloned (new uids, children
+    // with them) and inserted by the selection rule, else tab-separated text becomes
+    // lines. One undoable step; nothing on an issued document. The number of items made.
+    size_t paste(const ItemPasteboard& pasteboard);
+    // Whether `dragged` may be dropped onto `target` (null: between top-level rows). Onto a
+    // summary: only catalog items, costs, notes, internal notes and dynamic costs; onto a
+    // group: only costs or only catalog items, of at most one item group, the group's own.
+    // Objects of another context, other targets and issued documents are refused.
+    bool validateDrop(const std::vector<BLBase*>& dragged, const BLItem* target) const;
+    // Deletes the selection as one undoable step.
     void remove();
 
 private:
     void insertAt(BLItem* item, BLBase* parent, size_t index);
+    // Places an item by the selection rule of addManagedObject, without the summary's
+    // take-over of the selection.
+    void insertAtSelection(BLItem* item);
 
     BLSendable& m_document;
     std::vector<BLItem*> m_selection;

@@ -10,6 +10,9 @@ class BLTaxGroup;
 class BLTaxRule;
 struct TaxCollection;
 
+// Posted with the completed line as object once takeAutoCompletionFrom has run.
+inline constexpr const char* kDidAutoCompleteNotification = "BLDidAutoComplete";
+
 // A priced line: quantity, unit price, tax rule and item group.
 class BLCost : public gen::BLCost {
 public:
@@ -47,6 +50,14 @@ public:
     void incrementQuantity();
     void invertQuantities();
 
+    // Completion from a catalog item or another line: name, notes, image, the price (in
+    // this document's price mode, converted by the default tax of the source's item
+    // group where the modes differ), weight, a catalog item's default quantity, unit and
+    // item group. A completion from a catalog item makes it the line's source.
+    void takeAutoCompletionFrom(BLItem* other) override;
+    // Repeats the completion from the line's catalog item; false when it has none.
+    bool updateFromSource() override;
+
     // Moving a line re-derives, unless syncing: the rate of a time unit, the item group of
     // the container, the tax rule.
     void setParent(brassline::BLContainer* value) override;
@@ -55,14 +66,39 @@ public:
     void updateRateIfNeeded();
     // Inside a summary whose tax rule differs, the line takes the summary's item group.
     void updateItemGroupIfNeeded();
-    static std::vector<std::string> timeUnits() { return {"h", "std", "std.", "u"}; }
+    // "h", "std", "std.", "u", after the lower-cased preference "timeImporter.unit" when
+    // the document's store sets one.
+    std::vector<std::string> timeUnits() const;
     // The lower-cased unit is a time unit.
     bool hasTimeUnit() const;
+    // The unit's UN/ECE recommendation 20 code: "HUR" for a time unit, "C62" otherwise.
+    std::string quantityUnitCode() const { return hasTimeUnit() ? "HUR" : "C62"; }
+    // A time line adds its quantity in seconds (through a 32-bit float, truncated); any
+    // other line adds its quantity, so durations and counts stay apart.
+    void collectDuration(int64_t& seconds) override;
+    void collectQuantity(Decimal& quantity) override;
+
+    // The legacy price: the value through a 32-bit float, rounded plainly to 4 digits.
+    void setRate(float value);
+    Decimal rate() { return lineUnitPrice(); }
+    // Typed text read by the number transformer (a discount may carry "%"); text that
+    // doesn't read as a number changes nothing and answers false.
+    bool setFastQuantity(std::string_view text);
+    bool setFastDiscount(std::string_view text);
+    // The catalog item's cost price, else the line's own; the setter writes to the catalog
+    // item when the line has one.
+    std::optional<Decimal> catalogCostPrice();
+    void setCatalogCostPrice(std::optional<Decimal> value);
 
     // Money setters store, then reset the sums above unless syncing.
     void setQuantity(std::optional<Decimal> value) override;
     void setUnitPrice(std::optional<Decimal> value) override;
     void setDiscount(std::optional<Decimal> value) override;
+    // A new unit may make the line a time line that takes the document's rate.
+    void setUnit(std::optional<std::string> value) override;
+    // No-op for the same group. Unless syncing the rule follows; inside a group or summary
+    // the siblings with another rule take the same item group, and the container updates.
+    void setItemGroup(brassline::BLItemGroup* value) override;
 
     // Taxes. The line's rule is the matrix cell of its client's group and its item group's
     // tax group. updateTaxRule leaves issued documents and lines without a parent alone

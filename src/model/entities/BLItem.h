@@ -75,6 +75,13 @@ public:
     // its unit price, any other item passes the conversion to its item children. Nothing
     // happens without both currencies or when they are the same.
     virtual void convertFromCurrency(const BLCurrency* from, const BLCurrency* to);
+    // Takes the values of `other` (a catalog item or a line of any document) as the user's
+    // pick from the completion list; items that carry no values ignore it.
+    virtual void takeAutoCompletionFrom(BLItem* other) { (void)other; }
+    // Adds this item's time in seconds, or its count for lines without a time unit; items
+    // without a quantity add nothing.
+    virtual void collectDuration(int64_t& seconds) { (void)seconds; }
+    virtual void collectQuantity(Decimal& quantity) { (void)quantity; }
 
 protected:
     // The siblings of this item in order, self included; empty without a parent.

@@ -80,6 +80,10 @@ public:
     void resetCaches() override;
     void setDiscount(std::optional<Decimal> value) override;
     void setUseGrossPrices(std::optional<bool> value) override;
+    // Re-prices every line from the old currency into the new one, as one undoable step,
+    // and tells the documents above that the amounts changed. While syncing or for nil it
+    // only stores; from no currency there is nothing to convert.
+    void setCurrency(brassline::BLCurrency* value) override;
     void setChilds(const std::vector<ManagedObject*>& values) override;
 
 protected:

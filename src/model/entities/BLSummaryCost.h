@@ -22,6 +22,12 @@ public:
     Decimal cost() override;
     Decimal costForGroup() override { return cost(); }
     Decimal totalWeight() override;
+    // After a line's completion: the display type, the closing subtotal flag and clones of
+    // the other summary's children, appended below this one.
+    void takeAutoCompletionFrom(BLItem* other) override;
+    // After the line's rule, every child with another tax rule takes the same item group;
+    // the children and then the summary re-derive their rules.
+    void setItemGroup(brassline::BLItemGroup* value) override;
 };
 
 }  // namespace brassline
