@@ -26,6 +26,16 @@ public:
     Decimal balanceForLayout() override;
     bool balanced() { return balance().isZeroAsFloat(); }
     bool canPay() { return !balance().isZeroAsFloat(); }
+
+    // A payment's share of the tax: with one rule the tax included in its amount, with
+    // several the payment's ratio of amountForMetrics applied to each rule's tax.
+    Decimal taxOfPayment(const BLPayment& payment) override;
+    // The metric sums less those of the issued partial invoices below.
+    Decimal amountForMetrics() override;
+    Decimal netAmountForMetrics() override;
+    Decimal exportTaxesAmount() override;
+    // `value` less the sum of `key` over the issued partial invoices below.
+    Decimal subtractPartialInvoicesFromCost(const Decimal& value, std::string_view key) const;
 };
 
 // The same draft rules for estimates.

@@ -4,6 +4,8 @@
 
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLPayment.h"
+#include "model/entities/BLTaxDetails.h"
+#include "model/entities/BLTaxRule.h"
 
 namespace brassline {
 
@@ -77,6 +79,51 @@ Decimal BLInvoice::balance() {
 
 Decimal BLInvoice::balanceForLayout() {
     return costWithTaxes() - sumOfAmounts(prePayments());
+}
+
+Decimal BLInvoice::taxOfPayment(const BLPayment& payment) {
+    const Decimal whole = amountForMetrics();
+    if (whole.toFloat() == 0.0F) {
+        return {};
+    }
+    const Decimal paid = payment.amount().value_or(Decimal());
+    TaxCollection table = collectTaxes();
+    if (table.entries.size() == 1) {
+        // One rule: the payment is a gross amount of that rule, so its tax is the one
+        // included, without the invoice's currency step (tax of a payment is in cents).
+        const BLTaxRule* rule = table.entries.front().rule;
+        return rule != nullptr ? rule->calculateIncludedTaxForAmount(paid, nullptr, nullptr) : Decimal();
+    }
+    const Decimal ratio = (paid / whole).validNumber();
+    Decimal share;
+    for (const TaxCollection::Entry& entry : table.entries) {
+        if (entry.rule != nullptr) {
+            share += (entry.rule->taxForAmount(entry.amount, this) * ratio).fixedValue();
+        }
+    }
+    return share;
+}
+
+Decimal BLInvoice::subtractPartialInvoicesFromCost(const Decimal& value, std::string_view key) const {
+    Decimal result = value;
+    for (BLDocument* document : documents()) {
+        if (document->isKindOfEntity("PartialInvoice") && static_cast<BLInvoice*>(document)->dateSent()) {
+            result = result - document->valueForKey(key).toDecimal().validNumber();
+        }
+    }
+    return result;
+}
+
+Decimal BLInvoice::amountForMetrics() {
+    return subtractPartialInvoicesFromCost(BLSendable::amountForMetrics(), "amountForMetrics");
+}
+
+Decimal BLInvoice::netAmountForMetrics() {
+    return subtractPartialInvoicesFromCost(BLSendable::netAmountForMetrics(), "netAmountForMetrics");
+}
+
+Decimal BLInvoice::exportTaxesAmount() {
+    return subtractPartialInvoicesFromCost(BLSendable::exportTaxesAmount(), "exportTaxesAmount");
 }
 
 }  // namespace brassline

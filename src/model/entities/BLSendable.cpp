@@ -35,6 +35,7 @@ void BLSendable::setupClass(EntityDescription& entity) {
         std::optional<std::string> name = static_cast<const BLSendable&>(object).legacyProjectName();
         return name ? Value(*name) : Value();
     });
+    registerTotalKeys(entity);
 }
 
 std::vector<BLContainer*> BLSendable::costsArray() const {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <map>
+#include <string>
+
 #include "model/entities/gen/BLSendable.h"
 
 namespace brassline {
@@ -14,6 +17,8 @@ class BLSendable : public gen::BLSendable {
 public:
     using BLBase::cloneWithEntityReplacements;
     static void setupClass(EntityDescription& entity);
+    // The key-value names of the totals below ("taxBalance", "costInNativeCurrency", ...).
+    static void registerTotalKeys(EntityDescription& entity);
 
     // The project above (the stored text of the same name is the legacy project name).
     BLProject* project() const { return BLDocument::project(); }
@@ -43,15 +48,17 @@ public:
     // The items that count in the total: all children (an estimate drops its options).
     virtual std::vector<BLItem*> itemsForTotal() const;
     // The net sum with the document discount (and in gross mode less the tax).
-    Decimal cost();
+    virtual Decimal cost();
     Decimal costWithoutTaxes() { return cost(); }
     Decimal costWithoutOptions() { return cost(); }
     // The tax of the document's tax table: per rule on the summed lines, not cached.
     Decimal tax();
     // The lines of itemsForTotal summed per tax rule (a group under its first line's rule).
     TaxCollection collectTaxes() const;
+    // The tax table from the lines' sums per rule; a partial invoice takes its share here.
+    virtual TaxCollection createTaxDictionary(TaxCollection lines) const;
     // The payable sum, rounded by the currency's payable rule (CHF to 0.05).
-    Decimal costWithTaxes();
+    virtual Decimal costWithTaxes();
     Decimal costWithoutOptionsWithTaxes() { return costWithTaxes(); }
     // The lines' summed cost before the document discount; the discount on it in cents.
     Decimal costBeforeDiscount();
@@ -62,6 +69,7 @@ public:
     Decimal totalWeight();
     // Set by partial invoices; 0 here.
     virtual Decimal partialInvoicePercentage() { return {}; }
+    Decimal partialInvoiceDeductionPercentage() { return Decimal::hundred() - partialInvoicePercentage(); }
     // Issued after `date`, or not yet issued.
     bool sendableDateAfter(Date date) const;
     // The open amount. On a sendable without payments it is costWithTaxes.
@@ -70,8 +78,47 @@ public:
     virtual std::vector<BLPayment*> payments() const { return {}; }
     virtual std::vector<BLPayment*> prePayments() const { return {}; }
     Decimal prepaidAmount() { return costWithTaxes() - balance(); }
+    // A payment's share of this document's tax and its amount without it: nothing here.
+    virtual Decimal taxOfPayment(const BLPayment& payment) {
+        (void)payment;
+        return {};
+    }
     Decimal balanceForFollowUp() { return costWithTaxes(); }
-    Decimal amountForMetrics() { return costWithTaxes(); }
+    // costWithTaxes less each prepayment in turn; tax and cost less the payments' shares
+    // (tax: prepayments only, net: all payments). No tolerance applies.
+    Decimal balanceAtSendDate();
+    Decimal taxBalance();
+    Decimal netBalance();
+    // Open amounts per currency name for the clients view: an issued open invoice adds its
+    // balance; a draft with partial invoices hands the question to them.
+    virtual void collectBalance(std::map<std::string, Decimal>& balances);
+    // Not draft and open: adds costInNativeCurrency under "value" and asks the documents below.
+    void collectBalanceInNativeCurrency(std::map<std::string, Decimal>& balances);
+
+    // Metrics. amountForMetrics is costWithTaxes; the net, gross and tax amounts count
+    // only when includeInDashboard; an invoice deducts its issued partial invoices from
+    // amountForMetrics and netAmountForMetrics.
+    virtual bool includeInDashboard() const { return true; }
+    virtual Decimal amountForMetrics() { return costWithTaxes(); }
+    virtual Decimal netAmountForMetrics() { return includeInDashboard() ? cost() : Decimal(); }
+    Decimal grossAmountForMetrics() { return includeInDashboard() ? costWithTaxes() : Decimal(); }
+    Decimal taxAmountForMetrics() { return includeInDashboard() ? amountForMetrics() - netAmountForMetrics() : Decimal(); }
+    virtual Decimal exportTaxesAmount() { return tax(); }
+    // The share of the sums that metrics count: 1, a partial invoice's portion.
+    virtual Decimal ratioForMetrics() const { return Decimal(1); }
+    // The payable sum that cash-discount amounts start from: costWithTaxes on invoices and
+    // estimates, 0 on other documents.
+    virtual Decimal costForCashDiscount();
+
+    // Sums in the default currency, through the currency's conversion (unchanged without a
+    // currency or in the default one).
+    Decimal convertToDefaultCurrency(const Decimal& value);
+    Decimal balanceInNativeCurrency() { return convertToDefaultCurrency(balance()); }
+    Decimal netBalanceInNativeCurrency() { return convertToDefaultCurrency(netBalance()); }
+    Decimal taxInNativeCurrency() { return convertToDefaultCurrency(tax()); }
+    Decimal costInNativeCurrency() { return convertToDefaultCurrency(amountForMetrics()); }
+    Decimal netCostInNativeCurrency() { return convertToDefaultCurrency(netAmountForMetrics()); }
+    Decimal taxesInNativeCurrency() { return convertToDefaultCurrency(taxAmountForMetrics()); }
     // Money rounding of this document: the line and the payable rule of its currency.
     Decimal roundCost(const Decimal& value, const Decimal& reference) const;
     // value less the percentage of it, the percentage rounded to cents.

@@ -1,8 +1,10 @@
 // The sums of a sendable: net, tax, gross, discounts, payable rounding.
+#include "model/EntityDescription.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLGroup.h"
 #include "model/entities/BLItem.h"
+#include "model/entities/BLPayment.h"
 #include "model/entities/BLSendable.h"
 #include "model/entities/BLTaxDetails.h"
 #include "model/entities/BLTaxRule.h"
@@ -118,17 +120,32 @@ bool BLSendable::sendableDateAfter(Date date) const {
     return !dateSent() || dateSent()->timeIntervalSinceReferenceDate() >= date.timeIntervalSinceReferenceDate();
 }
 
+namespace {
+
+// The lines' sums with the document's own tax table (a partial invoice takes its share).
+LineSums documentLineSums(const BLSendable& sendable) {
+    LineSums sums = sumLines(sendable.itemsForTotal());
+    sums.taxes = sendable.createTaxDictionary(std::move(sums.taxes));
+    return sums;
+}
+
+}  // namespace
+
 Decimal BLSendable::cost() {
     if (std::optional<Decimal> cached = cachedDecimal("cost")) {
         return *cached;
     }
-    Decimal result = netOfLines(*this, sumLines(itemsForTotal()));
+    Decimal result = netOfLines(*this, documentLineSums(*this));
     cacheDecimal(result, "cost");
     return result;
 }
 
+TaxCollection BLSendable::createTaxDictionary(TaxCollection lines) const {
+    return lines;
+}
+
 TaxCollection BLSendable::collectTaxes() const {
-    return sumLines(itemsForTotal()).taxes;
+    return documentLineSums(*this).taxes;
 }
 
 Decimal BLSendable::tax() {
@@ -152,7 +169,7 @@ Decimal BLSendable::costWithTaxes() {
             net = *cachedNet;
             taxTotal = tax();
         } else {
-            LineSums sums = sumLines(itemsForTotal());
+            LineSums sums = documentLineSums(*this);
             net = netOfLines(*this, sums);
             cacheDecimal(net, "cost");
             taxTotal = taxOfCollection(sums.taxes, this);
@@ -243,6 +260,115 @@ void BLSendable::setUseGrossPrices(std::optional<bool> value) {
 void BLSendable::setChilds(const std::vector<ManagedObject*>& values) {
     gen::BLSendable::setChilds(values);
     resetCaches();
+}
+
+// Balances.
+
+Decimal BLSendable::balanceAtSendDate() {
+    Decimal open = costWithTaxes();
+    for (const BLPayment* payment : prePayments()) {
+        open = open - payment->amount().value_or(Decimal());
+    }
+    return open;
+}
+
+Decimal BLSendable::taxBalance() {
+    Decimal open = tax();
+    for (const BLPayment* payment : prePayments()) {
+        open = open - taxOfPayment(*payment);
+    }
+    return open;
+}
+
+Decimal BLSendable::netBalance() {
+    // All payments here, not only those up to the send day: the books, not the page.
+    Decimal open = cost();
+    for (const BLPayment* payment : payments()) {
+        open = open - (payment->amount().value_or(Decimal()) - taxOfPayment(*payment));
+    }
+    return open;
+}
+
+void BLSendable::collectBalance(std::map<std::string, Decimal>& balances) {
+    if (!isKindOfEntity("Invoice")) {
+        return;
+    }
+    if (dateSent()) {
+        if (completeModeValue() == 0) {
+            const BLCurrency* own = currency();
+            balances[own != nullptr ? fixedAttribute(own->name()) : std::string()] += balance();
+        }
+        return;
+    }
+    // A draft counts nothing itself; its issued partial invoices are what is owed.
+    for (BLDocument* document : documents()) {
+        if (auto* below = dynamic_cast<BLSendable*>(document)) {
+            below->collectBalance(balances);
+        }
+    }
+}
+
+void BLSendable::collectBalanceInNativeCurrency(std::map<std::string, Decimal>& balances) {
+    if (dateSent() && completeModeValue() == 0) {
+        balances["value"] += costInNativeCurrency();
+    }
+    // An invoice's own amount already leaves out its issued partial invoices, so they
+    // add theirs without counting twice.
+    for (BLDocument* document : documents()) {
+        if (auto* below = dynamic_cast<BLSendable*>(document)) {
+            below->collectBalanceInNativeCurrency(balances);
+        }
+    }
+}
+
+Decimal BLSendable::costForCashDiscount() {
+    if (entityName() == "Invoice" || entityName() == "Estimate") {
+        return costWithTaxes();
+    }
+    return {};
+}
+
+Decimal BLSendable::convertToDefaultCurrency(const Decimal& value) {
+    BLCurrency* own = currency();
+    return own != nullptr ? own->convertValueToDefaultCurrency(value) : value;
+}
+
+namespace {
+
+// Totals fill the per-object cache, so the const object of a getter is read mutably.
+BLSendable& totalsOf(const ManagedObject& object) {
+    return const_cast<BLSendable&>(static_cast<const BLSendable&>(object));
+}
+
+}  // namespace
+
+void BLSendable::registerTotalKeys(EntityDescription& entity) {
+    entity.registerDerivedProperty("balanceForLayout", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForLayout()); });
+    entity.registerDerivedProperty("balanceAtSendDate", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceAtSendDate()); });
+    entity.registerDerivedProperty("balanceForFollowUp", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForFollowUp()); });
+    entity.registerDerivedProperty("prepaidAmount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).prepaidAmount()); });
+    entity.registerDerivedProperty("taxBalance", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxBalance()); });
+    entity.registerDerivedProperty("netBalance", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netBalance()); });
+    entity.registerDerivedProperty("costBeforeDiscount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costBeforeDiscount()); });
+    entity.registerDerivedProperty("discountFraction", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).discountFraction()); });
+    entity.registerDerivedProperty("amountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).amountForMetrics()); });
+    entity.registerDerivedProperty("netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netAmountForMetrics()); });
+    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).grossAmountForMetrics()); });
+    entity.registerDerivedProperty("taxAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxAmountForMetrics()); });
+    entity.registerDerivedProperty("exportTaxesAmount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).exportTaxesAmount()); });
+    entity.registerDerivedProperty("ratioForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).ratioForMetrics()); });
+    entity.registerDerivedProperty("costForCashDiscount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costForCashDiscount()); });
+    entity.registerDerivedProperty("balanceInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceInNativeCurrency()); });
+    entity.registerDerivedProperty("netBalanceInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netBalanceInNativeCurrency()); });
+    entity.registerDerivedProperty("taxInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxInNativeCurrency()); });
+    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costInNativeCurrency()); });
+    entity.registerDerivedProperty("netCostInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netCostInNativeCurrency()); });
+    entity.registerDerivedProperty("taxesInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxesInNativeCurrency()); });
+    entity.registerDerivedProperty("partialInvoicePercentage", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).partialInvoicePercentage()); });
+    entity.registerDerivedProperty("partialInvoiceDeductionPercentage", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).partialInvoiceDeductionPercentage()); });
+    entity.registerDerivedProperty("includeInDashboard", [](const ManagedObject& o) -> Value {
+        return Value(static_cast<const BLSendable&>(o).includeInDashboard());
+    });
 }
 
 }  // namespace brassline

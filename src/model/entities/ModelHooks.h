@@ -52,6 +52,9 @@ struct ModelHooks {
     // Money and life cycle steps that cloning, duplicating and set-up run.
     std::function<void(BLSendableTemplate&)> updateFromCatalogItemsIfNeeded;
     std::function<void(BLInvoice&)> updatePartialInvoices;
+    // Scripts: evaluates a partial invoice's portion text (already prepared) and answers
+    // its numeric result; when empty, plain decimal arithmetic evaluates it.
+    std::function<std::optional<Decimal>(std::string_view text)> calculatePortion;
     std::function<void(BLTaxGroup&)> fixTaxRules;
     std::function<void(BLCatalogItem&)> setupUnitPriceGross;
     std::function<void(BLFollowUpType&)> createTokenClasses;
