@@ -129,7 +129,8 @@ std::optional<size_t> BLPlaceHolderEditingTextView::editableRunFor(TextRange ran
 bool BLPlaceHolderEditingTextView::shouldChangeTextInRange(TextRange range, std::string_view replacement) const {
     (void)replacement;
     const std::string text = string();
-    if (range.end() > text.size() || !isCharacterBoundary(text, range.location) ||
+    if (range.location > text.size() || range.length > text.size() - range.location ||
+        !isCharacterBoundary(text, range.location) ||
         !isCharacterBoundary(text, range.end())) {
         return false;
     }

@@ -50,7 +50,8 @@ std::vector<BLPlaceHolderWrapper> BLPlaceHolderWrapper::wrappersForManagedObject
     const bool detects = dynamic_cast<const BLSendableTemplate*>(document) != nullptr ||
                          dynamic_cast<const BLCost*>(document) != nullptr;
     for (const std::string& field : placeHolderFields(object)) {
-        const std::string* text = object.valueForKey(field).string();
+        const Value value = object.valueForKey(field);
+        const std::string* text = value.string();
         if (text == nullptr || text->empty()) {
             continue;
         }
@@ -143,8 +144,8 @@ std::string BLPlaceHolderWrapper::text() const {
     if (m_managedObject == nullptr) {
         return {};
     }
-    const std::string* value = m_managedObject->valueForKey(m_field).string();
-    return value != nullptr ? *value : std::string();
+    const Value value = m_managedObject->valueForKey(m_field);
+    return value.string() != nullptr ? *value.string() : std::string();
 }
 
 void BLPlaceHolderWrapper::replaceText(std::string_view text) {

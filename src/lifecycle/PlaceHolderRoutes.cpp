@@ -1,17 +1,21 @@
 #include "lifecycle/PlaceHolderRoutes.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cmath>
 
 #include "core/BLParser.h"
 #include "core/Decimal.h"
 #include "core/Log.h"
 #include "lifecycle/BLPlaceHolderWrapper.h"
+#include "model/ManagedObjectContext.h"
 #include "model/NotificationCenter.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/BLSendable.h"
+#include "model/entities/ModelStrings.h"
 
 namespace brassline {
 
@@ -32,8 +36,23 @@ const BLContact* clientOf(const BLCost& cost) {
     return cost.client();
 }
 
+// A contact's one-line address; nothing for a contact without street, code or city
+// (an empty address can still yield its separators).
 std::optional<std::string> addressOf(const BLContact* contact) {
-    return contact != nullptr ? contact->singleLinePostalAddress() : std::nullopt;
+    std::optional<std::string> line = contact != nullptr ? contact->singleLinePostalAddress() : std::nullopt;
+    if (!line || std::none_of(line->begin(), line->end(), [](unsigned char c) { return std::isalnum(c) || c >= 0x80; })) {
+        return std::nullopt;
+    }
+    return line;
+}
+
+// The firm's profile, looked up only: asking for a route must not create it.
+const BLContact* senderOf(const BLCost& cost) {
+    ManagedObjectContext* context = cost.managedObjectContext();
+    if (context == nullptr) {
+        return nullptr;
+    }
+    return static_cast<BLProfile*>(context->objectWithUid(BLProfile::entityDescription(), kDefaultProfileUID));
 }
 
 // The text as the contact's full address when it is part of it; else unchanged.
@@ -110,7 +129,7 @@ std::vector<std::string> preProcessPlaceHolderWrapper(const BLCost& cost, const 
     if (distanceUnitOf(cost) == DistanceUnit::none) {
         return addresses;
     }
-    for (std::optional<std::string> address : {addressOf(cost.sender()), addressOf(clientOf(cost))}) {
+    for (std::optional<std::string> address : {addressOf(senderOf(cost)), addressOf(clientOf(cost))}) {
         if (address) {
             addresses.push_back(*address);
         }
@@ -133,7 +152,7 @@ void postProcessPlaceHolderWrappers(BLCost& cost, const std::vector<BLPlaceHolde
     if (route == nullptr) {
         return;
     }
-    const BLContact* sender = cost.sender();
+    const BLContact* sender = senderOf(cost);
     const BLContact* client = clientOf(cost);
     const std::string origin = route->insertedStrings().front();
     const std::string destination = route->insertedStrings().back();
