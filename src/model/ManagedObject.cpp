@@ -48,6 +48,33 @@ void ManagedObject::fireFault() const {
     }
 }
 
+bool ManagedObject::isDataFault(const AttributeDescription& attribute) const {
+    fireFault();
+    return attribute.slot < 64 && (m_dataFaults & (uint64_t{1} << attribute.slot)) != 0;
+}
+
+void ManagedObject::fireDataFault(uint16_t slot) const {
+    if (slot >= 64 || (m_dataFaults & (uint64_t{1} << slot)) == 0) {
+        return;
+    }
+    // Cleared first: a value that can't be read stays absent instead of being asked for
+    // again on every access.
+    m_dataFaults &= ~(uint64_t{1} << slot);
+    PersistentStore* store = m_context != nullptr ? m_context->persistentStore() : nullptr;
+    const AttributeDescription& attribute = *m_entity->attributes()[slot];
+    if (store == nullptr) {
+        logMessage("%@.%@ of %@ waits for a store that is gone", m_entity->name(), attribute.name, URIString());
+        return;
+    }
+    std::string error;
+    std::optional<Value> value = store->loadDataValue(*m_entity, m_number, attribute, &error);
+    if (!value) {
+        logMessage("%@.%@ of %@ could not be read: %@", m_entity->name(), attribute.name, URIString(), error);
+        return;
+    }
+    const_cast<ManagedObject*>(this)->m_values[slot] = std::move(*value);
+}
+
 // Key-value coding.
 
 Value ManagedObject::valueForKey(std::string_view key) const {
@@ -58,6 +85,7 @@ Value ManagedObject::valueForKey(std::string_view key) const {
     }
     switch (property->kind) {
     case EntityDescription::Property::Kind::Attribute:
+        fireDataFault(property->attribute->slot);
         return m_values[property->attribute->slot];
     case EntityDescription::Property::Kind::ToOne:
         return Value(static_cast<Object*>(m_toOne[property->relationship->slot]));
@@ -133,6 +161,7 @@ Value ManagedObject::primitiveValueForKey(std::string_view key) const {
     fireFault();
     for (const AttributeDescription* attribute : m_entity->attributes()) {
         if (attribute->name == key) {
+            fireDataFault(attribute->slot);
             return m_values[attribute->slot];
         }
     }
@@ -326,6 +355,7 @@ void ManagedObject::holdfastResetCacheValues() {
 
 const Value& ManagedObject::attributeSlot(uint16_t slot) const {
     fireFault();
+    fireDataFault(slot);
     return m_values[slot];
 }
 
@@ -400,6 +430,9 @@ void ManagedObject::noteChange(const std::string& key, const Value& oldValue, bo
 }
 
 void ManagedObject::storeAttribute(const AttributeDescription& attribute, Value value) {
+    // The old value is what undo and the committed values give back, so a waiting one is
+    // read before it is replaced.
+    fireDataFault(attribute.slot);
     Value& slot = m_values[attribute.slot];
     if (slot == value && slot.type() == value.type()) {
         return;

@@ -133,6 +133,9 @@ public:
     bool isUpdated() const;
     bool hasChanges() const { return isInserted() || isDeleted() || isUpdated(); }
     bool isFault() const { return m_isFault; }
+    // Whether a data attribute still waits in the store: large bytes are read on first
+    // access, not at open. Reading the attribute in any way fulfils it.
+    bool isDataFault(const AttributeDescription& attribute) const;
     Value::Dictionary changedValues() const;
     Value::Dictionary changedValuesForCurrentEvent() const;
     // The values as last saved (or loaded); all stored keys when `keys` is empty.
@@ -188,6 +191,7 @@ private:
 
     void attach(const EntityDescription& entity, ManagedObjectContext& context, int64_t number);
     void fireFault() const;
+    void fireDataFault(uint16_t slot) const;
     ChangeState& changeState();
     Value currentValue(const std::string& key, bool toMany, uint16_t slot) const;
     void noteChange(const std::string& key, const Value& oldValue, bool transient);
@@ -213,6 +217,7 @@ private:
     uint8_t m_eventFlags = 0;       // Since the last processPendingChanges.
     bool m_isObserved = false;
     mutable bool m_isFault = false;
+    mutable uint64_t m_dataFaults = 0;  // Bit per attribute slot (below 64) waiting in the store.
 };
 
 template <typename T>

@@ -364,6 +364,13 @@ bool ManagedObjectContext::deleteObject(ManagedObject* object, std::string* erro
 
 void ManagedObjectContext::deleteWithRules(ManagedObject& object) {
     object.fireFault();
+    if (object.m_dataFaults != 0 && registersUndo()) {
+        // Once the deletion is saved the row is gone; an undo that brings the object back
+        // must have its bytes in hand.
+        for (const AttributeDescription* attribute : object.m_entity->attributes()) {
+            object.fireDataFault(attribute->slot);
+        }
+    }
     // Marked first, so that cycles of cascades end here.
     markDeleted(object, true);
     object.prepareForDeletion();
@@ -573,6 +580,7 @@ void ManagedObjectContext::refreshObject(ManagedObject* object, bool mergeChange
         object->m_changes->committed.clear();
         object->m_stateFlags &= static_cast<uint8_t>(~kUpdated);
     }
+    turnDataIntoFaults(object);
     object->holdfastResetCacheValues();
     noteObjectFlag(*object, kRefreshed);
     // The refresh is no change to save.
@@ -697,6 +705,9 @@ void ManagedObjectContext::fulfillFault(ManagedObject& object) {
         ManagedObject& source = *found->second;
         source.fireFault();
         object.m_values = source.m_values;
+        // Values still waiting in the store are read from there by the copy itself, so a
+        // background reader never pulls large bytes into the main context.
+        object.m_dataFaults = source.m_dataFaults;
         for (size_t i = 0; i < source.m_toOne.size(); ++i) {
             ManagedObject* target = source.m_toOne[i];
             object.m_toOne[i] = target != nullptr && !target->isDeleted() ? childObjectForParentObject(*target) : nullptr;
@@ -768,7 +779,7 @@ bool ManagedObjectContext::saveIntoParent(std::string* error) {
             }
             for (const std::string& key : keys) {
                 if (const AttributeDescription* attribute = object->m_entity->attributeNamed(key)) {
-                    copy->setValueWithNotices(*attribute, object->m_values[attribute->slot]);
+                    copy->setValueWithNotices(*attribute, object->primitiveValue(*attribute));
                 } else if (const RelationshipDescription* relationship = object->m_entity->relationshipNamed(key)) {
                     std::vector<ManagedObject*> targets;
                     if (relationship->isToMany) {
@@ -1055,7 +1066,44 @@ ManagedObject* ManagedObjectContext::registerLoadedObject(const EntityDescriptio
     return object;
 }
 
+size_t ManagedObjectContext::turnDataIntoFaults(ManagedObject* object) {
+    // Only the main context knows that an unchanged value equals the stored one: a child's
+    // values may come from its parent's unsaved changes.
+    if (object == nullptr || object->m_context != this || m_parent != nullptr || !m_store || object->isInserted() ||
+        object->isDeleted()) {
+        return 0;
+    }
+    object->fireFault();
+    size_t dropped = 0;
+    for (const AttributeDescription* attribute : object->m_entity->attributes()) {
+        if (attribute->type != AttributeType::Data || attribute->isTransient || attribute->slot >= 64 ||
+            object->m_values[attribute->slot].isNull()) {
+            continue;
+        }
+        if (object->m_changes && (object->m_changes->committed.count(attribute->name) != 0 ||
+                                  object->m_changes->event.count(attribute->name) != 0)) {
+            continue;
+        }
+        object->m_values[attribute->slot] = Value();
+        object->m_dataFaults |= uint64_t{1} << attribute->slot;
+        ++dropped;
+    }
+    return dropped;
+}
+
+bool ManagedObjectContext::setLoadedDataFault(ManagedObject& object, const AttributeDescription& attribute) {
+    if (attribute.type != AttributeType::Data || attribute.slot >= 64 || m_parent != nullptr) {
+        return false;
+    }
+    object.m_values[attribute.slot] = Value();
+    object.m_dataFaults |= uint64_t{1} << attribute.slot;
+    return true;
+}
+
 void ManagedObjectContext::setLoadedValue(ManagedObject& object, const AttributeDescription& attribute, Value value) {
+    if (attribute.slot < 64) {
+        object.m_dataFaults &= ~(uint64_t{1} << attribute.slot);
+    }
     if (&attribute == object.m_entity->uidAttribute()) {
         uidChanged(object, object.m_values[attribute.slot], value);
     }

@@ -83,6 +83,9 @@ public:
     // Without merging, the object's unsaved changes are dropped; either way its cache is
     // cleared, it is reported under "refreshed" and hears awakeFromSnapshotEvents(refresh).
     void refreshObject(ManagedObject* object, bool mergeChanges);
+    // Drops the object's unchanged large data values from memory; they are read from the
+    // store again on next access. Answers how many values were dropped (0 without a store).
+    size_t turnDataIntoFaults(ManagedObject* object);
     // Commits the changes: into the store for a main context (refused off the main
     // thread), into the parent for a child context. Deleted objects are released once no
     // undo action can reach them.
@@ -108,6 +111,9 @@ public:
     // For stores while loading: objects made here are neither inserted nor updated.
     ManagedObject* registerLoadedObject(const EntityDescription& entity, int64_t number);
     void setLoadedValue(ManagedObject& object, const AttributeDescription& attribute, Value value);
+    // Leaves a data attribute in the store until first read (loadDataValue); false when the
+    // attribute can't wait (its value must then be set with setLoadedValue).
+    bool setLoadedDataFault(ManagedObject& object, const AttributeDescription& attribute);
     // Sets one side only; stores load both sides of a relationship.
     void setLoadedRelationship(ManagedObject& object, const RelationshipDescription& relationship,
                                const std::vector<ManagedObject*>& targets);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@ namespace brassline {
 
 class ManagedObject;
 class ManagedObjectContext;
+class EntityDescription;
+struct AttributeDescription;
 
 // The objects of one save, each list without duplicates.
 struct StoreChanges {
@@ -32,6 +35,10 @@ public:
     virtual int64_t largestObjectNumber() const = 0;
     virtual bool loadObjects(ManagedObjectContext& context, std::string* error) = 0;
     virtual bool saveChanges(const StoreChanges& changes, std::string* error) = 0;
+    // The saved value of a data attribute left behind at load (setLoadedDataFault). Safe
+    // to call from any thread. Nothing, with the reason, when it can't be read.
+    virtual std::optional<Value> loadDataValue(const EntityDescription& entity, int64_t number,
+                                               const AttributeDescription& attribute, std::string* error);
 };
 
 // A store in memory, for tests and scratch documents: keeps the saved state of every

@@ -250,6 +250,10 @@ int64_t SQLiteConnection::lastInsertRowId() const {
     return m_db != nullptr ? sqlite3_last_insert_rowid(m_db) : 0;
 }
 
+int64_t SQLiteConnection::changes() const {
+    return m_db != nullptr ? sqlite3_changes64(m_db) : 0;
+}
+
 std::string SQLiteConnection::quoted(std::string_view identifier) {
     std::string result = "\"";
     for (char c : identifier) {

@@ -81,6 +81,8 @@ public:
     // The column names of a table: empty when it doesn't exist, nothing on failure.
     std::optional<std::vector<std::string>> tableColumns(std::string_view table);
     int64_t lastInsertRowId() const;
+    // Rows changed by the last INSERT, UPDATE or DELETE.
+    int64_t changes() const;
 
     const std::string& lastError() const { return m_lastError; }
     // True when the last failure was SQLite's "corrupt" or "not a database".

@@ -9,7 +9,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <atomic>
 #include <map>
+#include <mutex>
 #include <set>
 #include <system_error>
 #include <unordered_map>
@@ -112,6 +114,12 @@ std::string uidOf(const ManagedObject& object) {
     return {};
 }
 
+// Whether a save writes the table's `index`-th data column; tables with more data columns
+// than the mask holds write the rest always.
+bool writesDataColumn(uint64_t dataColumns, size_t index) {
+    return index >= 64 || (dataColumns & (uint64_t{1} << index)) != 0;
+}
+
 // Positions of members in the to-many lists touched by one save, built once per list.
 class PositionCache {
 public:
@@ -148,8 +156,22 @@ struct SQLiteStore::Impl {
     std::map<std::string, SQLiteStatement> upserts;
     std::map<std::string, SQLiteStatement> positionUpdates;
     std::map<std::string, SQLiteStatement> deletes;
+    // Updates that leave unchanged data columns alone, by table and the data columns set.
+    std::map<std::pair<std::string, uint64_t>, SQLiteStatement> updates;
+
+    // Reads of deferred data. A connection of their own: the main one belongs to the main
+    // thread, and in WAL mode a second reader sees the last committed state without
+    // waiting for a save in progress.
+    std::mutex readerMutex;
+    SQLiteConnection reader;
+    std::map<std::pair<std::string, std::string>, SQLiteStatement> dataReads;
+    std::atomic<uint64_t> dataValuesRead{0};
+    std::atomic<uint64_t> dataBytesRead{0};
+    std::atomic<uint64_t> dataValuesWritten{0};
 
     SQLiteStatement* upsertFor(const StoreSchema::EntityTable& table);
+    // `dataColumns`: bit i set when the table's i-th data attribute is written.
+    SQLiteStatement* updateFor(const StoreSchema::EntityTable& table, uint64_t dataColumns);
     SQLiteStatement* positionUpdateFor(const std::string& table, const std::string& column);
     SQLiteStatement* deleteFor(const std::string& table);
 };
@@ -181,6 +203,44 @@ SQLiteStatement* SQLiteStore::Impl::upsertFor(const StoreSchema::EntityTable& ta
         return nullptr;
     }
     return &upserts.emplace(table.name, std::move(statement)).first->second;
+}
+
+SQLiteStatement* SQLiteStore::Impl::updateFor(const StoreSchema::EntityTable& table, uint64_t dataColumns) {
+    auto key = std::make_pair(table.name, dataColumns);
+    auto found = updates.find(key);
+    if (found != updates.end()) {
+        return &found->second;
+    }
+    std::string assignments;
+    int index = 2;
+    size_t dataIndex = 0;
+    auto add = [&](const std::string& name) {
+        if (!assignments.empty()) {
+            assignments += ", ";
+        }
+        assignments += quote(name) + " = ?" + std::to_string(index++);
+    };
+    for (const AttributeDescription* attribute : table.attributes) {
+        if (attribute->type == AttributeType::Data && !writesDataColumn(dataColumns, dataIndex++)) {
+            continue;
+        }
+        add(attribute->name);
+    }
+    for (const StoreSchema::ToOneColumn& toOne : table.toOnes) {
+        add(toOne.column);
+        if (!toOne.positionColumn.empty()) {
+            add(toOne.positionColumn);
+        }
+    }
+    if (assignments.empty()) {
+        assignments = "\"_number\" = ?1";
+    }
+    SQLiteStatement statement =
+        db.prepare("UPDATE " + quote(table.name) + " SET " + assignments + " WHERE \"_number\" = ?1");
+    if (!statement.isValid()) {
+        return nullptr;
+    }
+    return &updates.emplace(key, std::move(statement)).first->second;
 }
 
 SQLiteStatement* SQLiteStore::Impl::positionUpdateFor(const std::string& table, const std::string& column) {
@@ -216,6 +276,12 @@ SQLiteStore::~SQLiteStore() {
     m_impl->upserts.clear();
     m_impl->positionUpdates.clear();
     m_impl->deletes.clear();
+    m_impl->updates.clear();
+    {
+        std::lock_guard<std::mutex> lock(m_impl->readerMutex);
+        m_impl->dataReads.clear();
+        m_impl->reader.close();
+    }
     m_impl->db.close();
 }
 
@@ -406,7 +472,7 @@ std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const Ma
     }
     std::string readError;
     bool corrupt = false;
-    std::optional<StoreSnapshot> snapshot = StoreSnapshot::read(db, impl->schema, &readError, &corrupt);
+    std::optional<StoreSnapshot> snapshot = StoreSnapshot::read(db, impl->schema, &readError, &corrupt, options.deferLargeData);
     if (!snapshot) {
         return damaged(readError);
     }
@@ -559,6 +625,21 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
                 }
             }
         }
+        for (size_t cell : table.deferred) {
+            ManagedObject* object = byNumber[static_cast<size_t>(table.numbers[cell / attributeCount])];
+            const AttributeDescription& attribute = *entityTable.attributes[cell % attributeCount];
+            if (object == nullptr || context.setLoadedDataFault(*object, attribute)) {
+                continue;
+            }
+            std::string readError;
+            if (std::optional<Value> value = loadDataValue(*entityTable.entity, object->objectID().number, attribute,
+                                                           &readError)) {
+                context.setLoadedValue(*object, attribute, std::move(*value));
+            } else {
+                noteError(formatMessage("%@.%@ of object %ld could not be read: %@", entityTable.name, attribute.name,
+                                        static_cast<long>(object->objectID().number), readError));
+            }
+        }
     }
     auto objectFor = [&](int64_t number) -> ManagedObject* {
         return number > 0 && static_cast<size_t>(number) < byNumber.size() ? byNumber[static_cast<size_t>(number)]
@@ -638,10 +719,22 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
     int64_t largest = m_largestNumber;
     int64_t changeSetId = 0;
 
-    auto bindRow = [&](SQLiteStatement& statement, const StoreSchema::EntityTable& table, ManagedObject& object) {
+    uint64_t dataWritten = 0;
+    auto bindRow = [&](SQLiteStatement& statement, const StoreSchema::EntityTable& table, ManagedObject& object,
+                       uint64_t dataColumns) {
         int index = 1;
+        size_t dataIndex = 0;
         statement.bindInteger(index++, object.objectID().number);
         for (const AttributeDescription* attribute : table.attributes) {
+            if (attribute->type == AttributeType::Data) {
+                if (!writesDataColumn(dataColumns, dataIndex++)) {
+                    continue;
+                }
+                const Value& value = object.primitiveValue(*attribute);
+                dataWritten += value.isNull() ? 0 : 1;
+                StoreSchema::bindColumn(statement, index++, attribute->type, value);
+                continue;
+            }
             StoreSchema::bindColumn(statement, index++, attribute->type, object.primitiveValue(*attribute));
         }
         for (const StoreSchema::ToOneColumn& toOne : table.toOnes) {
@@ -748,23 +841,49 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
                 if (table == nullptr) {
                     return fail("entity " + object->entityName() + " has no table in this store");
                 }
-                SQLiteStatement* upsert = m_impl->upsertFor(*table);
-                if (upsert == nullptr) {
+                Value::Dictionary changed;
+                if (!inserted) {
+                    changed = object->changedValues();
+                }
+                // An updated row keeps the data columns this save did not change: large
+                // bytes are neither read back into memory nor written again.
+                uint64_t dataColumns = ~uint64_t{0};
+                if (!inserted) {
+                    dataColumns = 0;
+                    size_t dataIndex = 0;
+                    for (const AttributeDescription* attribute : table->attributes) {
+                        if (attribute->type == AttributeType::Data) {
+                            if (changed.count(attribute->name) != 0 && dataIndex < 64) {
+                                dataColumns |= uint64_t{1} << dataIndex;
+                            }
+                            ++dataIndex;
+                        }
+                    }
+                }
+                SQLiteStatement* write = inserted ? m_impl->upsertFor(*table) : m_impl->updateFor(*table, dataColumns);
+                if (write == nullptr) {
                     return fail(db.lastError());
                 }
-                upsert->reset();
-                bindRow(*upsert, *table, *object);
-                if (upsert->step() != SQLiteStatement::StepResult::Done) {
-                    return fail(upsert->errorMessage());
+                write->reset();
+                bindRow(*write, *table, *object, dataColumns);
+                if (write->step() != SQLiteStatement::StepResult::Done) {
+                    return fail(write->errorMessage());
+                }
+                if (!inserted && db.changes() == 0) {
+                    // No row to update (the file lost it): the whole row is written anew.
+                    SQLiteStatement* upsert = m_impl->upsertFor(*table);
+                    if (upsert == nullptr) {
+                        return fail(db.lastError());
+                    }
+                    upsert->reset();
+                    bindRow(*upsert, *table, *object, ~uint64_t{0});
+                    if (upsert->step() != SQLiteStatement::StepResult::Done) {
+                        return fail(upsert->errorMessage());
+                    }
                 }
                 largest = std::max(largest, object->objectID().number);
-                Value::Dictionary changed;
-                if (inserted) {
-                    if (!recordChange(*object, "", ChangeKind::Insert, nullptr, nullptr)) {
-                        return fail(changeRow.errorMessage());
-                    }
-                } else {
-                    changed = object->changedValues();
+                if (inserted && !recordChange(*object, "", ChangeKind::Insert, nullptr, nullptr)) {
+                    return fail(changeRow.errorMessage());
                 }
                 auto isChanged = [&](const std::string& key) { return inserted || changed.count(key) != 0; };
                 for (const AttributeDescription* attribute : table->attributes) {
@@ -941,6 +1060,7 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
     }
     m_deviceSequence = sequence;
     m_largestNumber = largest;
+    m_impl->dataValuesWritten += dataWritten;
     double seconds = secondsSince(start);
     Value::Dictionary entry;
     entry.emplace("operation", Value("save"));
@@ -953,6 +1073,66 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
                           static_cast<long>(changes.inserted.size()), static_cast<long>(changes.updated.size()),
                           static_cast<long>(changes.deleted.size())));
     return true;
+}
+
+std::optional<Value> SQLiteStore::loadDataValue(const EntityDescription& entity, int64_t number,
+                                                const AttributeDescription& attribute, std::string* error) {
+    const StoreSchema::EntityTable* table = m_impl->schema.tableForEntity(entity);
+    if (table == nullptr || attribute.type != AttributeType::Data) {
+        setError(error, "no stored data " + entity.name() + "." + attribute.name);
+        return std::nullopt;
+    }
+    std::lock_guard<std::mutex> lock(m_impl->readerMutex);
+    SQLiteConnection& reader = m_impl->reader;
+    if (!reader.isOpen() && !reader.open(CompanyPackage::databasePath(m_info.path), SQLiteConnection::Mode::ReadWrite)) {
+        setError(error, reader.lastError());
+        return std::nullopt;
+    }
+    auto key = std::make_pair(table->name, attribute.name);
+    auto found = m_impl->dataReads.find(key);
+    if (found == m_impl->dataReads.end()) {
+        SQLiteStatement statement = reader.prepare("SELECT " + quote(attribute.name) + " FROM " + quote(table->name) +
+                                                   " WHERE \"_number\" = ?1");
+        if (!statement.isValid()) {
+            setError(error, reader.lastError());
+            return std::nullopt;
+        }
+        found = m_impl->dataReads.emplace(key, std::move(statement)).first;
+    }
+    SQLiteStatement& statement = found->second;
+    statement.reset();
+    statement.bindInteger(1, number);
+    Value value;
+    switch (statement.step()) {
+    case SQLiteStatement::StepResult::Row:
+        value = StoreSchema::readColumn(statement, 0, AttributeType::Data);
+        break;
+    case SQLiteStatement::StepResult::Done:
+        // The row went with a saved deletion: the value is absent now.
+        break;
+    case SQLiteStatement::StepResult::Error: {
+        std::string message = statement.errorMessage();
+        statement.reset();
+        setError(error, message);
+        return std::nullopt;
+    }
+    }
+    // Reset at once, so the reader holds no snapshot that would keep the log from being
+    // checkpointed.
+    statement.reset();
+    ++m_impl->dataValuesRead;
+    if (const Bytes* bytes = value.bytes()) {
+        m_impl->dataBytesRead += bytes->size();
+    }
+    return value;
+}
+
+SQLiteStore::DataCounters SQLiteStore::dataCounters() const {
+    DataCounters counters;
+    counters.valuesRead = m_impl->dataValuesRead.load();
+    counters.bytesRead = m_impl->dataBytesRead.load();
+    counters.valuesWritten = m_impl->dataValuesWritten.load();
+    return counters;
 }
 
 std::vector<ChangeSetInfo> SQLiteStore::changeLog() const {

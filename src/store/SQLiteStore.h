@@ -49,6 +49,9 @@ public:
         // The device that makes the saves; empty: this machine's (deviceIdentifier()).
         std::string deviceIdentifier;
         int64_t modelVersion = kCurrentModelVersion;
+        // Large data values stay in the file until read (see loadDataValue); off, open
+        // reads every value, for work that will read them all anyway.
+        bool deferLargeData = true;
     };
 
     ~SQLiteStore() override;
@@ -77,6 +80,17 @@ public:
     int64_t largestObjectNumber() const override { return m_largestNumber; }
     bool loadObjects(ManagedObjectContext& context, std::string* error) override;
     bool saveChanges(const StoreChanges& changes, std::string* error) override;
+    // Large data values (above StoreSnapshot::kDeferredDataBytes) stay in the file at open
+    // and are read here on first access, over a reader connection of their own behind a
+    // lock, so any thread may call it. A save writes only the data values it changed.
+    std::optional<Value> loadDataValue(const EntityDescription& entity, int64_t number,
+                                       const AttributeDescription& attribute, std::string* error) override;
+    struct DataCounters {
+        uint64_t valuesRead = 0;     // By loadDataValue.
+        uint64_t bytesRead = 0;
+        uint64_t valuesWritten = 0;  // Non-empty data values bound by saves.
+    };
+    DataCounters dataCounters() const;
 
     const std::string& path() const { return m_info.path; }
     const PackageInfo& packageInfo() const { return m_info; }

@@ -305,7 +305,7 @@ size_t StoreSnapshot::objectCount() const {
 }
 
 std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const StoreSchema& schema, std::string* error,
-                                                 bool* corrupt) {
+                                                 bool* corrupt, bool deferLargeData) {
     auto failed = [&](const std::string& message, bool damaged) {
         if (error != nullptr) {
             *error = message;
@@ -334,8 +334,21 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
             sql += ", ";
             sql += present.count(name) != 0 ? quote(name) : "NULL";
         };
+        // A deferred column reads as two: the value when it is short, and whether it was
+        // left behind. SQLite answers length() of a blob from the record header without
+        // touching its overflow pages, so a large value costs nothing here.
+        std::vector<bool> deferrable;
         for (const AttributeDescription* attribute : entityTable.attributes) {
-            addColumn(attribute->name);
+            bool defer = deferLargeData && attribute->type == AttributeType::Data && present.count(attribute->name) != 0;
+            deferrable.push_back(defer);
+            if (!defer) {
+                addColumn(attribute->name);
+                continue;
+            }
+            const std::string column = quote(attribute->name);
+            const std::string limit = std::to_string(kDeferredDataBytes);
+            sql += ", CASE WHEN length(" + column + ") > " + limit + " THEN NULL ELSE " + column + " END, length(" +
+                   column + ") > " + limit;
         }
         for (const StoreSchema::ToOneColumn& toOne : entityTable.toOnes) {
             addColumn(toOne.column);
@@ -379,6 +392,12 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
             int column = 1;
             for (size_t i = 0; i < attributeCount; ++i, ++column) {
                 table.values.push_back(StoreSchema::readColumn(statement, column, entityTable.attributes[i]->type));
+                if (deferrable[i]) {
+                    ++column;
+                    if (!statement.isNull(column) && statement.integer(column) != 0) {
+                        table.deferred.push_back(table.values.size() - 1);
+                    }
+                }
             }
             for (size_t i = 0; i < toOneCount; ++i, column += 2) {
                 int64_t target = statement.isNull(column) ? 0 : statement.integer(column);

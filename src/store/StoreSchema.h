@@ -73,7 +73,10 @@ struct StoreSnapshot {
         std::vector<int64_t> numbers;
         std::vector<Value> values;          // numbers.size() × attributes, row-major.
         std::vector<int64_t> toOneTargets;  // numbers.size() × toOnes, 0 for none.
+        std::vector<size_t> deferred;       // Cells of `values` left in the file (null there).
     };
+    // Data values longer than this stay in the file when a read defers them.
+    static constexpr int64_t kDeferredDataBytes = 1024;
     // One member of a to-many relationship, in the owner's order once sorted.
     struct Edge {
         int64_t owner = 0;
@@ -87,9 +90,11 @@ struct StoreSnapshot {
     size_t objectCount() const;
 
     // Reads every table of `schema` (inside the caller's read transaction). Nothing with
-    // SQLite's message in `error` and `corrupt` set when the file is damaged.
+    // SQLite's message in `error` and `corrupt` set when the file is damaged. With
+    // `deferLargeData`, data values above kDeferredDataBytes are listed in `deferred`
+    // instead of being read.
     static std::optional<StoreSnapshot> read(SQLiteConnection& db, const StoreSchema& schema, std::string* error,
-                                             bool* corrupt);
+                                             bool* corrupt, bool deferLargeData = false);
 };
 
 }  // namespace brassline
