@@ -9,6 +9,7 @@
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
 #include "store/CompanyPackage.h"
+#include "store/SQLiteConnection.h"
 
 namespace brassline {
 
@@ -27,6 +28,28 @@ std::optional<Value::Dictionary> readInfoPlist(const std::string& packagePath) {
         return std::nullopt;
     }
     return *value->dictionary();
+}
+
+// The model version an older store keeps in its own metadata: the "modelVersion" row of
+// "_metadata", else the database header's user version. Opened read-only, so looking at a
+// store never changes it. Nothing when the file is no readable database.
+std::optional<int64_t> storedModelVersion(const std::string& path) {
+    SQLiteConnection db;
+    if (!db.open(path, SQLiteConnection::Mode::ReadOnly)) {
+        logMessage("The store %@ can't be read: %@", path, db.lastError());
+        return std::nullopt;
+    }
+    if (db.tableExists("_metadata")) {
+        if (std::optional<int64_t> version =
+                db.queryInteger("SELECT CAST(value AS INTEGER) FROM _metadata WHERE key = 'modelVersion'")) {
+            return version;
+        }
+    }
+    std::optional<int64_t> version = db.queryInteger("PRAGMA user_version");
+    if (!version) {
+        logMessage("The store %@ tells no model version: %@", path, db.lastError());
+    }
+    return version;
 }
 
 std::string defaultApplicationSupport() {
@@ -76,9 +99,8 @@ void BLDatabaseInfo::loadInfo() {
     migrationType = "Unknown";
     std::string type = info[CompanyPackage::kTypeKey].toString();
     if (!plist && fs::path(path).extension() == ".storedata") {
-        // The older store keeps its model version inside the database, which only the
-        // migration reads; the type alone routes it there.
         migrationType = "V3SQL";
+        modelVersion = storedModelVersion(path).value_or(0);
     } else if (type == "backup") {
         migrationType = "V2Backup";
     } else if (type == "brassline3backup") {

@@ -18,6 +18,7 @@ struct BLDatabaseInfo {
     std::string path;
     std::string profileUID;
     Value::Dictionary infoDictionary;
+    // From Info.plist; for an older ".storedata" store from the store's own metadata.
     int64_t modelVersion = 0;
     // "None" (current), "V3SQL" (an older ".storedata" store), "V2Backup", "V3Backup" or
     // "Unknown".

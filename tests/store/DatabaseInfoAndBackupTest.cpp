@@ -15,9 +15,11 @@
 #include "store/BLDatabaseInfo.h"
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
+#include "store/BLSetupDefaultsController.h"
 #include "store/BLUserDefaults.h"
 #include "store/CompanyPackage.h"
 #include "store/DocumentHooks.h"
+#include "store/SQLiteConnection.h"
 #include "DocumentTestSupport.h"
 
 namespace brassline {
@@ -47,8 +49,24 @@ protected:
 
 TEST_F(DatabaseInfoAndBackupTest, InfoTellsTheKindOfStore) {
     Date migrated = Date::parseISO8601("2026-02-01T00:00:00Z").value();
-    std::string storedata = m_folder / "Brassline3.storedata";
-    std::ofstream(storedata) << "sqlite";
+    // Older stores: one with its own metadata table, one with only the header's user
+    // version, one that is no database at all.
+    auto database = [&](const std::string& name, const char* sql) {
+        std::string path = m_folder / name;
+        fs::create_directories(fs::path(path).parent_path());
+        SQLiteConnection db;
+        EXPECT_TRUE(db.open(path, SQLiteConnection::Mode::Create));
+        EXPECT_TRUE(db.execute(sql)) << db.lastError();
+        return path;
+    };
+    std::string storedata = database("Meta/Brassline3.storedata",
+                                     "CREATE TABLE _metadata (key TEXT PRIMARY KEY, value);"
+                                     "INSERT INTO _metadata VALUES ('modelVersion', 21), ('modelName', 'Brassline');"
+                                     "PRAGMA user_version = 5");
+    std::string headerOnly = database("Header/Brassline3.storedata", "PRAGMA user_version = 19");
+    std::string garbage = m_folder / "Brassline3.storedata";
+    std::ofstream(garbage) << "sqlite";
+    const std::string storedataBefore = storetest::readBytes(storedata);
     struct Case {
         std::string name;
         std::string path;
@@ -65,7 +83,9 @@ TEST_F(DatabaseInfoAndBackupTest, InfoTellsTheKindOfStore) {
         {"old backup", package("Old.brassline", {{"type", Value("backup")}}), "V2Backup", true, 0},
         {"backup of v3", package("V3.brassline", {{"type", Value("brassline3backup")}}), "V3Backup", true, 0},
         {"layout", package("Layout.brassline", {{"type", Value("layout3")}}), "Unknown", true, 0},
-        {"older store", storedata, "V3SQL", true, 0},
+        {"older store with metadata", storedata, "V3SQL", true, 21},
+        {"older store with a header version", headerOnly, "V3SQL", true, 19},
+        {"older store that is no database", garbage, "V3SQL", true, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -75,6 +95,7 @@ TEST_F(DatabaseInfoAndBackupTest, InfoTellsTheKindOfStore) {
         EXPECT_EQ(info->needsMigration, c.needsMigration);
         EXPECT_EQ(info->modelVersion, c.modelVersion);
     }
+    EXPECT_EQ(storetest::readBytes(storedata), storedataBefore);
     std::optional<BLDatabaseInfo> current = BLDatabaseInfo::infoWithPath(cases[0].path);
     EXPECT_EQ(current->migrationIdentifier, "MIG");
     EXPECT_EQ(current->migrationDate, migrated);
@@ -151,6 +172,23 @@ TEST_F(DatabaseInfoAndBackupTest, AdditionalBackupsFillTheTemplateAndExportLayou
     }
     EXPECT_EQ(html.find("<owner/>"), std::string::npos);
     EXPECT_EQ(html.find("<contents/>"), std::string::npos);
+    // The pictures come over from the resources unchanged, each a whole file of its kind:
+    // an icon family's length field counts the whole file, a PDF ends with its trailer.
+    for (const char* name : {"Icon.icns", "Preview.pdf", "Thumbnail.png"}) {
+        SCOPED_TRACE(name);
+        std::string copied = storetest::readBytes(backup + "/QuickLook/" + name);
+        ASSERT_GT(copied.size(), 8u);
+        EXPECT_EQ(copied, storetest::readBytes(BLSetupDefaultsController::resourcesDirectory() + "/" + name));
+    }
+    std::string icon = storetest::readBytes(backup + "/QuickLook/Icon.icns");
+    EXPECT_EQ(icon.substr(0, 4), "icns");
+    EXPECT_EQ((uint32_t{static_cast<uint8_t>(icon[4])} << 24) | (uint32_t{static_cast<uint8_t>(icon[5])} << 16) |
+                  (uint32_t{static_cast<uint8_t>(icon[6])} << 8) | uint32_t{static_cast<uint8_t>(icon[7])},
+              icon.size());
+    EXPECT_EQ(storetest::readBytes(backup + "/QuickLook/Thumbnail.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+    std::string preview = storetest::readBytes(backup + "/QuickLook/Preview.pdf");
+    EXPECT_EQ(preview.substr(0, 5), "%PDF-");
+    EXPECT_NE(preview.find("%%EOF", preview.size() - 8), std::string::npos);
 
     std::vector<std::string> exported;
     documentHooks().exportLayout = [&exported](ManagedObject& layout, const std::string& folder) {
