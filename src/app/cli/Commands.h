@@ -25,5 +25,7 @@ void addIssueCommands(CLI::App& app, int& exitCode);
 void addConversionCommands(CLI::App& app, int& exitCode);
 // fill, dictionary.
 void addPlaceholderCommands(CLI::App& app, int& exitCode);
+// tags, placeholders.
+void addTagCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
     brassline::cli::addIssueCommands(app, exitCode);
     brassline::cli::addConversionCommands(app, exitCode);
     brassline::cli::addPlaceholderCommands(app, exitCode);
+    brassline::cli::addTagCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }
