@@ -21,10 +21,13 @@ protected:
         ItemFixture::SetUp();
         CurrencyTable::resetSharedTable();
     }
-    // Starts the step under test with nothing left to undo from the set-up.
+    // Starts the step under test with nothing left to undo from the set-up. Without
+    // grouping by event every change outside an explicit group is a step of its own, so
+    // only the code's own grouping can make an edit one step.
     UndoManager& freshUndo() {
         UndoManager& undo = *context().undoManager();
         undo.removeAllActions();
+        undo.setGroupsByEvent(false);
         return undo;
     }
     BLCost* named(BLCost* cost, const char* name) {

@@ -7,6 +7,7 @@
 #include "model/entities/BLGroup.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/BLNote.h"
+#include "model/entities/BLSubTotal.h"
 #include "model/entities/BLSummaryCost.h"
 #include "model/entities/BLTitle.h"
 #include "money/BLInvoiceItemsTreeController.h"
@@ -58,6 +59,24 @@ TEST_F(ItemUnitsAndDropTest, DurationsAndCountsStayApart) {
     // 5400 + 900 + 7200 + 2519 + 28800; 3 + 2.5.
     EXPECT_EQ(allSeconds, 44819);
     EXPECT_EQ(allCount.toString(), "5.5");
+}
+
+TEST_F(ItemUnitsAndDropTest, SectionsSumTheirTimeAndTheirCounts) {
+    BLInvoice* invoice = invoiceIn("EUR");
+    auto* work = add<BLTitle>(invoice);
+    addCost(invoice, "80", "1.5")->setUnit(std::string("h"));
+    addCost(invoice, "3", "2")->setUnit(std::string("pc"));
+    addCost(invoice, "3", "1.5")->setUnit(std::string("pc"));
+    auto* firstTotal = add<BLSubTotal>(invoice);
+    auto* other = add<BLTitle>(invoice);
+    addCost(invoice, "3", "0.5")->setUnit(std::string("pc"));
+    auto* secondTotal = add<BLSubTotal>(invoice);
+    // Section one: 1.5 h = 5400 s; counts 2 + 1.5 = 3.5, the hours left out.
+    EXPECT_EQ(work->duration(), 5400);
+    EXPECT_EQ(firstTotal->quantityString(), "3.5");
+    // Section two: no time; 0.5 has a whole part of 0 and prints nothing.
+    EXPECT_EQ(other->duration(), 0);
+    EXPECT_EQ(secondTotal->quantityString(), "");
 }
 
 TEST_F(ItemUnitsAndDropTest, TypedNumbersAndTheLegacyRate) {

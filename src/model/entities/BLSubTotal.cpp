@@ -1,8 +1,21 @@
 #include "model/entities/BLSubTotal.h"
 
+#include "core/ValueTransformers.h"
 #include "model/entities/BLTitle.h"
 
 namespace brassline {
+
+std::string BLSubTotal::quantityString() {
+    Decimal quantity;
+    for (BLItem* item : affectedItems()) {
+        item->collectQuantity(quantity);
+    }
+    // A fraction alone (0.5 of something) is no count worth printing under a section.
+    if (quantity.absoluteNumber() < Decimal::one()) {
+        return "";
+    }
+    return NumberTransformer(NumberStyle::Short).format(quantity);
+}
 
 std::vector<BLItem*> BLSubTotal::affectedItems() {
     std::vector<BLItem*> items;

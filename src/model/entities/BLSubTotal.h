@@ -21,6 +21,9 @@ public:
     // The costs since the last subtotal, skipping option sections up to the next plain
     // title; absent and not-a-number amounts count 0.
     Decimal sum() override;
+    // The summed counts of the affected lines without a time unit, as short number text
+    // ("3.5"); "" when the whole part is 0.
+    std::string quantityString();
 };
 
 }  // namespace brassline

@@ -2,6 +2,14 @@
 
 namespace brassline {
 
+int64_t BLTitle::duration() {
+    int64_t seconds = 0;
+    for (BLItem* item : affectedItems()) {
+        item->collectDuration(seconds);
+    }
+    return seconds;
+}
+
 std::vector<BLItem*> BLTitle::affectedItems() {
     std::vector<BLItem*> items;
     bool afterSelf = false;

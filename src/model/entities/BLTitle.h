@@ -16,6 +16,8 @@ public:
     // The siblings after this title up to the next title; a subtotal closing the section
     // is included and ends it.
     std::vector<BLItem*> affectedItems() override;
+    // The summed time of the section's lines with a time unit, in seconds.
+    int64_t duration();
 };
 
 }  // namespace brassline
