@@ -10,7 +10,8 @@
 namespace brassline {
 
 // A run of a UTF-8 text, in bytes. Every range handed out here starts and ends on a
-// character boundary, so `text.substr(location, length)` is always whole characters.
+// character boundary, so `text.substr(location, length)` is always whole characters; in
+// ill-formed text each ill-formed sequence counts as one character.
 struct TextRange {
     size_t location = 0;
     size_t length = 0;
