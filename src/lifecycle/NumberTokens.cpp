@@ -278,7 +278,9 @@ std::optional<std::string> evaluate(const TokenSpec& spec, const std::string& co
             return std::nullopt;
         }
         Decimal base = object->valueForKey("costForCashDiscount").toDecimal().validNumber();
-        Decimal reduced = deductingPercentage(base, percentFor(spec, input.preferences));
+        // The deduction itself is rounded to cents before it is taken off (2.125 of 106.25
+        // is 2.13), as every document discount is.
+        Decimal reduced = base - (base * percentFor(spec, input.preferences) / Decimal::hundred()).fixedValue();
         if (const auto* currency = dynamic_cast<const BLCurrency*>(relatedObject(object, "currency"))) {
             reduced = currency->roundCost(reduced);
         }
