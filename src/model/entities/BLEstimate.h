@@ -21,6 +21,19 @@ public:
     std::vector<BLItem*> nonOptionItems() const;
     std::vector<BLItem*> itemsForTotal() const override { return nonOptionItems(); }
     Decimal balanceForLayout() override { return costWithTaxes(); }
+
+    // A stored -1 (older files' mark of a declined estimate) reads as 2.
+    int16_t state() const override;
+    void setCompleteMode(std::optional<int16_t> value) override;
+    std::string label() override;
+    std::string dueLabel() const override { return "validity"; }
+    std::string entityNameForNumbering() const override { return "Estimate"; }
+    std::string counterPreferenceKey() const override { return "prefsController.estimate.number"; }
+    std::string mailPrefsKey() override { return "estimate"; }
+    bool canAccept() const override { return true; }
+
+protected:
+    std::string statusKey(bool forDisplay) override;
 };
 
 }  // namespace brassline

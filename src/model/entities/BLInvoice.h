@@ -36,6 +36,41 @@ public:
     Decimal exportTaxesAmount() override;
     // `value` less the sum of `key` over the issued partial invoices below.
     Decimal subtractPartialInvoicesFromCost(const Decimal& value, std::string_view key) const;
+
+    // A final invoice stays a draft while a partial invoice is out without lines, and
+    // follows its own dateSent once it is balanced with a cost.
+    bool isDraft() override;
+    // Open, issued, unbalanced and dateDue before the end of today (local time).
+    bool isDue();
+    // Due and more whole calendar days since dateDue than "invoice.overdueInterval".
+    bool isOverDue();
+    std::optional<Date> dateOverdue() const;
+    // The latest payment date once balanced or settled; nothing otherwise. Cached.
+    std::optional<Date> datePaid();
+    // The partial invoices among childInvoices.
+    std::vector<BLInvoice*> partialInvoices() const;
+    bool hasPartialInvoices() const override { return !partialInvoices().empty(); }
+    bool canEditCurrency() const override;
+    bool canSend() override;
+    // Kept as a named list; nothing consults it and unlocking stays possible everywhere.
+    static std::vector<std::string> cantUnlockCountries() { return {"de"}; }
+
+    std::string label() override;
+    std::string documentType() override;
+    std::string entityNameForNumbering() const override { return "Invoice"; }
+    std::string counterPreferenceKey() const override { return "prefsController.invoice.number"; }
+    std::string numberResetModeKey() const override { return "prefsController.invoice.numberResetMode"; }
+    std::string numberLastResetKey() const override { return "prefsController.invoice.numberLastReset"; }
+    std::string mailPrefsKey() override;
+    Decimal amount() override { return cost(); }
+    bool isInvoice() const override { return true; }
+    // The send plug-in's declared type first, else the stored one.
+    int16_t currentDeliveryType() const override;
+    // Leaves the SEPA queue before the mark is stored.
+    void setCompleteMode(std::optional<int16_t> value) override;
+
+protected:
+    std::string statusKey(bool forDisplay) override;
 };
 
 // The same draft rules for estimates.

@@ -11,6 +11,7 @@ class BLItem;
 class BLPayment;
 struct TaxCollection;
 class BLProject;
+class BLTranscript;
 
 // A document that is issued: draft while dateSent is absent, issued once it is set.
 class BLSendable : public gen::BLSendable {
@@ -27,6 +28,70 @@ public:
     bool canDelete() const override { return BLDocument::canDelete() && !dateSent(); }
     // The lines whose "cost" is not 0.
     std::vector<BLContainer*> costsArray() const override;
+
+    // Life cycle. dateSent is the only draft/issued flag; paid, due, settled and canceled
+    // are derived when read, from completeMode, the balance and the clock.
+    virtual bool isDraft() { return !dateSent(); }
+    bool isLocked() const override { return dateSent().has_value(); }
+    bool canUnlock() const { return dateSent().has_value(); }
+    bool canEditItems() { return isDraft(); }
+    bool cantChangeClient() { return !isDraft(); }
+    bool hasDocument() const override { return true; }
+    // No other object of the same entity has this name (true for a nameless one).
+    bool numberIsUnique() const;
+    // dateSent, else dateCreation; tableDate likewise, nothing when neither is set.
+    std::optional<Date> activityDate() const;
+    std::optional<Date> tableDate() const { return activityDate(); }
+    bool inInvoice() const { return entityName().find("Invoice") != std::string::npos; }
+    // Of dateSent in the current time zone, "2024" and "03"; "" for a draft.
+    std::string year() const;
+    std::string month() const;
+    // completeMode as the closing mark: 0 open, 1 settled (accepted), 2 canceled (declined).
+    virtual int16_t state() const { return completeModeValue(); }
+    void setState(int16_t value) { setCompleteMode(value); }
+    // The plain key ("paid", "draft", "sent", "settled", "canceled", "accepted",
+    // "declined") and the localised word of the list; the two test in different orders.
+    std::string status() { return statusKey(false); }
+    std::string displayStatus();
+    // How the document last left: 0 none, 1 mail, 2 print, 3 saved, 4 network.
+    virtual int16_t currentDeliveryType() const { return deliveryTypeValue(); }
+
+    // The words of the document. label is untranslated for plain sendables ("Sendable").
+    virtual std::string label() { return "Sendable"; }
+    virtual std::string documentType() { return label(); }
+    virtual std::string dueLabel() const { return "due date"; }
+    // Label, number, subject and the draft mark: "Invoice RE-1 - Roof (draft)".
+    std::string displayName() const override;
+    // "<client> - <displayName>", or the displayName alone without a client.
+    std::string fullDisplayName() const override;
+    std::string nameOrDraft() const;
+    std::string sendTitle() const;
+    // dateDue in the medium date style of the formatting locale; "" without one.
+    std::string dateDueAsString() const;
+    std::string dateDueAsDays() const;
+
+    // The constants of the kind: numbering keys, mail preferences, capabilities.
+    virtual std::string entityNameForNumbering() const { return entityName(); }
+    virtual std::string counterPreferenceKey() const { return "prefsController.dummy.number"; }
+    virtual std::string numberResetModeKey() const { return "prefsController.estimate.numberResetMode"; }
+    virtual std::string numberLastResetKey() const { return "prefsController.estimate.numberLastReset"; }
+    virtual std::string mailPrefsKey() { return "sendable"; }
+    virtual Decimal amount() { return {}; }
+    virtual bool isInvoice() const { return false; }
+    virtual bool canAccept() const { return false; }
+    virtual bool canSend() { return true; }
+    virtual bool canEditCurrency() const { return true; }
+    virtual bool hasPartialInvoices() const { return false; }
+    virtual bool isPartialInvoice() const { return false; }
+    bool useLead() const { return true; }
+
+    // Back to draft with the number kept: leaves the SEPA queue, records a "Unlocked"
+    // transcript holding the current storage, clears dateSent, dateDue, deliveryType and
+    // storage. Nothing on a draft; answers the transcript.
+    BLTranscript* unlockDocument();
+    // Issue flag setter: a nil date drops the storage (unless syncing), then "SentChanged"
+    // is posted on the next run-loop turn and the caches are reset.
+    void setDateSent(std::optional<Date> value) override;
 
     void setParentDocument(brassline::BLDocument* value) override;
     // Not while syncing: without a (live) client the contact goes; otherwise a contact that
@@ -134,6 +199,8 @@ public:
     void setChilds(const std::vector<ManagedObject*>& values) override;
 
 protected:
+    // The status key; the display form tests isDraft first (an invoice's order differs).
+    virtual std::string statusKey(bool forDisplay);
     // The sum of cost over itemsForTotal.
     Decimal itemsCost() const;
     // A cached decimal of this object, or nothing.

@@ -21,6 +21,7 @@ class BLProject;
 class BLSendable;
 class BLSendableTemplate;
 class BLTaxGroup;
+class ManagedObject;
 class ManagedObjectContext;
 
 // Calls from the entity classes into subsystems built later (taxes, numbering, money,
@@ -72,6 +73,15 @@ struct ModelHooks {
     // Layouts: a text in the given language through its translation table; nothing when
     // the table has no entry.
     std::function<std::optional<std::string>(const BLLanguage&, std::string_view text)> translateWithLanguage;
+    // Banking: takes a sendable out of the SEPA queue (unlock, a changed closing mark).
+    std::function<void(BLSendable&)> removeFromSepaQueue;
+    // E-invoices: the deliveryType that the client's send plug-in declares; nothing when
+    // there is no plug-in or it declares none.
+    std::function<std::optional<int16_t>(const BLInvoice&)> sendPluginDeliveryType;
+    // Plug-ins: the interchange record of an object; nothing until records exist.
+    std::function<std::optional<Value::Dictionary>(ManagedObject&)> interchangeRecord;
+    // The port of the local document service; nothing while it does not run.
+    std::function<std::optional<int64_t>()> documentServicePort;
 };
 
 ModelHooks& modelHooks();
