@@ -4,6 +4,7 @@
 #include "model/entities/BLPartialInvoice.h"
 #include "model/entities/BLTaxRule.h"
 #include "model/entities/ModelHooks.h"
+#include "money/MetricsTaxes.h"
 
 namespace brassline {
 namespace {
@@ -192,6 +193,28 @@ TEST_F(PartialInvoiceTotalsTest, FinalInvoiceMetricsLeaveOutIssuedInstalments) {
     }
     // Cash discounts are offered on the final invoice, never on an instalment.
     EXPECT_EQ(third->valueForKey("costForCashDiscount").toDecimal(), Decimal());
+}
+
+TEST_F(PartialInvoiceTotalsTest, MetricsTaxTableLeavesOutIssuedInstalmentsPerRule) {
+    // 100 at 19 % and 100 at 7 %. The issued third bills 33.33 per rule with 6.33 (6.3327)
+    // and 2.33 (2.3331) of tax; the invoice keeps 66.67 with 12.67 and 66.67 with 4.67.
+    BLInvoice* invoice = invoiceIn("EUR");
+    addCost(invoice, "100")->setTaxRule(ruleAt("19"));
+    addCost(invoice, "100")->setTaxRule(ruleAt("7"));
+    EXPECT_EQ(taxDictionaryForMetrics(*invoice).front().tax(), dec("19.00"));
+    BLPartialInvoice* third = partialOf(invoice, "1/3");
+    partialOf(invoice, "50");  // open: not deducted
+    third->setDateSent(Date(700000000.0));
+    std::vector<BLTaxCalculator> table = taxDictionaryForMetrics(*invoice);
+    ASSERT_EQ(table.size(), 2u);
+    EXPECT_EQ(table[0].amount, dec("66.67"));
+    EXPECT_EQ(table[0].tax(), dec("12.67"));
+    EXPECT_EQ(table[1].amount, dec("66.67"));
+    EXPECT_EQ(table[1].tax(), dec("4.67"));
+    // The instalment's own table is its plain one.
+    std::vector<BLTaxCalculator> own = taxDictionaryForMetrics(*third);
+    ASSERT_EQ(own.size(), 2u);
+    EXPECT_EQ(own[0].tax(), dec("6.33"));
 }
 
 }  // namespace
