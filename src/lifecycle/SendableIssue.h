@@ -139,7 +139,7 @@ IssueResult issueDocuments(const IssueRequest& request);
 // The undo action of an issue that drew numbers: tells the user they are free again.
 IssueAlert undoneNumbersAlert(const std::vector<std::string>& numbers);
 
-// A network send's result (Algorithms of the send plug-in): stored as a meta value under
+// A network send's result from the send plug-in: stored as a meta value under
 // the plug-in's uid (not cloned); "onServer" false returns the document to draft with its
 // number. Answers the message to show; nothing for a nil or empty result.
 std::optional<IssueAlert> applyNetworkSendResult(BLSendable& sendable, const std::string& pluginUid,
