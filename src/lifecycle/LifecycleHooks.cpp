@@ -1,6 +1,7 @@
 #include "lifecycle/LifecycleHooks.h"
 
 #include "lifecycle/Numbering.h"
+#include "lifecycle/SendableIssue.h"
 #include "lifecycle/SendableRules.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClient.h"
@@ -27,6 +28,7 @@ void installLifecycleHooks() {
     hooks.createClientNumber = [](BLClient& client) { return createNumberFor(client); };
     hooks.createProjectNumber = [](BLProject& project) { return createNumberFor(project); };
     installSendableHooks();
+    installIssueHooks();
 }
 
 }  // namespace brassline

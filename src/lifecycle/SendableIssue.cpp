@@ -4,6 +4,7 @@
 
 #include "core/Localization.h"
 #include "core/Log.h"
+#include "lifecycle/FilingCopy.h"
 #include "lifecycle/Numbering.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
@@ -285,6 +286,24 @@ IssueHooks& issueHooks() {
 
 void resetIssueHooks() {
     issueHooks() = IssueHooks{};
+}
+
+void installIssueHooks() {
+    IssueHooks& hooks = issueHooks();
+    hooks.pdfDocument = [](BLSendable& sendable, Bytes& pdf) -> StepFailure {
+        // Until layouts can draw, no PDF is made and the storage stays empty by design.
+        if (std::optional<std::string> bytes = PDFDocument(sendable)) {
+            pdf.assign(bytes->begin(), bytes->end());
+        }
+        return std::nullopt;
+    };
+    hooks.writeDocument = [](BLSendable& sendable) -> StepFailure {
+        FilingResult written = writeDocument(sendable, true);
+        if (written.outcome == FilingResult::Outcome::Failed) {
+            return written.message.empty() ? std::string("the filing copy could not be written") : written.message;
+        }
+        return std::nullopt;
+    };
 }
 
 const char* sendRouteName(SendRoute route) {

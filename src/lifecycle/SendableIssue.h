@@ -83,6 +83,9 @@ struct IssueHooks {
 
 IssueHooks& issueHooks();
 void resetIssueHooks();
+// Installs the steps this subsystem serves itself: the PDF (the frozen storage or a new
+// layout; none yet is no failure) and the filing copy (a failed write is one).
+void installIssueHooks();
 
 // The two buttons of the send sheet; `second` is absent for the network route.
 struct SendButtons {
