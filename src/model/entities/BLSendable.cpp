@@ -124,15 +124,18 @@ void BLSendable::setup() {
 
 void BLSendable::fixMissingValues() {
     ManagedObjectContext* context = managedObjectContext();
-    if (context == nullptr) {
+    if (context == nullptr || !context->isMainContext()) {
         return;
     }
     BLBase::fixMissingValues();
     BLDocument* owner = parentDocument();
-    if (contact() != nullptr && (owner == nullptr || owner->parent() == nullptr)) {
-        if (owner == nullptr) {
-            auto* contactOwner = dynamic_cast<BLDocument*>(contact()->parent());
-            gen::BLSendable::setParentDocument(contactOwner != nullptr ? contactOwner : contact());
+    // A parent that hangs nowhere (none, or a top document such as a client) is taken
+    // from the contact, which knows its client.
+    if (contact() != nullptr && (owner == nullptr || owner->parentDocument() == nullptr)) {
+        auto* contactOwner = dynamic_cast<BLDocument*>(contact()->parent());
+        BLDocument* target = contactOwner != nullptr ? contactOwner : contact();
+        if (target != owner) {
+            gen::BLSendable::setParentDocument(target);
         }
     }
     if (layout() == nullptr) {
