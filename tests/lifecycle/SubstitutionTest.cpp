@@ -24,6 +24,7 @@
 #include "model/entities/BLTeamMember.h"
 #include "model/entities/BLTitle.h"
 #include "model/entities/ModelStrings.h"
+#include "store/BLUserDefaults.h"
 
 namespace brassline {
 namespace {
@@ -403,6 +404,12 @@ TEST_F(SubstitutionTest, MailTextsComeFromPreferencesAndAreFilled) {
     credit->setName(std::string("GS-1"));
     EXPECT_EQ(mailPrefsKey(*credit), "creditnote");
     EXPECT_EQ(mailSubject(*credit), "Credit note GS-1");
+
+    // Without a stored preference the application's default text is filled.
+    UserDefaults::standard().registerApplicationDefaults();
+    BLEstimate* estimate = estimateIn("EUR");
+    estimate->setName(std::string("AN-3"));
+    EXPECT_EQ(mailSubject(*estimate), "Estimate AN-3");
 }
 
 TEST(FillTagsTest, ReplacesWellFormedTagsAndLeavesEverythingElse) {
