@@ -134,7 +134,9 @@ int issue(const std::string& path, const IssueOptions& options, std::ostream& ou
         err << "brassline: " << note << "\n";
     }
     for (BLSendable* sendable : documents) {
-        out << BLBase::fixedAttribute(sendable->uid()) << " " << sendable->nameOrDraft() << "\n";
+        // Issued without a number when the stored pattern makes none: say so, not "draft".
+        const std::string number = BLBase::fixedAttribute(sendable->name());
+        out << BLBase::fixedAttribute(sendable->uid()) << " " << (number.empty() ? "(no number)" : number) << "\n";
     }
     if (!result.saved) {
         err << "brassline: " << result.message << "\n";
