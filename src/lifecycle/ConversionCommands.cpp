@@ -4,7 +4,7 @@
 #include <ostream>
 
 #include "lifecycle/Conversions.h"
-#include "lifecycle/LifecycleHooks.h"
+#include "lifecycle/CommandSupport.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLEstimate.h"
 #include "model/entities/BLInvoice.h"
@@ -17,22 +17,9 @@ namespace {
 constexpr int kBadInput = 1;
 constexpr int kSaveFailed = 2;
 
-std::unique_ptr<BLDoc> openDocument(const std::string& path, std::ostream& err) {
-    installLifecycleHooks();
-    std::string error;
-    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
-    if (!document) {
-        err << "brassline: " << error << "\n";
-    }
-    return document;
-}
-
 BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& err) {
-    ManagedObjectContext& context = document.managedObjectContext();
-    const EntityDescription* base = context.entityNamed("Base");
-    ManagedObject* object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
+    ManagedObject* object = commandObjectWithUid(document, uid, err);
     if (object == nullptr) {
-        err << "brassline: no object has the uid " << uid << "\n";
         return nullptr;
     }
     auto* sendable = dynamic_cast<BLSendable*>(object);
@@ -61,7 +48,7 @@ int convert(const std::string& path, const std::string& uid, const std::string& 
         err << "brassline: unknown target \"" << target << "\" (invoice, estimate, credit-note)\n";
         return kBadInput;
     }
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
@@ -94,7 +81,7 @@ int convert(const std::string& path, const std::string& uid, const std::string& 
 }
 
 int duplicate(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }

@@ -3,7 +3,7 @@
 #include <ostream>
 
 #include "core/Localization.h"
-#include "lifecycle/LifecycleHooks.h"
+#include "lifecycle/CommandSupport.h"
 #include "lifecycle/SendableIssue.h"
 #include "lifecycle/Transcripts.h"
 #include "model/ManagedObjectContext.h"
@@ -20,22 +20,9 @@ namespace {
 constexpr int kBadInput = 1;
 constexpr int kSaveFailed = 2;
 
-std::unique_ptr<BLDoc> openDocument(const std::string& path, std::ostream& err) {
-    installLifecycleHooks();
-    std::string error;
-    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
-    if (!document) {
-        err << "brassline: " << error << "\n";
-    }
-    return document;
-}
-
 BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& err) {
-    ManagedObjectContext& context = document.managedObjectContext();
-    const EntityDescription* base = context.entityNamed("Base");
-    ManagedObject* object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
+    ManagedObject* object = commandObjectWithUid(document, uid, err);
     if (object == nullptr) {
-        err << "brassline: no object has the uid " << uid << "\n";
         return nullptr;
     }
     auto* sendable = dynamic_cast<BLSendable*>(object);
@@ -92,7 +79,7 @@ int issue(const std::string& path, const IssueOptions& options, std::ostream& ou
             return kBadInput;
         }
     }
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
@@ -146,7 +133,7 @@ int issue(const std::string& path, const IssueOptions& options, std::ostream& ou
 }
 
 int unlock(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
@@ -169,7 +156,7 @@ int unlock(const std::string& path, const std::string& uid, std::ostream& out, s
 
 int settle(const std::string& path, const std::string& uid, const std::string& mode, std::ostream& out,
            std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
@@ -193,7 +180,7 @@ int settle(const std::string& path, const std::string& uid, const std::string& m
 
 int transcripts(const std::string& path, const std::optional<std::string>& exportFolder, std::ostream& out,
                 std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }

@@ -3,7 +3,7 @@
 #include <ostream>
 
 #include "core/UniqueId.h"
-#include "lifecycle/LifecycleHooks.h"
+#include "lifecycle/CommandSupport.h"
 #include "lifecycle/Numbering.h"
 #include "model/ManagedObjectContext.h"
 #include "store/BLDoc.h"
@@ -14,16 +14,6 @@ namespace {
 
 constexpr int kBadInput = 1;
 constexpr int kSaveFailed = 2;
-
-std::unique_ptr<BLDoc> openDocument(const std::string& path, std::ostream& err) {
-    installLifecycleHooks();
-    std::string error;
-    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
-    if (!document) {
-        err << "brassline: " << error << "\n";
-    }
-    return document;
-}
 
 // The pattern keys of a command-line kind; the file name and folder patterns have no
 // counter.
@@ -54,15 +44,13 @@ const char* resetModeName(NumberResetMode mode) {
 }  // namespace
 
 int showNumber(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
     ManagedObjectContext& context = document->managedObjectContext();
-    const EntityDescription* base = context.entityNamed("Base");
-    ManagedObject* object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
+    ManagedObject* object = commandObjectWithUid(*document, uid, err);
     if (object == nullptr) {
-        err << "brassline: no object has the uid " << uid << "\n";
         return kBadInput;
     }
     std::optional<NumberingKind> kind = numberingKindForObject(*object);
@@ -110,7 +98,7 @@ int pattern(const std::string& path, const std::string& kindName, const std::opt
             }
         }
     }
-    std::unique_ptr<BLDoc> document = openDocument(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }

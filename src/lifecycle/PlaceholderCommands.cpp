@@ -3,8 +3,8 @@
 #include <memory>
 #include <ostream>
 
+#include "lifecycle/CommandSupport.h"
 #include "lifecycle/DocumentTexts.h"
-#include "lifecycle/LifecycleHooks.h"
 #include "lifecycle/Substitution.h"
 #include "model/ManagedObjectContext.h"
 #include "store/BLDoc.h"
@@ -21,19 +21,10 @@ struct OpenObject {
 };
 
 OpenObject openObject(const std::string& path, const std::string& uid, std::ostream& err) {
-    installLifecycleHooks();
     OpenObject result;
-    std::string error;
-    result.document = BLDoc::open(path, &error);
-    if (!result.document) {
-        err << "brassline: " << error << "\n";
-        return result;
-    }
-    ManagedObjectContext& context = result.document->managedObjectContext();
-    const EntityDescription* base = context.entityNamed("Base");
-    result.object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
-    if (result.object == nullptr) {
-        err << "brassline: no object has the uid " << uid << "\n";
+    result.document = openCommandDocument(path, err);
+    if (result.document) {
+        result.object = commandObjectWithUid(*result.document, uid, err);
     }
     return result;
 }

@@ -6,6 +6,7 @@
 
 #include "core/Value.h"
 #include "lifecycle/BLLayoutTags.h"
+#include "lifecycle/CommandSupport.h"
 #include "lifecycle/BLPlaceHolderWrapper.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLContainer.h"
@@ -17,15 +18,6 @@ namespace brassline::tagcommands {
 namespace {
 
 constexpr int kBadInput = 1;
-
-std::unique_ptr<BLDoc> openCompany(const std::string& path, std::ostream& err) {
-    std::string error;
-    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
-    if (!document) {
-        err << "brassline: " << error << "\n";
-    }
-    return document;
-}
 
 void printSection(const LayoutTagSection& section, const std::string& indent, std::ostream& out) {
     out << indent << section.name << ":\n";
@@ -61,7 +53,7 @@ void collectItems(BLContainer& container, std::vector<BLBase*>& objects) {
 }  // namespace
 
 int tags(const std::string& path, bool json, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCompany(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
@@ -82,17 +74,17 @@ int tags(const std::string& path, bool json, std::ostream& out, std::ostream& er
 }
 
 int placeholders(const std::string& path, const std::string& uid, bool json, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCompany(path, err);
+    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
     if (!document) {
         return kBadInput;
     }
-    ManagedObjectContext& context = document->managedObjectContext();
-    const EntityDescription* base = context.entityNamed("Base");
-    ManagedObject* object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
+    ManagedObject* object = commandObjectWithUid(*document, uid, err);
+    if (object == nullptr) {
+        return kBadInput;
+    }
     auto* sendable = dynamic_cast<BLSendable*>(object);
     if (sendable == nullptr) {
-        err << "brassline: " << (object == nullptr ? "no object with uid " + uid : uid + " is not a document")
-            << "\n";
+        err << "brassline: " << uid << " is not a document\n";
         return kBadInput;
     }
     std::vector<BLBase*> objects = {sendable};

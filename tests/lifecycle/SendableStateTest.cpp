@@ -5,6 +5,7 @@
 
 #include "../money/ItemTestSupport.h"
 #include "core/Localization.h"
+#include "core/ValueTransformers.h"
 #include "model/NotificationCenter.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLEstimate.h"
@@ -267,6 +268,42 @@ TEST_F(SendableStateTest, TranscriptNamesItsTypeAndNumberAndItsAddress) {
     Value::Dictionary record = transcript->interchangeRecord();
     EXPECT_EQ(record["url"].toString(), "http://localhost:8421/document/" + *transcript->uid());
     EXPECT_EQ(record.count("record"), 0u);
+}
+
+// Scripts, smart lists and the command line read states and dashboard figures by name.
+// Issued 1 March, due 5 March, now 10 March with 3 days of grace: five whole days past
+// due, so due and overdue. 100.00 less a payment of 40.50 leaves 59.50 open.
+TEST_F(SendableStateTest, StatesAndDashboardFiguresReadByName) {
+    setCurrentFormattingLocale("de_DE");
+    BLInvoice* open = invoice(true, Date::dateWithYear(2024, 3, 1));
+    open->setDateDue(Date::dateWithYear(2024, 3, 5));
+    pay(open, "40.50", Date::dateWithYear(2024, 3, 2));
+    Value status = open->valueForKey("status");
+    Value display = open->valueForKey("displayStatus");
+    Value amount = open->valueForKey("amountDecimal");
+    Value formatted = open->valueForKey("balanceWithoutCurrency");
+    ASSERT_NE(status.string(), nullptr);
+    EXPECT_EQ(*status.string(), "sent");
+    ASSERT_NE(display.string(), nullptr);
+    EXPECT_EQ(*display.string(), "Versendet");
+    EXPECT_TRUE(open->valueForKey("isDue").toBool());
+    EXPECT_TRUE(open->valueForKey("isOverDue").toBool());
+    EXPECT_FALSE(open->valueForKey("isDraft").toBool());
+    ASSERT_NE(amount.string(), nullptr);
+    EXPECT_EQ(*amount.string(), "59.5");
+    ASSERT_NE(formatted.string(), nullptr);
+    EXPECT_EQ(*formatted.string(), "59,50");
+    // Open: the whole net cost counts. Settled short: only what came in.
+    EXPECT_EQ(open->valueForKey("costForDashboard").toDecimal(), dec("100"));
+    open->setCompleteMode(int16_t{1});
+    EXPECT_EQ(open->valueForKey("costForDashboard").toDecimal(), dec("40.50"));
+
+    // Invoice-only keys are empty on an estimate; its words come from the same table.
+    BLEstimate* estimate = estimateIn("EUR");
+    EXPECT_TRUE(estimate->valueForKey("isDue").isNull());
+    EXPECT_TRUE(estimate->valueForKey("datePaid").isNull());
+    EXPECT_TRUE(estimate->valueForKey("isDraft").toBool());
+    setCurrentFormattingLocale("");
 }
 
 }  // namespace

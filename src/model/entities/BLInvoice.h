@@ -34,6 +34,9 @@ public:
     Decimal amountForMetrics() override;
     Decimal netAmountForMetrics() override;
     Decimal exportTaxesAmount() override;
+    // Settled: the payments' amounts (net of their tax share without gross prices); both
+    // less the issued partial invoices.
+    Decimal costForDashboard() override;
     // `value` less the sum of `key` over the issued partial invoices below.
     Decimal subtractPartialInvoicesFromCost(const Decimal& value, std::string_view key) const;
 

@@ -6,6 +6,7 @@
 #include "model/entities/BLPayment.h"
 #include "model/entities/BLTaxDetails.h"
 #include "model/entities/BLTaxRule.h"
+#include "model/entities/ModelHooks.h"
 
 namespace brassline {
 
@@ -124,6 +125,21 @@ Decimal BLInvoice::netAmountForMetrics() {
 
 Decimal BLInvoice::exportTaxesAmount() {
     return subtractPartialInvoicesFromCost(BLSendable::exportTaxesAmount(), "exportTaxesAmount");
+}
+
+Decimal BLInvoice::costForDashboard() {
+    if (completeModeValue() != 1) {
+        return subtractPartialInvoicesFromCost(BLSendable::costForDashboard(), "costForDashboard");
+    }
+    // A settled invoice may have been closed short of its total: what came in counts.
+    const ModelHooks& hooks = modelHooks();
+    bool gross = hooks.userDefaultBool && hooks.userDefaultBool("dashboardUseGrossPrices");
+    Decimal received;
+    for (BLPayment* payment : payments()) {
+        Decimal amount = payment->amount().value_or(Decimal());
+        received = received + (gross ? amount : amount - taxOfPayment(*payment));
+    }
+    return subtractPartialInvoicesFromCost(convertToDefaultCurrency(received), "costForDashboard");
 }
 
 }  // namespace brassline

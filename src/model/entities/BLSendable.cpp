@@ -36,6 +36,7 @@ void BLSendable::setupClass(EntityDescription& entity) {
         return name ? Value(*name) : Value();
     });
     registerTotalKeys(entity);
+    registerStateKeys(entity);
 }
 
 std::vector<BLContainer*> BLSendable::costsArray() const {

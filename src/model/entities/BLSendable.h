@@ -20,6 +20,8 @@ public:
     static void setupClass(EntityDescription& entity);
     // The key-value names of the totals below ("taxBalance", "costInNativeCurrency", ...).
     static void registerTotalKeys(EntityDescription& entity);
+    // The key-value names of the states and words ("status", "displayStatus", "isDue", ...).
+    static void registerStateKeys(EntityDescription& entity);
 
     // The project above (the stored text of the same name is the legacy project name).
     BLProject* project() const { return BLDocument::project(); }
@@ -184,6 +186,14 @@ public:
     Decimal costInNativeCurrency() { return convertToDefaultCurrency(amountForMetrics()); }
     Decimal netCostInNativeCurrency() { return convertToDefaultCurrency(netAmountForMetrics()); }
     Decimal taxesInNativeCurrency() { return convertToDefaultCurrency(taxAmountForMetrics()); }
+    // The dashboard's figure: costWithTaxes or cost by the setting "dashboardUseGrossPrices",
+    // in the default currency. A settled invoice counts what its payments brought in.
+    virtual Decimal costForDashboard();
+    Decimal balanceForDashboard() { return balanceInNativeCurrency(); }
+    // balance as the two-digit amount text of the formatting locale, without currency.
+    std::string balanceWithoutCurrency();
+    // balance as machine-readable decimal text ("1234.5").
+    std::string amountDecimal();
     // Money rounding of this document: the line and the payable rule of its currency.
     Decimal roundCost(const Decimal& value, const Decimal& reference) const;
     // value less the percentage of it, the percentage rounded to cents.

@@ -395,4 +395,55 @@ std::string BLEstimate::statusKey(bool /*forDisplay*/) {
     return dateSent() ? "sent" : "draft";
 }
 
+namespace {
+
+// The state getters cache and fetch, so the const object of a key read is read mutably.
+BLSendable& stateOf(const ManagedObject& object) {
+    return const_cast<BLSendable&>(static_cast<const BLSendable&>(object));
+}
+
+// Invoice-only keys answer nothing on other sendables.
+BLInvoice* invoiceOf(const ManagedObject& object) {
+    return dynamic_cast<BLInvoice*>(&stateOf(object));
+}
+
+Value optionalDate(const std::optional<Date>& date) {
+    return date ? Value(*date) : Value();
+}
+
+}  // namespace
+
+void BLSendable::registerStateKeys(EntityDescription& entity) {
+    entity.registerDerivedProperty("status", [](const ManagedObject& o) -> Value { return Value(stateOf(o).status()); });
+    entity.registerDerivedProperty("displayStatus", [](const ManagedObject& o) -> Value { return Value(stateOf(o).displayStatus()); });
+    entity.registerDerivedProperty("isDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).isDraft()); });
+    entity.registerDerivedProperty("isSent", [](const ManagedObject& o) -> Value { return Value(stateOf(o).isSent()); });
+    entity.registerDerivedProperty("label", [](const ManagedObject& o) -> Value { return Value(stateOf(o).label()); });
+    entity.registerDerivedProperty("documentType", [](const ManagedObject& o) -> Value { return Value(stateOf(o).documentType()); });
+    entity.registerDerivedProperty("nameOrDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).nameOrDraft()); });
+    entity.registerDerivedProperty("fullDisplayName", [](const ManagedObject& o) -> Value { return Value(stateOf(o).fullDisplayName()); });
+    entity.registerDerivedProperty("activityDate", [](const ManagedObject& o) -> Value { return optionalDate(stateOf(o).activityDate()); });
+    entity.registerDerivedProperty("state", [](const ManagedObject& o) -> Value { return Value(static_cast<int64_t>(stateOf(o).state())); });
+    entity.registerDerivedProperty("isDue", [](const ManagedObject& o) -> Value {
+        BLInvoice* invoice = invoiceOf(o);
+        return invoice != nullptr ? Value(invoice->isDue()) : Value();
+    });
+    entity.registerDerivedProperty("isOverDue", [](const ManagedObject& o) -> Value {
+        BLInvoice* invoice = invoiceOf(o);
+        return invoice != nullptr ? Value(invoice->isOverDue()) : Value();
+    });
+    entity.registerDerivedProperty("balanced", [](const ManagedObject& o) -> Value {
+        BLInvoice* invoice = invoiceOf(o);
+        return Value(invoice != nullptr && invoice->balanced());
+    });
+    entity.registerDerivedProperty("datePaid", [](const ManagedObject& o) -> Value {
+        BLInvoice* invoice = invoiceOf(o);
+        return invoice != nullptr ? optionalDate(invoice->datePaid()) : Value();
+    });
+    entity.registerDerivedProperty("dateOverdue", [](const ManagedObject& o) -> Value {
+        BLInvoice* invoice = invoiceOf(o);
+        return invoice != nullptr ? optionalDate(invoice->dateOverdue()) : Value();
+    });
+}
+
 }  // namespace brassline

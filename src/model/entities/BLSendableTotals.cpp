@@ -1,4 +1,5 @@
 // The sums of a sendable: net, tax, gross, discounts, payable rounding.
+#include "core/ValueTransformers.h"
 #include "model/EntityDescription.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
@@ -9,6 +10,7 @@
 #include "model/entities/BLTaxDetails.h"
 #include "model/entities/BLTaxRule.h"
 #include "model/entities/LineRounding.h"
+#include "model/entities/ModelHooks.h"
 
 namespace brassline {
 
@@ -333,6 +335,27 @@ Decimal BLSendable::convertToDefaultCurrency(const Decimal& value) {
     return own != nullptr ? own->convertValueToDefaultCurrency(value) : value;
 }
 
+Decimal BLSendable::costForDashboard() {
+    const ModelHooks& hooks = modelHooks();
+    bool gross = hooks.userDefaultBool && hooks.userDefaultBool("dashboardUseGrossPrices");
+    return convertToDefaultCurrency(gross ? costWithTaxes() : cost());
+}
+
+std::string BLSendable::balanceWithoutCurrency() {
+    Decimal open = balance();
+    if (const ValueTransformer* transformer = valueTransformerForName("ZPNumberTransformer")) {
+        Value formatted = transformer->transformedValue(Value(open));
+        if (const std::string* text = formatted.string()) {
+            return *text;
+        }
+    }
+    return open.toString();
+}
+
+std::string BLSendable::amountDecimal() {
+    return balance().toString();
+}
+
 namespace {
 
 // Totals fill the per-object cache, so the const object of a getter is read mutably.
@@ -366,6 +389,10 @@ void BLSendable::registerTotalKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("taxesInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxesInNativeCurrency()); });
     entity.registerDerivedProperty("partialInvoicePercentage", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).partialInvoicePercentage()); });
     entity.registerDerivedProperty("partialInvoiceDeductionPercentage", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).partialInvoiceDeductionPercentage()); });
+    entity.registerDerivedProperty("costForDashboard", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costForDashboard()); });
+    entity.registerDerivedProperty("balanceForDashboard", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForDashboard()); });
+    entity.registerDerivedProperty("balanceWithoutCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceWithoutCurrency()); });
+    entity.registerDerivedProperty("amountDecimal", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).amountDecimal()); });
     entity.registerDerivedProperty("includeInDashboard", [](const ManagedObject& o) -> Value {
         return Value(static_cast<const BLSendable&>(o).includeInDashboard());
     });
