@@ -217,5 +217,33 @@ TEST_F(PartialInvoiceTotalsTest, MetricsTaxTableLeavesOutIssuedInstalmentsPerRul
     EXPECT_EQ(own[0].tax(), dec("6.33"));
 }
 
+// Lines count in metrics at their invoice's share. A draft half instalment with its own
+// line of 3 x 33.33 (no tax): cost 99.99, so amountForMetrics 49.995 (a line's cost at the
+// share, unrounded), netAmountForMetrics 50.00 (rounded in EUR), finalRate 49.995 / 3 =
+// 16.665, 16.67. The same line on a plain invoice counts whole; without quantity no rate.
+TEST_F(PartialInvoiceTotalsTest, LinesCountInMetricsAtTheirInvoicesShare) {
+    BLInvoice* invoice = invoiceIn("EUR");
+    addCost(invoice, "100");
+    BLPartialInvoice* half = partialOf(invoice, "50");
+    BLCost* line = addCost(half, "33.33", "3");
+    struct Row {
+        const char* key;
+        const char* value;
+    };
+    const Row rows[] = {
+        {"ratioForMetrics", "0.5"},         {"amountForMetrics", "49.995"},
+        {"grossAmountForMetrics", "49.995"}, {"netAmountForMetrics", "50.00"},
+        {"finalRate", "16.67"},             {"costInNativeCurrency", "99.99"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.key);
+        EXPECT_EQ(line->valueForKey(row.key).toDecimal(), dec(row.value));
+    }
+    BLCost* whole = addCost(invoice, "33.33", "3");
+    EXPECT_EQ(whole->valueForKey("netAmountForMetrics").toDecimal(), dec("99.99"));
+    EXPECT_EQ(whole->valueForKey("finalRate").toDecimal(), dec("33.33"));
+    EXPECT_EQ(addCost(invoice, "10", "0")->valueForKey("finalRate").toDecimal(), Decimal());
+}
+
 }  // namespace
 }  // namespace brassline

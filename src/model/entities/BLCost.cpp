@@ -15,10 +15,26 @@
 
 namespace brassline {
 
+namespace {
+
+// Metric amounts fill the line's caches, so the const object of a key read is read mutably.
+BLCost& lineOf(const ManagedObject& object) {
+    return const_cast<BLCost&>(static_cast<const BLCost&>(object));
+}
+
+}  // namespace
+
 void BLCost::setupClass(EntityDescription& entity) {
     entity.registerDerivedProperty("catalogItem", [](const ManagedObject& object) -> Value {
         return Value(static_cast<Object*>(const_cast<BLCost&>(static_cast<const BLCost&>(object)).catalogItem()));
     });
+    // The metric amounts that the overview and charts sum over lines.
+    entity.registerDerivedProperty("ratioForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).ratioForMetrics()); });
+    entity.registerDerivedProperty("amountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).amountForMetrics()); });
+    entity.registerDerivedProperty("netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).netAmountForMetrics()); });
+    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).grossAmountForMetrics()); });
+    entity.registerDerivedProperty("finalRate", [](const ManagedObject& o) -> Value { return Value(lineOf(o).finalRate()); });
+    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(lineOf(o).costInNativeCurrency()); });
 }
 
 BLCatalogItem* BLCost::catalogItem() {

@@ -38,6 +38,9 @@ public:
     Decimal undiscountedAmount() { return lineUnitPrice() * lineQuantity(); }
     Decimal costForGroup() override;
     Decimal cost() override;
+    // A line's metric amounts are its cost and costWithTaxes at the invoice's share, unrounded.
+    Decimal amountForMetrics() override { return cost() * ratioForMetrics(); }
+    Decimal grossAmountForMetrics() override { return costWithTaxes() * ratioForMetrics(); }
     void convertFromCurrency(const BLCurrency* from, const BLCurrency* to) override;
     // The discount of the line, rounded to cents whatever the currency.
     Decimal discountAmount();

@@ -71,6 +71,16 @@ public:
     bool documentUsesGrossPrices() const;
     // The line's own taxes (for net and gross display); 0 on items without a rule.
     virtual Decimal lineTaxes() { return {}; }
+
+    // Metrics: the share of the invoice that counts (a partial invoice's portion, else 1),
+    // gross and net times that share rounded by the document currency, the net unit rate
+    // at that share (2 digits, 0 without a quantity), and gross in the default currency.
+    Decimal ratioForMetrics() const;
+    virtual Decimal amountForMetrics();
+    Decimal netAmountForMetrics();
+    virtual Decimal grossAmountForMetrics() { return amountForMetrics(); }
+    Decimal finalRate();
+    Decimal costInNativeCurrency();
     // Re-prices the item from `from` into `to` (BLCurrency convertValue): a cost converts
     // its unit price, any other item passes the conversion to its item children. Nothing
     // happens without both currencies or when they are the same.
