@@ -306,5 +306,62 @@ TEST_F(SendableStateTest, StatesAndDashboardFiguresReadByName) {
     setCurrentFormattingLocale("");
 }
 
+// The list icon takes the first reason in its own order. Now is 10 March with 3 days of
+// grace; issued invoices over 100.00 went out on 1 March.
+TEST_F(SendableStateTest, ListIconTakesTheFirstReason) {
+    struct Row {
+        const char* name;
+        const char* price;  // nullptr: no line
+        bool issued;
+        int dueDay;         // of March
+        int16_t completeMode;
+        const char* paid;   // nullptr: no payment
+        const char* icon;
+    };
+    const Row rows[] = {
+        {"draft", "100", false, 0, 0, nullptr, ""},
+        {"empty draft is balanced but a draft", nullptr, false, 0, 0, nullptr, ""},
+        {"five days past due", "100", true, 5, 0, nullptr, "overdue"},
+        {"one day past due", "100", true, 9, 0, nullptr, "due"},
+        {"due today", "100", true, 10, 0, nullptr, "due"},
+        {"not yet due", "100", true, 20, 0, nullptr, ""},
+        {"paid in full", "100", true, 5, 0, "100", "paid"},
+        {"settled beats overdue", "100", true, 5, 1, nullptr, "completed"},
+        {"canceled", "100", true, 5, 2, nullptr, "cancelled"},
+        {"credit note beats everything", "-50", true, 5, 1, nullptr, "creditnote"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        BLInvoice* made = invoiceIn("EUR");
+        if (row.price != nullptr) {
+            addCost(made, row.price);
+        }
+        if (row.issued) {
+            made->setDateSent(Date::dateWithYear(2024, 3, 1));
+            made->setDateDue(Date::dateWithYear(2024, 3, row.dueDay));
+        }
+        made->setCompleteMode(row.completeMode);
+        if (row.paid != nullptr) {
+            pay(made, row.paid, Date::dateWithYear(2024, 3, 2));
+        }
+        Value icon = made->valueForKey("statusImage");
+        ASSERT_NE(icon.string(), nullptr);
+        EXPECT_EQ(*icon.string(), row.icon);
+    }
+    BLInvoice* recurring = invoice(true);
+    EXPECT_EQ(recurring->extraStatusImage(), "");
+    recurring->setRecurringValue(true);
+    EXPECT_EQ(recurring->extraStatusImage(), "recurring");
+
+    // An estimate shows only its closing mark; an old file's -1 is a declined one.
+    const std::pair<int16_t, const char*> marks[] = {{0, ""}, {1, "completed"}, {2, "cancelled"}, {-1, "cancelled"}};
+    for (const auto& [mark, icon] : marks) {
+        SCOPED_TRACE(mark);
+        BLEstimate* estimate = estimateIn("EUR");
+        estimate->setCompleteModeValue(mark);
+        EXPECT_EQ(estimate->statusImage(), icon);
+    }
+}
+
 }  // namespace
 }  // namespace brassline

@@ -26,6 +26,7 @@ public:
     int16_t state() const override;
     void setCompleteMode(std::optional<int16_t> value) override;
     std::string label() override;
+    std::string statusImage() override;
     std::string dueLabel() const override { return "validity"; }
     std::string entityNameForNumbering() const override { return "Estimate"; }
     std::string counterPreferenceKey() const override { return "prefsController.estimate.number"; }

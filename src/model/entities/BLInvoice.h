@@ -59,6 +59,8 @@ public:
     static std::vector<std::string> cantUnlockCountries() { return {"de"}; }
 
     std::string label() override;
+    std::string statusImage() override;
+    std::string extraStatusImage() override { return recurringValue() ? "recurring" : ""; }
     std::string documentType() override;
     std::string entityNameForNumbering() const override { return "Invoice"; }
     std::string counterPreferenceKey() const override { return "prefsController.invoice.number"; }

@@ -55,6 +55,10 @@ public:
     // "declined") and the localised word of the list; the two test in different orders.
     std::string status() { return statusKey(false); }
     std::string displayStatus();
+    // The list icon's name: "creditnote", "completed", "cancelled", "paid", "overdue",
+    // "due", or "" for a plain one; extraStatusImage "recurring" or "".
+    virtual std::string statusImage() { return ""; }
+    virtual std::string extraStatusImage() { return ""; }
     // How the document last left: 0 none, 1 mail, 2 print, 3 saved, 4 network.
     virtual int16_t currentDeliveryType() const { return deliveryTypeValue(); }
 

@@ -369,7 +369,29 @@ std::string BLInvoice::statusKey(bool forDisplay) {
     return dateSent() ? "sent" : "draft";
 }
 
+std::string BLInvoice::statusImage() {
+    // A credit note shows as one whatever else holds; a closing mark beats the money.
+    if (costWithTaxes() < Decimal()) {
+        return "creditnote";
+    }
+    if (const int16_t mark = completeModeValue(); mark >= 1) {
+        return mark == 1 ? "completed" : "cancelled";
+    }
+    if (balanced() && !isDraft()) {
+        return "paid";
+    }
+    if (isOverDue()) {
+        return "overdue";
+    }
+    return isDue() ? "due" : "";
+}
+
 // Estimates.
+
+std::string BLEstimate::statusImage() {
+    const int16_t mark = state();
+    return mark == 0 ? "" : mark == 1 ? "completed" : "cancelled";
+}
 
 int16_t BLEstimate::state() const {
     const int16_t stored = completeModeValue();
@@ -423,6 +445,8 @@ void BLSendable::registerStateKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("nameOrDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).nameOrDraft()); });
     entity.registerDerivedProperty("fullDisplayName", [](const ManagedObject& o) -> Value { return Value(stateOf(o).fullDisplayName()); });
     entity.registerDerivedProperty("activityDate", [](const ManagedObject& o) -> Value { return optionalDate(stateOf(o).activityDate()); });
+    entity.registerDerivedProperty("statusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).statusImage()); });
+    entity.registerDerivedProperty("extraStatusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).extraStatusImage()); });
     entity.registerDerivedProperty("state", [](const ManagedObject& o) -> Value { return Value(static_cast<int64_t>(stateOf(o).state())); });
     entity.registerDerivedProperty("isDue", [](const ManagedObject& o) -> Value {
         BLInvoice* invoice = invoiceOf(o);
