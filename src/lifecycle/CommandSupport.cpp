@@ -28,4 +28,13 @@ ManagedObject* commandObjectWithUid(BLDoc& document, const std::string& uid, std
     return object;
 }
 
+bool saveCommandDocument(BLDoc& document, std::ostream& err) {
+    std::string error;
+    if (!document.save(&error)) {
+        err << "brassline: the company file can't be saved: " << error << "\n";
+        return false;
+    }
+    return true;
+}
+
 }  // namespace brassline

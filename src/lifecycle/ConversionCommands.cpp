@@ -31,9 +31,7 @@ BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& 
 }
 
 int saveAndPrint(BLDoc& document, BLSendable& made, std::ostream& out, std::ostream& err) {
-    std::string error;
-    if (!document.save(&error)) {
-        err << "brassline: the company file can't be saved: " << error << "\n";
+    if (!saveCommandDocument(document, err)) {
         return kSaveFailed;
     }
     out << made.uid().value_or("") << "\n";

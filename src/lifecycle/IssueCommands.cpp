@@ -33,12 +33,7 @@ BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& 
 }
 
 int saveOrReport(BLDoc& document, std::ostream& err) {
-    std::string error;
-    if (!document.save(&error)) {
-        err << "brassline: the company file can't be saved: " << error << "\n";
-        return kSaveFailed;
-    }
-    return 0;
+    return saveCommandDocument(document, err) ? 0 : kSaveFailed;
 }
 
 // The closing mark a word stands for on this document; estimates know two more words.

@@ -105,9 +105,7 @@ int pattern(const std::string& path, const std::string& kindName, const std::opt
     Numbering numbering(document->managedObjectContext());
     if (parsed) {
         numbering.setPattern(*kind, *parsed);
-        std::string error;
-        if (!document->save(&error)) {
-            err << "brassline: the company file can't be saved: " << error << "\n";
+        if (!saveCommandDocument(*document, err)) {
             return kSaveFailed;
         }
     }
