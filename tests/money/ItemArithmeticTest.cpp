@@ -145,6 +145,20 @@ TEST_F(ItemArithmeticTest, GroupRoundsOnceUnlikeItsLines) {
     }
 }
 
+// Grouping a selection that holds a group puts one group inside another. The inner one
+// adds its rounded sum: 2 x 0.005 -> 0.01, plus the outer line of 1.00, gives 1.01.
+TEST_F(ItemArithmeticTest, GroupInsideAGroupCountsInTheTotal) {
+    BLInvoice* invoice = invoiceIn("EUR");
+    auto* outer = add<BLGroup>(invoice);
+    addCost(outer, "1");
+    auto* inner = add<BLGroup>(outer);
+    addCost(inner, "0.005");
+    addCost(inner, "0.005");
+    EXPECT_EQ(inner->cost(), dec("0.01"));
+    EXPECT_EQ(outer->cost(), dec("1.01"));
+    EXPECT_EQ(invoice->cost(), dec("1.01"));
+}
+
 TEST_F(ItemArithmeticTest, GroupDerivesPriceQuantityAndDiscountFromItsLines) {
     struct Line {
         const char* price;

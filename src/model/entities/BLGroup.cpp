@@ -33,9 +33,13 @@ std::vector<BLCost*> BLGroup::costs() const {
 
 Decimal BLGroup::cost() {
     // The unrounded lines are added and the total rounded once, to cents in any currency.
+    // Every child adds what it gives a group: a group moved into this one adds its own
+    // rounded sum, a note nothing.
     Decimal total;
-    for (BLCost* line : costs()) {
-        total += line->costForGroup();
+    for (BLContainer* child : childsArray()) {
+        if (auto* item = dynamic_cast<BLItem*>(child)) {
+            total += item->costForGroup();
+        }
     }
     return total.fixedValue();
 }
