@@ -111,8 +111,7 @@ void BLPlaceHolderWrapper::labelUniqueTokens(std::vector<UniquePlaceHolderToken>
 }
 
 size_t BLPlaceHolderWrapper::applyTokens(std::vector<BLPlaceHolderWrapper>& wrappers, const TokenChooser& choose) {
-    const ModelHooks& hooks = modelHooks();
-    if (hooks.userDefaultBool && hooks.userDefaultBool(kDisablePlaceHolderCreationDefault)) {
+    if (userDefaultIsOn(kDisablePlaceHolderCreationDefault)) {
         return 0;
     }
     std::vector<UniquePlaceHolderToken> unique = uniqueTokensForWrappers(wrappers);

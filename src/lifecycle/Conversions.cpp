@@ -24,18 +24,12 @@ RecurringSetUp& recurringSetUp() {
 }
 
 bool keepLead() {
-    return modelHooks().userDefaultBool && modelHooks().userDefaultBool(kKeepLeadOnConversionDefault);
-}
-
-void updateTaxRule(BLSendable& sendable) {
-    if (modelHooks().updateTaxRule) {
-        modelHooks().updateTaxRule(sendable);
-    }
+    return userDefaultIsOn(kKeepLeadOnConversionDefault);
 }
 
 // The steps after the flag is down: they derive from the finished copy.
 void finish(BLSendable& copy, bool withPaymentType) {
-    updateTaxRule(copy);
+    updateTaxRuleIfInstalled(copy);
     if (withPaymentType) {
         updatePaymentType(copy);
     }

@@ -23,7 +23,7 @@ std::string text(const std::optional<std::string>& value) {
 }
 
 bool sortsByLastName() {
-    return modelHooks().userDefaultBool && modelHooks().userDefaultBool(kSortNamesLastNameDefault);
+    return userDefaultIsOn(kSortNamesLastNameDefault);
 }
 
 std::string replaceAll(std::string value, std::string_view from, std::string_view to) {

@@ -46,7 +46,7 @@ void BLCost::awakeFromCreate() {
     if (entityName() == "Cost" && !unitPrice()) {
         setPrimitiveUnitPrice(Decimal());
     }
-    if (modelHooks().userDefaultBool && modelHooks().userDefaultBool(kInsertDatesOnItemCreationDefault)) {
+    if (userDefaultIsOn(kInsertDatesOnItemCreationDefault)) {
         setPrimitiveDateCreation(Date::now());
     }
 }

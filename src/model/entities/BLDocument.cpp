@@ -405,7 +405,7 @@ void BLDocument::setup() {
 }
 
 std::vector<std::string> BLDocument::skippedPropertiesForDuplicate() const {
-    bool keepLead = modelHooks().userDefaultBool && modelHooks().userDefaultBool(kKeepLeadOnConversionDefault);
+    bool keepLead = userDefaultIsOn(kKeepLeadOnConversionDefault);
     std::vector<std::string> keys = {"name", "completeMode", "dateCreation", "dateSent", "dateDue"};
     if (!keepLead) {
         keys.emplace_back("lead");

@@ -7,6 +7,7 @@
 #include "model/entities/BLTaxDetails.h"
 #include "model/entities/BLTaxRule.h"
 #include "model/entities/ModelHooks.h"
+#include "model/entities/ModelStrings.h"
 
 namespace brassline {
 
@@ -132,8 +133,7 @@ Decimal BLInvoice::costForDashboard() {
         return subtractPartialInvoicesFromCost(BLSendable::costForDashboard(), "costForDashboard");
     }
     // A settled invoice may have been closed short of its total: what came in counts.
-    const ModelHooks& hooks = modelHooks();
-    bool gross = hooks.userDefaultBool && hooks.userDefaultBool("dashboardUseGrossPrices");
+    const bool gross = userDefaultIsOn(kDashboardUseGrossPricesDefault);
     Decimal received;
     for (BLPayment* payment : payments()) {
         Decimal amount = payment->amount().value_or(Decimal());

@@ -82,9 +82,7 @@ void BLSendable::setParentDocument(brassline::BLDocument* value) {
         setPayInterval(newClient->payInterval());
         setUseGrossPrices(newClient->useGrossPrices());
     }
-    if (modelHooks().updateTaxRule) {
-        modelHooks().updateTaxRule(*this);
-    }
+    updateTaxRuleIfInstalled(*this);
 }
 
 void BLSendable::validateContacts() {
@@ -196,9 +194,7 @@ BLBase* BLSendable::duplicateAsDraft(const std::vector<std::string>& skip) {
         copy->setDateCreation(Date::now());
         copy->setParentDocument(owner);
     }
-    if (modelHooks().updateTaxRule) {
-        modelHooks().updateTaxRule(*copy);
-    }
+    updateTaxRuleIfInstalled(*copy);
     copy->resetCaches();
     return copy;
 }

@@ -198,9 +198,7 @@ BLTranscript* BLSendable::unlockDocument() {
     setDateDue(std::nullopt);
     setDeliveryType(int16_t{0});
     setStorage(nullptr);
-    if (modelHooks().updateTaxRule) {
-        modelHooks().updateTaxRule(*this);
-    }
+    updateTaxRuleIfInstalled(*this);
     return transcript;
 }
 

@@ -11,6 +11,7 @@
 #include "model/entities/BLTaxRule.h"
 #include "model/entities/LineRounding.h"
 #include "model/entities/ModelHooks.h"
+#include "model/entities/ModelStrings.h"
 
 namespace brassline {
 
@@ -336,9 +337,7 @@ Decimal BLSendable::convertToDefaultCurrency(const Decimal& value) {
 }
 
 Decimal BLSendable::costForDashboard() {
-    const ModelHooks& hooks = modelHooks();
-    bool gross = hooks.userDefaultBool && hooks.userDefaultBool("dashboardUseGrossPrices");
-    return convertToDefaultCurrency(gross ? costWithTaxes() : cost());
+    return convertToDefaultCurrency(userDefaultIsOn(kDashboardUseGrossPricesDefault) ? costWithTaxes() : cost());
 }
 
 std::string BLSendable::balanceWithoutCurrency() {

@@ -88,4 +88,9 @@ ModelHooks& modelHooks();
 // Empties every hook (tests).
 void resetModelHooks();
 
+// The two readings every caller makes of the hooks above: a user default is off while no
+// user defaults are installed, and a tax rule stays as it is while no tax subsystem is.
+bool userDefaultIsOn(std::string_view key);
+void updateTaxRuleIfInstalled(BLDocument& document);
+
 }  // namespace brassline

@@ -34,6 +34,7 @@ inline constexpr const char* kPrefEstimateValidity = "estimate.validity";
 // User defaults.
 inline constexpr const char* kInsertDatesOnItemCreationDefault = "insertDatesOnItemCreation";
 inline constexpr const char* kKeepLeadOnConversionDefault = "KeepLeadOnConversion";
+inline constexpr const char* kDashboardUseGrossPricesDefault = "dashboardUseGrossPrices";
 
 // Keys of caches and key-value coding.
 inline constexpr const char* kDefaultItemCacheKey = "__defaultItemCache";
