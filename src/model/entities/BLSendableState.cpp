@@ -437,11 +437,9 @@ void BLSendable::registerStateKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("status", [](const ManagedObject& o) -> Value { return Value(stateOf(o).status()); });
     entity.registerDerivedProperty("displayStatus", [](const ManagedObject& o) -> Value { return Value(stateOf(o).displayStatus()); });
     entity.registerDerivedProperty("isDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).isDraft()); });
-    entity.registerDerivedProperty("isSent", [](const ManagedObject& o) -> Value { return Value(stateOf(o).isSent()); });
     entity.registerDerivedProperty("label", [](const ManagedObject& o) -> Value { return Value(stateOf(o).label()); });
     entity.registerDerivedProperty("documentType", [](const ManagedObject& o) -> Value { return Value(stateOf(o).documentType()); });
     entity.registerDerivedProperty("nameOrDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).nameOrDraft()); });
-    entity.registerDerivedProperty("fullDisplayName", [](const ManagedObject& o) -> Value { return Value(stateOf(o).fullDisplayName()); });
     entity.registerDerivedProperty("activityDate", [](const ManagedObject& o) -> Value { return optionalDate(stateOf(o).activityDate()); });
     entity.registerDerivedProperty("statusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).statusImage()); });
     entity.registerDerivedProperty("extraStatusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).extraStatusImage()); });
