@@ -1,11 +1,11 @@
 // Finding IBANs in the free text of 10,000 bank transfers, as the payment matcher reads a
 // statement: most texts hold one account number among invoice numbers and names, some
 // none, some two, a few in other scripts.
-#include <benchmark/benchmark.h>
-
 #include <random>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "core/BLParser.h"
 
@@ -14,10 +14,10 @@ namespace {
 std::vector<std::string> transferTexts() {
     const std::vector<std::string> ibans = {"DE89370400440532013000", "CH9300762011623852957",
                                             "GB29NWBK60161331926819", "FR1420041010050500013M02606",
-                                            "NL91ABNA0417164300", "AT611904300234573201"};
-    const std::vector<std::string> words = {"Rechnung", "RE-2026-0042", "Miete", "Danke", "Invoice",
-                                            "Müller GmbH", "Zahlung", "Ref.", "1.234,56", "EUR",
-                                            "Facture", "Überweisung", "Kunde 10042", "virement", "оплата"};
+                                            "NL91ABNA0417164300",     "AT611904300234573201"};
+    const std::vector<std::string> words = {"Rechnung",    "RE-2026-0042", "Miete",       "Danke",    "Invoice",
+                                            "Müller GmbH", "Zahlung",      "Ref.",        "1.234,56", "EUR",
+                                            "Facture",     "Überweisung",  "Kunde 10042", "virement", "оплата"};
     std::mt19937 random(11);
     std::vector<std::string> texts;
     texts.reserve(10000);

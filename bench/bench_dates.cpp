@@ -1,8 +1,8 @@
 // Calendar helpers as the document loops use them: 100,000 dates over ten years.
-#include <benchmark/benchmark.h>
-
 #include <random>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "core/Date.h"
 #include "core/Log.h"
@@ -23,7 +23,9 @@ std::vector<Date> documentDates() {
     return dates;
 }
 
-void setZone() { brassline::TimeZone::setCurrent("Europe/Berlin"); }
+void setZone() {
+    brassline::TimeZone::setCurrent("Europe/Berlin");
+}
 
 void BM_DayStart(benchmark::State& state) {
     setZone();

@@ -1,6 +1,6 @@
-#include <benchmark/benchmark.h>
-
 #include <array>
+
+#include <benchmark/benchmark.h>
 
 #include "core/Decimal.h"
 

@@ -1,6 +1,6 @@
-#include <benchmark/benchmark.h>
-
 #include <memory>
+
+#include <benchmark/benchmark.h>
 
 #include "model/ManagedObjectContext.h"
 #include "model/PersistentStore.h"

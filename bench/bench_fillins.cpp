@@ -1,8 +1,8 @@
 // Fill-in detection on texts of the size a lead or a long line description reaches:
 // all six finders with overlap settlement, and the bracket fields alone.
-#include <benchmark/benchmark.h>
-
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 #include "lifecycle/PlaceHolderTokens.h"
 

@@ -1,11 +1,11 @@
 // Drawing invoice numbers in a company file that already holds 100,000 numbered
 // invoices: 10,000 draws in a row, with a running counter and with a yearly counter
 // that restarts at 1 on every draw and searches for the lowest free number.
-#include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <memory>
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 #include "core/Date.h"
 #include "core/ValueTransformers.h"
@@ -55,8 +55,8 @@ void draw(benchmark::State& state, const char* resetMode) {
         }
         Numbering numbering(*context);
         NumberingKind kind = *numberingKindForPrefsKey("invoice");
-        numbering.setPattern(kind, {token("year", "ZPYear"), PatternElement::literal("-"),
-                                    token("increment", "ZPIncrement5")});
+        numbering.setPattern(
+            kind, {token("year", "ZPYear"), PatternElement::literal("-"), token("increment", "ZPIncrement5")});
         numbering.setCurrentCounter(kind, kExisting + 1);
         DocumentNumberingPreferences(*context).setValueForKeyPath(Value(resetMode), "invoice.numberResetMode");
         state.ResumeTiming();

@@ -3,9 +3,9 @@
 // dispatches two handlers per object and posts each scheduled notification once. The
 // setters run outside the timing; the timed part is the batch notice and the posts.
 
-#include <benchmark/benchmark.h>
-
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "core/Decimal.h"
 #include "core/Log.h"
@@ -40,12 +40,13 @@ void BM_ObserverBatch(benchmark::State& state) {
     observer.attach(context);
     int64_t posts = 0;
     int64_t statePosts = 0;
-    NotificationCenter::Token token = NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& note) {
-        if (note.name != kObjectsDidChangeNotification) {
-            ++posts;
-            statePosts += note.name == kUpdateStateControllerNotification ? 1 : 0;
-        }
-    });
+    NotificationCenter::Token token =
+        NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& note) {
+            if (note.name != kObjectsDidChangeNotification) {
+                ++posts;
+                statePosts += note.name == kUpdateStateControllerNotification ? 1 : 0;
+            }
+        });
     int round = 0;
     for (auto _ : state) {
         state.PauseTiming();
@@ -59,8 +60,7 @@ void BM_ObserverBatch(benchmark::State& state) {
         RunLoop::main().runUntilIdle();
     }
     state.counters["posts_per_batch"] = static_cast<double>(posts) / static_cast<double>(state.iterations());
-    state.counters["state_posts_per_batch"] =
-        static_cast<double>(statePosts) / static_cast<double>(state.iterations());
+    state.counters["state_posts_per_batch"] = static_cast<double>(statePosts) / static_cast<double>(state.iterations());
     state.counters["objects"] = kObjects;
     NotificationCenter::defaultCenter().removeObserver(token);
     observer.detach();

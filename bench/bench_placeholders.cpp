@@ -1,7 +1,7 @@
-#include <benchmark/benchmark.h>
-
 #include <memory>
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 #include "core/ValueTransformers.h"
 #include "lifecycle/DocumentTexts.h"

@@ -1,7 +1,7 @@
-#include <benchmark/benchmark.h>
-
 #include <memory>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "model/Predicate.h"
 
@@ -42,8 +42,8 @@ private:
 constexpr int kObjects = 100000;
 
 void evaluateOver(benchmark::State& state, const char* format) {
-    const char* names[] = {"Müller & Söhne GmbH", "Schmidt Bau AG", "Café Zürich", "Dupont et Fils SARL",
-                           "MÜLLER Logistik", "Nordwind Handel KG", "Ærø Shipping", "Weiß Elektro"};
+    const char* names[] = {"Müller & Söhne GmbH", "Schmidt Bau AG",     "Café Zürich",  "Dupont et Fils SARL",
+                           "MÜLLER Logistik",     "Nordwind Handel KG", "Ærø Shipping", "Weiß Elektro"};
     std::vector<std::unique_ptr<BenchClient>> clients;
     for (const char* name : names) {
         clients.push_back(std::make_unique<BenchClient>(name));

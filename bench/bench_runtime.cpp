@@ -1,11 +1,11 @@
 // The object runtime's hot paths: a fetch by uid among a million objects, a predicate
 // through key-value coding over managed objects, and a collection operator over a tree.
 
-#include <benchmark/benchmark.h>
-
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"

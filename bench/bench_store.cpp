@@ -4,15 +4,15 @@
 // times the bare read. Then the same company with 1,000 storages of 200 kB: opening it
 // with the large bytes left in the file and with them read at open, time and memory.
 
-#include <benchmark/benchmark.h>
-#include <sqlite3.h>
-#include <malloc.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
 #include "core/Log.h"
 #include "model/FetchRequest.h"
@@ -107,8 +107,8 @@ void BM_OpenAndReadUids(benchmark::State& state) {
         std::unique_ptr<SQLiteStore> store = SQLiteStore::open(path, gen::testModel(), options());
         auto context = std::make_unique<ManagedObjectContext>(gen::testModel(), std::move(store));
         size_t uidBytes = 0;
-        std::vector<ManagedObject*> all = context->executeFetchRequest(FetchRequest("Base")).value_or(
-            std::vector<ManagedObject*>{});
+        std::vector<ManagedObject*> all =
+            context->executeFetchRequest(FetchRequest("Base")).value_or(std::vector<ManagedObject*>{});
         for (ManagedObject* object : all) {
             uidBytes += object->valueForKey("uid").string()->size();
         }
@@ -195,8 +195,7 @@ void BM_OpenLargeDataAndReadUids(benchmark::State& state) {
     openAndReadUids(path, storeOptions, context);
     state.counters["objects"] = static_cast<double>(objects);
     state.counters["heapMB"] = static_cast<double>(::mallinfo2().uordblks - heapBefore) / 1e6;
-    state.counters["residentMB"] =
-        (static_cast<double>(residentBytes()) - static_cast<double>(residentBefore)) / 1e6;
+    state.counters["residentMB"] = (static_cast<double>(residentBytes()) - static_cast<double>(residentBefore)) / 1e6;
     context.reset();
 }
 BENCHMARK(BM_OpenLargeDataAndReadUids)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->Iterations(3);
@@ -236,18 +235,15 @@ void BM_PlainSQLiteRead(benchmark::State& state) {
         std::vector<InvoiceRow> invoices;
         std::vector<LineRow> lines;
         sqlite3_stmt* statement = nullptr;
-        sqlite3_prepare_v2(db,
-                           "SELECT _number, uid, name, dateSent, discount, recurringMode, client_id FROM Invoice",
+        sqlite3_prepare_v2(db, "SELECT _number, uid, name, dateSent, discount, recurringMode, client_id FROM Invoice",
                            -1, &statement, nullptr);
         while (sqlite3_step(statement) == SQLITE_ROW) {
-            invoices.push_back({sqlite3_column_int64(statement, 0), textColumn(statement, 1),
-                                textColumn(statement, 2), sqlite3_column_double(statement, 3),
-                                textColumn(statement, 4), sqlite3_column_int64(statement, 5),
-                                sqlite3_column_int64(statement, 6)});
+            invoices.push_back({sqlite3_column_int64(statement, 0), textColumn(statement, 1), textColumn(statement, 2),
+                                sqlite3_column_double(statement, 3), textColumn(statement, 4),
+                                sqlite3_column_int64(statement, 5), sqlite3_column_int64(statement, 6)});
         }
         sqlite3_finalize(statement);
-        sqlite3_prepare_v2(db,
-                           "SELECT _number, uid, name, quantity, unitPrice, parent_id, parent_position FROM Cost",
+        sqlite3_prepare_v2(db, "SELECT _number, uid, name, quantity, unitPrice, parent_id, parent_position FROM Cost",
                            -1, &statement, nullptr);
         while (sqlite3_step(statement) == SQLITE_ROW) {
             lines.push_back({sqlite3_column_int64(statement, 0), textColumn(statement, 1), textColumn(statement, 2),

@@ -1,8 +1,8 @@
-#include <benchmark/benchmark.h>
-
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "model/ManagedObjectContext.h"
 #include "model/RunLoop.h"
@@ -61,8 +61,8 @@ TaxDocument makeDocument(int lines, int rules, bool gross) {
 // The whole tax table from cold line caches: every line's cost, the sums per rule and
 // the tax of each rule.
 void BM_TaxTable(benchmark::State& state) {
-    TaxDocument document = makeDocument(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)),
-                                        state.range(2) != 0);
+    TaxDocument document =
+        makeDocument(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), state.range(2) != 0);
     std::vector<BLContainer*> lines = document.invoice->childsArray();
     for (auto _ : state) {
         state.PauseTiming();

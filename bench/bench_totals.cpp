@@ -1,7 +1,7 @@
-#include <benchmark/benchmark.h>
-
 #include <memory>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "model/ManagedObjectContext.h"
 #include "model/RunLoop.h"

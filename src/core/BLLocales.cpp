@@ -1,12 +1,12 @@
 #include "core/BLLocales.h"
 
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
-
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
+
+#include <nlohmann/json.hpp>
+#include <unicode/locid.h>
+#include <unicode/unistr.h>
 
 #include "core/Localization.h"
 #include "core/Log.h"
@@ -92,7 +92,8 @@ std::optional<std::string> countryDisplayName(std::string_view countryCode, std:
     }
     const std::string code(countryCode);
     const icu::Locale region("", code.c_str());
-    const icu::Locale language = localeID.empty() ? icu::Locale::getDefault() : icu::Locale(std::string(localeID).c_str());
+    const icu::Locale language =
+        localeID.empty() ? icu::Locale::getDefault() : icu::Locale(std::string(localeID).c_str());
     icu::UnicodeString name;
     region.getDisplayCountry(language, name);
     std::string out;

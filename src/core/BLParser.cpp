@@ -1,5 +1,10 @@
 #include "core/BLParser.h"
 
+#include <array>
+#include <cctype>
+#include <memory>
+#include <utility>
+
 #include <unicode/dcfmtsym.h>
 #include <unicode/locid.h>
 #include <unicode/regex.h>
@@ -8,11 +13,6 @@
 #include <unicode/uloc.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
-
-#include <array>
-#include <cctype>
-#include <memory>
-#include <utility>
 
 #include "core/Log.h"
 
@@ -139,14 +139,13 @@ struct IbanCountry {
 };
 
 constexpr std::array<IbanCountry, 63> kIbanCountries = {{
-    {"AD", 24}, {"AE", 23}, {"AT", 20}, {"AZ", 28}, {"BA", 20}, {"BE", 16}, {"BG", 22}, {"BH", 22},
-    {"BR", 29}, {"CH", 21}, {"CR", 21}, {"CY", 28}, {"CZ", 24}, {"DE", 22}, {"DK", 18}, {"DO", 28},
-    {"EE", 20}, {"ES", 24}, {"FI", 18}, {"FO", 18}, {"FR", 27}, {"GB", 22}, {"GI", 23}, {"GL", 18},
-    {"GR", 27}, {"GT", 28}, {"HR", 21}, {"HU", 28}, {"IE", 22}, {"IL", 23}, {"IS", 26}, {"IT", 27},
-    {"JO", 30}, {"KW", 30}, {"KZ", 20}, {"LB", 28}, {"LI", 21}, {"LT", 20}, {"LU", 20}, {"LV", 21},
-    {"MC", 27}, {"MD", 24}, {"ME", 22}, {"MK", 19}, {"MR", 27}, {"MT", 31}, {"MU", 30}, {"NL", 18},
-    {"NO", 15}, {"PK", 24}, {"PL", 28}, {"PS", 29}, {"PT", 25}, {"QA", 29}, {"RO", 24}, {"RS", 22},
-    {"SA", 24}, {"SE", 24}, {"SI", 19}, {"SK", 24}, {"SM", 27}, {"TN", 24}, {"TR", 26},
+    {"AD", 24}, {"AE", 23}, {"AT", 20}, {"AZ", 28}, {"BA", 20}, {"BE", 16}, {"BG", 22}, {"BH", 22}, {"BR", 29},
+    {"CH", 21}, {"CR", 21}, {"CY", 28}, {"CZ", 24}, {"DE", 22}, {"DK", 18}, {"DO", 28}, {"EE", 20}, {"ES", 24},
+    {"FI", 18}, {"FO", 18}, {"FR", 27}, {"GB", 22}, {"GI", 23}, {"GL", 18}, {"GR", 27}, {"GT", 28}, {"HR", 21},
+    {"HU", 28}, {"IE", 22}, {"IL", 23}, {"IS", 26}, {"IT", 27}, {"JO", 30}, {"KW", 30}, {"KZ", 20}, {"LB", 28},
+    {"LI", 21}, {"LT", 20}, {"LU", 20}, {"LV", 21}, {"MC", 27}, {"MD", 24}, {"ME", 22}, {"MK", 19}, {"MR", 27},
+    {"MT", 31}, {"MU", 30}, {"NL", 18}, {"NO", 15}, {"PK", 24}, {"PL", 28}, {"PS", 29}, {"PT", 25}, {"QA", 29},
+    {"RO", 24}, {"RS", 22}, {"SA", 24}, {"SE", 24}, {"SI", 19}, {"SK", 24}, {"SM", 27}, {"TN", 24}, {"TR", 26},
 }};
 
 // One decoded code point of the text with where it starts in the UTF-8 bytes.

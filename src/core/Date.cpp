@@ -27,9 +27,15 @@ constexpr double kMillisPerDay = 86400000.0;
 // ICU's calendars answer nonsense beyond about ±5 million years; no business date is near.
 constexpr double kLargestMillis = 1.0e17;
 
-double toMillis(double seconds) { return (seconds + Date::kUnixEpochOffset) * 1000.0; }
-Date fromMillis(double millis) { return Date(millis / 1000.0 - Date::kUnixEpochOffset); }
-bool isUsable(double millis) { return std::isfinite(millis) && std::fabs(millis) < kLargestMillis; }
+double toMillis(double seconds) {
+    return (seconds + Date::kUnixEpochOffset) * 1000.0;
+}
+Date fromMillis(double millis) {
+    return Date(millis / 1000.0 - Date::kUnixEpochOffset);
+}
+bool isUsable(double millis) {
+    return std::isfinite(millis) && std::fabs(millis) < kLargestMillis;
+}
 
 // Days from 1970-01-01 in the proleptic Gregorian calendar (H. Hinnant's days_from_civil).
 int64_t daysFromCivil(int64_t year, unsigned month, unsigned day) {
@@ -59,7 +65,9 @@ CivilDate civilFromDays(int64_t days) {
     return {static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2 ? 1 : 0), month, day};
 }
 
-bool isLeapYear(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
+bool isLeapYear(int year) {
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
 
 int daysInMonth(int year, int month) {
     static constexpr int kLengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -211,7 +219,9 @@ DayInfo dayInfo(double millis) {
     return info;
 }
 
-bool isWholeDay(const DayInfo& info) { return info.nextStartMillis - info.startMillis == kMillisPerDay; }
+bool isWholeDay(const DayInfo& info) {
+    return info.nextStartMillis - info.startMillis == kMillisPerDay;
+}
 
 // The day with `index` (days since 1970-01-01 in the current zone), found through an instant
 // near its noon; `offsetMillis` guesses the zone's offset and is corrected once if wrong.
@@ -230,8 +240,6 @@ std::optional<DayInfo> dayWithIndex(int64_t index, double offsetMillis) {
     }
     return std::nullopt;
 }
-
-
 
 // Adds days or months keeping the wall time, with the day of month pinned to the target
 // month's length. When neither day has a daylight-saving switch the cached days answer;
@@ -369,9 +377,13 @@ Date Date::dayEnd() const {
     return isUsable(millis) ? fromMillis(dayInfo(millis).nextStartMillis - 1000.0) : *this;
 }
 
-Date Date::dateByAddingDays(int days) const { return addCalendarField(*this, UCAL_DATE, days); }
+Date Date::dateByAddingDays(int days) const {
+    return addCalendarField(*this, UCAL_DATE, days);
+}
 
-Date Date::dateByAddingMonths(int months) const { return addCalendarField(*this, UCAL_MONTH, months); }
+Date Date::dateByAddingMonths(int months) const {
+    return addCalendarField(*this, UCAL_MONTH, months);
+}
 
 int Date::daysSinceDate(Date other) const {
     double millis = toMillis(m_seconds);
@@ -383,7 +395,9 @@ int Date::daysSinceDate(Date other) const {
     return day - dayInfo(otherMillis).julianDay;
 }
 
-Date Date::dateWithYear(int year, int month) { return dateWithYear(year, month, 1); }
+Date Date::dateWithYear(int year, int month) {
+    return dateWithYear(year, month, 1);
+}
 
 Date Date::dateWithYear(int year, int month, int day) {
     // Lenient on purpose, as the calendar is: month 13 is January of the next year and day 0
@@ -420,8 +434,7 @@ std::optional<Date> Date::parseISO8601(std::string_view text) {
     int year = 0;
     int month = 0;
     int day = 0;
-    if (!scan.digits(4, year) || !scan.take('-') || !scan.digits(2, month) || !scan.take('-') ||
-        !scan.digits(2, day)) {
+    if (!scan.digits(4, year) || !scan.take('-') || !scan.digits(2, month) || !scan.take('-') || !scan.digits(2, day)) {
         return std::nullopt;
     }
     if (month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month)) {
@@ -479,8 +492,9 @@ std::optional<Date> Date::parseISO8601(std::string_view text) {
     if (!scan.atEnd()) {
         return std::nullopt;
     }
-    double unixSeconds = static_cast<double>(daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day))) * 86400.0 +
-                         hour * 3600.0 + minute * 60.0 + second - offsetSeconds;
+    double unixSeconds =
+        static_cast<double>(daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day))) * 86400.0 +
+        hour * 3600.0 + minute * 60.0 + second - offsetSeconds;
     return fromUnixTime(unixSeconds).dateByAddingTimeInterval(fraction);
 }
 
@@ -503,8 +517,8 @@ std::string Date::iso8601String() const {
     int milli = static_cast<int>(rest % 1000);
     char buffer[64];
     if (milli != 0) {
-        std::snprintf(buffer, sizeof buffer, "%04lld-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<long long>(civil.year),
-                      civil.month, civil.day, hour, minute, second, milli);
+        std::snprintf(buffer, sizeof buffer, "%04lld-%02u-%02uT%02d:%02d:%02d.%03dZ",
+                      static_cast<long long>(civil.year), civil.month, civil.day, hour, minute, second, milli);
     } else {
         std::snprintf(buffer, sizeof buffer, "%04lld-%02u-%02uT%02d:%02d:%02dZ", static_cast<long long>(civil.year),
                       civil.month, civil.day, hour, minute, second);

@@ -455,7 +455,8 @@ public:
             u64 y = static_cast<u64>(b);
             if (!__builtin_mul_overflow(static_cast<u64>(a), kPow10Small[gap], &x)) {
                 if (!sameSign) {
-                    return x >= y ? normaliseSmall(x - y, bExponent, aNegative) : normaliseSmall(y - x, bExponent, bNegative);
+                    return x >= y ? normaliseSmall(x - y, bExponent, aNegative)
+                                  : normaliseSmall(y - x, bExponent, bNegative);
                 }
                 u64 sum = 0;
                 if (!__builtin_add_overflow(x, y, &sum)) {
@@ -523,11 +524,13 @@ public:
         u64 smallProduct = 0;
         if (((left.m_significand | right.m_significand) >> 64) == 0 && exponent >= Decimal::kMinExponent &&
             exponent <= Decimal::kMaxExponent &&
-            !__builtin_mul_overflow(static_cast<u64>(left.m_significand), static_cast<u64>(right.m_significand), &smallProduct)) {
+            !__builtin_mul_overflow(static_cast<u64>(left.m_significand), static_cast<u64>(right.m_significand),
+                                    &smallProduct)) {
             return normaliseSmall(smallProduct, exponent, negative);
         }
         if ((left.m_significand >> 64) == 0 && (right.m_significand >> 64) == 0) {
-            u128 product = static_cast<u128>(static_cast<u64>(left.m_significand)) * static_cast<u64>(right.m_significand);
+            u128 product =
+                static_cast<u128>(static_cast<u64>(left.m_significand)) * static_cast<u64>(right.m_significand);
             return finish(product, exponent, negative);
         }
         return finish(::brassline::multiply(left.m_significand, right.m_significand), exponent, negative);
@@ -575,7 +578,7 @@ public:
         }
         // A quotient rounded at 38 digits that does not end in 0 is already normal.
         result = exponent <= Decimal::kMaxExponent && !endsInZero(quotient) ? make(quotient, exponent, negative)
-                                                                              : normalise(quotient, exponent, negative);
+                                                                            : normalise(quotient, exponent, negative);
         return true;
     }
 
@@ -820,19 +823,19 @@ Decimal Decimal::rounded(int scale, RoundingMode mode) const {
     }
     bool up = false;
     switch (mode) {
-    case RoundingMode::Plain:
-        up = againstHalf != std::strong_ordering::less;
-        break;
-    case RoundingMode::Bankers:
-        up = againstHalf == std::strong_ordering::greater ||
-             (againstHalf == std::strong_ordering::equal && (kept & 1) != 0);
-        break;
-    case RoundingMode::Up:
-        up = inexact && !m_negative;
-        break;
-    case RoundingMode::Down:
-        up = inexact && m_negative;
-        break;
+        case RoundingMode::Plain:
+            up = againstHalf != std::strong_ordering::less;
+            break;
+        case RoundingMode::Bankers:
+            up = againstHalf == std::strong_ordering::greater ||
+                 (againstHalf == std::strong_ordering::equal && (kept & 1) != 0);
+            break;
+        case RoundingMode::Up:
+            up = inexact && !m_negative;
+            break;
+        case RoundingMode::Down:
+            up = inexact && m_negative;
+            break;
     }
     if (up) {
         ++kept;

@@ -120,11 +120,25 @@ public:
 private:
     friend class DecimalBuilder;
 
-    static constexpr uint64_t kSmallPowersOf10[19] = {1ull, 10ull, 100ull, 1000ull, 10000ull, 100000ull, 1000000ull,
-                                                      10000000ull, 100000000ull, 1000000000ull, 10000000000ull,
-                                                      100000000000ull, 1000000000000ull, 10000000000000ull,
-                                                      100000000000000ull, 1000000000000000ull, 10000000000000000ull,
-                                                      100000000000000000ull, 1000000000000000000ull};
+    static constexpr uint64_t kSmallPowersOf10[19] = {1ull,
+                                                      10ull,
+                                                      100ull,
+                                                      1000ull,
+                                                      10000ull,
+                                                      100000ull,
+                                                      1000000ull,
+                                                      10000000ull,
+                                                      100000000ull,
+                                                      1000000000ull,
+                                                      10000000000ull,
+                                                      100000000000ull,
+                                                      1000000000000ull,
+                                                      10000000000000ull,
+                                                      100000000000000ull,
+                                                      1000000000000000ull,
+                                                      10000000000000000ull,
+                                                      100000000000000000ull,
+                                                      1000000000000000000ull};
 
     // The sum (or difference) of money amounts, inline: both significands below 2^64, the
     // exponents at most 18 apart and the aligned result below 2^64 and not ending in 0 (so

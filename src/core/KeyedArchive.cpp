@@ -41,21 +41,21 @@ std::string escapedKey(std::string_view key) {
 
 bool isInlineScalar(const Value& value) {
     switch (value.type()) {
-    case Value::Type::Bool:
-    case Value::Type::Integer:
-    case Value::Type::Double:
-    case Value::Type::String:
-    case Value::Type::Bytes:
-    case Value::Type::Date:
-        return true;
-    default:
-        return false;
+        case Value::Type::Bool:
+        case Value::Type::Integer:
+        case Value::Type::Double:
+        case Value::Type::String:
+        case Value::Type::Bytes:
+        case Value::Type::Date:
+            return true;
+        default:
+            return false;
     }
 }
 
 const std::set<std::string, std::less<>>& arrayClassNames() {
-    static const std::set<std::string, std::less<>> names = {"NSArray", "NSMutableArray", "NSSet", "NSMutableSet", "NSOrderedSet",
-                                                             "NSMutableOrderedSet"};
+    static const std::set<std::string, std::less<>> names = {"NSArray",      "NSMutableArray", "NSSet",
+                                                             "NSMutableSet", "NSOrderedSet",   "NSMutableOrderedSet"};
     return names;
 }
 
@@ -105,55 +105,56 @@ public:
             }
         }
         switch (value.type()) {
-        case Value::Type::Null:
-            return inCollection ? nullObject() : 0;
-        case Value::Type::Object:
-            logMessage("Keyed archive: an object reference (%@) cannot be archived and is written as null",
-                       value.object()->className());
-            return inCollection ? nullObject() : 0;
-        case Value::Type::Bool:
-        case Value::Type::Integer:
-        case Value::Type::Double:
-            return append(value);
-        case Value::Type::String:
-            return stringEntry(*value.string());
-        case Value::Type::Bytes:
-            return remember(value, append(value));
-        case Value::Type::Date: {
-            Value::Dictionary record{{"NS.time", Value(value.date()->timeIntervalSinceReferenceDate())},
-                                     {"$class", uidValue(classRecord("NSDate", {"NSObject"}))}};
-            return append(Value(std::move(record)));
-        }
-        case Value::Type::Decimal:
-            return append(decimalRecord(*value.decimal()));
-        case Value::Type::Array: {
-            const size_t index = remember(value, reserve());
-            ++m_depth;
-            Value::Array references;
-            references.reserve(value.count());
-            for (const Value& element : *value.array()) {
-                references.push_back(uidValue(encodeValue(element, true)));
+            case Value::Type::Null:
+                return inCollection ? nullObject() : 0;
+            case Value::Type::Object:
+                logMessage("Keyed archive: an object reference (%@) cannot be archived and is written as null",
+                           value.object()->className());
+                return inCollection ? nullObject() : 0;
+            case Value::Type::Bool:
+            case Value::Type::Integer:
+            case Value::Type::Double:
+                return append(value);
+            case Value::Type::String:
+                return stringEntry(*value.string());
+            case Value::Type::Bytes:
+                return remember(value, append(value));
+            case Value::Type::Date: {
+                Value::Dictionary record{{"NS.time", Value(value.date()->timeIntervalSinceReferenceDate())},
+                                         {"$class", uidValue(classRecord("NSDate", {"NSObject"}))}};
+                return append(Value(std::move(record)));
             }
-            --m_depth;
-            m_objects[index] = Value(Value::Dictionary{{"NS.objects", Value(std::move(references))},
-                                                       {"$class", uidValue(classRecord("NSArray", {"NSObject"}))}});
-            return index;
-        }
-        case Value::Type::Dictionary: {
-            const size_t index = remember(value, reserve());
-            ++m_depth;
-            Value::Array keys;
-            Value::Array objects;
-            for (const auto& [key, member] : *value.dictionary()) {
-                keys.push_back(uidValue(stringEntry(key)));
-                objects.push_back(uidValue(encodeValue(member, true)));
+            case Value::Type::Decimal:
+                return append(decimalRecord(*value.decimal()));
+            case Value::Type::Array: {
+                const size_t index = remember(value, reserve());
+                ++m_depth;
+                Value::Array references;
+                references.reserve(value.count());
+                for (const Value& element : *value.array()) {
+                    references.push_back(uidValue(encodeValue(element, true)));
+                }
+                --m_depth;
+                m_objects[index] = Value(Value::Dictionary{{"NS.objects", Value(std::move(references))},
+                                                           {"$class", uidValue(classRecord("NSArray", {"NSObject"}))}});
+                return index;
             }
-            --m_depth;
-            m_objects[index] = Value(Value::Dictionary{{"NS.keys", Value(std::move(keys))},
-                                                       {"NS.objects", Value(std::move(objects))},
-                                                       {"$class", uidValue(classRecord("NSDictionary", {"NSObject"}))}});
-            return index;
-        }
+            case Value::Type::Dictionary: {
+                const size_t index = remember(value, reserve());
+                ++m_depth;
+                Value::Array keys;
+                Value::Array objects;
+                for (const auto& [key, member] : *value.dictionary()) {
+                    keys.push_back(uidValue(stringEntry(key)));
+                    objects.push_back(uidValue(encodeValue(member, true)));
+                }
+                --m_depth;
+                m_objects[index] =
+                    Value(Value::Dictionary{{"NS.keys", Value(std::move(keys))},
+                                            {"NS.objects", Value(std::move(objects))},
+                                            {"$class", uidValue(classRecord("NSDictionary", {"NSObject"}))}});
+                return index;
+            }
         }
         return 0;
     }
@@ -179,7 +180,8 @@ public:
         Value::Dictionary record;
         KeyedEncoder coder(*this, record);
         object->encodeWithCoder(coder);
-        record.insert_or_assign("$class", uidValue(classRecord(object->archivedClassName(), object->archivedSuperclassNames())));
+        record.insert_or_assign("$class",
+                                uidValue(classRecord(object->archivedClassName(), object->archivedSuperclassNames())));
         --m_depth;
         m_inProgress.erase(object);
         m_written.emplace(object, index);
@@ -250,7 +252,8 @@ private:
         if (const auto found = m_classes.find(identity); found != m_classes.end()) {
             return found->second;
         }
-        const size_t index = append(Value(Value::Dictionary{{"$classname", Value(name)}, {"$classes", Value(std::move(chain))}}));
+        const size_t index =
+            append(Value(Value::Dictionary{{"$classname", Value(name)}, {"$classes", Value(std::move(chain))}}));
         m_classes.emplace(std::move(identity), index);
         return index;
     }
@@ -276,13 +279,14 @@ private:
                 ++length;
             }
         }
-        Value::Dictionary record{{"NS.exponent", Value(int64_t{exponent})},
-                                 {"NS.length", Value(int64_t{length})},
-                                 {"NS.negative", Value(negative)},
-                                 {"NS.compact", Value(compact)},
-                                 {"NS.mantissa.bo", Value(int64_t{1})},
-                                 {"NS.mantissa", Value(std::move(mantissa))},
-                                 {"$class", uidValue(classRecord("NSDecimalNumber", {"NSNumber", "NSValue", "NSObject"}))}};
+        Value::Dictionary record{
+            {"NS.exponent", Value(int64_t{exponent})},
+            {"NS.length", Value(int64_t{length})},
+            {"NS.negative", Value(negative)},
+            {"NS.compact", Value(compact)},
+            {"NS.mantissa.bo", Value(int64_t{1})},
+            {"NS.mantissa", Value(std::move(mantissa))},
+            {"$class", uidValue(classRecord("NSDecimalNumber", {"NSNumber", "NSValue", "NSObject"}))}};
         return Value(std::move(record));
     }
 
@@ -309,7 +313,10 @@ private:
 class Reader {
 public:
     Reader(const Value::Array& objects, const KeyedArchiveRegistry& registry)
-        : m_objects(objects), m_registry(registry), m_state(objects.size(), State::Untouched), m_values(objects.size()),
+        : m_objects(objects),
+          m_registry(registry),
+          m_state(objects.size(), State::Untouched),
+          m_values(objects.size()),
           m_decoded(objects.size()) {}
 
     Value valueAt(uint64_t uid) {
@@ -396,7 +403,8 @@ public:
             if (failed()) {
                 return {};
             }
-            const Value::Dictionary* elementRecord = element < m_objects.size() ? m_objects[element].dictionary() : nullptr;
+            const Value::Dictionary* elementRecord =
+                element < m_objects.size() ? m_objects[element].dictionary() : nullptr;
             if (elementRecord != nullptr && elementRecord->count("$class") != 0 &&
                 classNameOf(*elementRecord, element).value_or("") == "NSNull") {
                 result.push_back(nullptr);
@@ -569,13 +577,15 @@ private:
         const int64_t exponent = fields.decodeIntForKey("NS.exponent");
         const int64_t length = fields.decodeIntForKey("NS.length");
         const bool negative = fields.decodeBoolForKey("NS.negative");
-        const int64_t byteOrder = fields.containsValueForKey("NS.mantissa.bo") ? fields.decodeIntForKey("NS.mantissa.bo") : 1;
+        const int64_t byteOrder =
+            fields.containsValueForKey("NS.mantissa.bo") ? fields.decodeIntForKey("NS.mantissa.bo") : 1;
         const Bytes mantissa = fields.decodeBytesForKey("NS.mantissa");
         if (failed()) {
             return Value();
         }
         if (length < 0 || length > 8 || mantissa.size() < static_cast<size_t>(length) * 2 || mantissa.size() > 16 ||
-            exponent < Decimal::kMinExponent || exponent > Decimal::kMaxExponent || (byteOrder != 1 && byteOrder != 2)) {
+            exponent < Decimal::kMinExponent || exponent > Decimal::kMaxExponent ||
+            (byteOrder != 1 && byteOrder != 2)) {
             fail(formatMessage("decimal number %@ has damaged fields", uid));
             return Value();
         }
@@ -586,7 +596,8 @@ private:
         for (int64_t i = length - 1; i >= 0; --i) {
             const uint8_t first = mantissa[static_cast<size_t>(i) * 2];
             const uint8_t second = mantissa[static_cast<size_t>(i) * 2 + 1];
-            const uint16_t word = byteOrder == 1 ? static_cast<uint16_t>(first | (second << 8)) : static_cast<uint16_t>((first << 8) | second);
+            const uint16_t word = byteOrder == 1 ? static_cast<uint16_t>(first | (second << 8))
+                                                 : static_cast<uint16_t>((first << 8) | second);
             significand = (significand << 16) | word;
         }
         return Value(Decimal::fromParts(significand, static_cast<int>(exponent), negative));
@@ -682,7 +693,8 @@ std::vector<std::shared_ptr<KeyedArchivable>> KeyedDecoder::decodeObjectsForKey(
 namespace {
 
 // Inline numbers of any kind convert, as the platform's decoders convert them.
-const Value* numberField(const Value* value, std::string_view key, const std::string& className, keyedarchive::Reader& reader) {
+const Value* numberField(const Value* value, std::string_view key, const std::string& className,
+                         keyedarchive::Reader& reader) {
     if (value == nullptr) {
         return nullptr;
     }

@@ -148,7 +148,8 @@ public:
     // The root object of an archive written from a KeyedArchivable, made by the decoders of
     // `registry`; nullptr, with the reason in `error`, on the same failures.
     static std::shared_ptr<KeyedArchivable> unarchiveArchivableWithData(
-        const Bytes& data, std::string* error = nullptr, const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
+        const Bytes& data, std::string* error = nullptr,
+        const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
 };
 
 }  // namespace brassline

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <mutex>
 #include <system_error>
+
 #include <unistd.h>
 
 namespace brassline {
@@ -49,45 +50,54 @@ LogState& state() {
 std::string numberText(const detail::LogArg& arg) {
     char buffer[64];
     switch (arg.kind) {
-    case detail::LogArg::Kind::Signed: {
-        auto result = std::to_chars(buffer, buffer + sizeof buffer, arg.integer);
-        return std::string(buffer, result.ptr);
-    }
-    case detail::LogArg::Kind::Unsigned: {
-        auto result = std::to_chars(buffer, buffer + sizeof buffer, arg.unsignedInteger);
-        return std::string(buffer, result.ptr);
-    }
-    case detail::LogArg::Kind::Floating: {
-        // The shortest text that reads back to the same double: "0.1", not "0.100000".
-        auto result = std::to_chars(buffer, buffer + sizeof buffer, arg.floating);
-        return std::string(buffer, result.ptr);
-    }
-    case detail::LogArg::Kind::Pointer:
-        std::snprintf(buffer, sizeof buffer, "%p", arg.pointer);
-        return buffer;
-    case detail::LogArg::Kind::Text:
-        break;
+        case detail::LogArg::Kind::Signed: {
+            auto result = std::to_chars(buffer, buffer + sizeof buffer, arg.integer);
+            return std::string(buffer, result.ptr);
+        }
+        case detail::LogArg::Kind::Unsigned: {
+            auto result = std::to_chars(buffer, buffer + sizeof buffer, arg.unsignedInteger);
+            return std::string(buffer, result.ptr);
+        }
+        case detail::LogArg::Kind::Floating: {
+            // The shortest text that reads back to the same double: "0.1", not "0.100000".
+            auto result = std::to_chars(buffer, buffer + sizeof buffer, arg.floating);
+            return std::string(buffer, result.ptr);
+        }
+        case detail::LogArg::Kind::Pointer:
+            std::snprintf(buffer, sizeof buffer, "%p", arg.pointer);
+            return buffer;
+        case detail::LogArg::Kind::Text:
+            break;
     }
     return std::string(arg.text);
 }
 
 long long asSigned(const detail::LogArg& arg) {
     switch (arg.kind) {
-    case detail::LogArg::Kind::Signed: return arg.integer;
-    case detail::LogArg::Kind::Unsigned: return static_cast<long long>(arg.unsignedInteger);
-    case detail::LogArg::Kind::Floating: return static_cast<long long>(arg.floating);
-    case detail::LogArg::Kind::Pointer: return static_cast<long long>(reinterpret_cast<uintptr_t>(arg.pointer));
-    case detail::LogArg::Kind::Text: break;
+        case detail::LogArg::Kind::Signed:
+            return arg.integer;
+        case detail::LogArg::Kind::Unsigned:
+            return static_cast<long long>(arg.unsignedInteger);
+        case detail::LogArg::Kind::Floating:
+            return static_cast<long long>(arg.floating);
+        case detail::LogArg::Kind::Pointer:
+            return static_cast<long long>(reinterpret_cast<uintptr_t>(arg.pointer));
+        case detail::LogArg::Kind::Text:
+            break;
     }
     return 0;
 }
 
 double asDouble(const detail::LogArg& arg) {
     switch (arg.kind) {
-    case detail::LogArg::Kind::Signed: return static_cast<double>(arg.integer);
-    case detail::LogArg::Kind::Unsigned: return static_cast<double>(arg.unsignedInteger);
-    case detail::LogArg::Kind::Floating: return arg.floating;
-    default: break;
+        case detail::LogArg::Kind::Signed:
+            return static_cast<double>(arg.integer);
+        case detail::LogArg::Kind::Unsigned:
+            return static_cast<double>(arg.unsignedInteger);
+        case detail::LogArg::Kind::Floating:
+            return arg.floating;
+        default:
+            break;
     }
     return 0.0;
 }
@@ -110,9 +120,15 @@ void appendPrintf(std::string& out, const std::string& spec, T value) {
     out.append(large.data(), static_cast<size_t>(length));
 }
 
-bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\''; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isLengthModifier(char c) { return c == 'h' || c == 'l' || c == 'q' || c == 'L' || c == 'z' || c == 'j' || c == 't'; }
+bool isFlag(char c) {
+    return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\'';
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool isLengthModifier(char c) {
+    return c == 'h' || c == 'l' || c == 'q' || c == 'L' || c == 'z' || c == 'j' || c == 't';
+}
 
 }  // namespace
 
@@ -184,53 +200,53 @@ std::string formatLogMessage(std::string_view format, const LogArg* args, std::s
             continue;
         }
         switch (conversion) {
-        case '@':
-            out += numberText(*arg);
-            break;
-        case 'd':
-        case 'i':
-            if (arg->kind == LogArg::Kind::Text) {
-                out.append(arg->text);
-            } else {
-                appendPrintf(out, spec + "lld", asSigned(*arg));
-            }
-            break;
-        case 'u':
-        case 'x':
-        case 'X':
-        case 'o':
-            if (arg->kind == LogArg::Kind::Text) {
-                out.append(arg->text);
-            } else {
-                appendPrintf(out, spec + "ll" + conversion, static_cast<unsigned long long>(asSigned(*arg)));
-            }
-            break;
-        case 'c':
-            if (arg->kind == LogArg::Kind::Text) {
-                out.append(arg->text.substr(0, 1));
-            } else {
-                appendPrintf(out, spec + "c", static_cast<int>(asSigned(*arg)));
-            }
-            break;
-        case 's': {
-            std::string text = numberText(*arg);
-            appendPrintf(out, spec + "s", text.c_str());
-            break;
-        }
-        case 'p':
-            if (arg->kind == LogArg::Kind::Pointer) {
-                appendPrintf(out, spec + "p", arg->pointer);
-            } else {
+            case '@':
                 out += numberText(*arg);
+                break;
+            case 'd':
+            case 'i':
+                if (arg->kind == LogArg::Kind::Text) {
+                    out.append(arg->text);
+                } else {
+                    appendPrintf(out, spec + "lld", asSigned(*arg));
+                }
+                break;
+            case 'u':
+            case 'x':
+            case 'X':
+            case 'o':
+                if (arg->kind == LogArg::Kind::Text) {
+                    out.append(arg->text);
+                } else {
+                    appendPrintf(out, spec + "ll" + conversion, static_cast<unsigned long long>(asSigned(*arg)));
+                }
+                break;
+            case 'c':
+                if (arg->kind == LogArg::Kind::Text) {
+                    out.append(arg->text.substr(0, 1));
+                } else {
+                    appendPrintf(out, spec + "c", static_cast<int>(asSigned(*arg)));
+                }
+                break;
+            case 's': {
+                std::string text = numberText(*arg);
+                appendPrintf(out, spec + "s", text.c_str());
+                break;
             }
-            break;
-        default:  // The floating conversions.
-            if (arg->kind == LogArg::Kind::Text) {
-                out.append(arg->text);
-            } else {
-                appendPrintf(out, spec + conversion, asDouble(*arg));
-            }
-            break;
+            case 'p':
+                if (arg->kind == LogArg::Kind::Pointer) {
+                    appendPrintf(out, spec + "p", arg->pointer);
+                } else {
+                    out += numberText(*arg);
+                }
+                break;
+            default:  // The floating conversions.
+                if (arg->kind == LogArg::Kind::Text) {
+                    out.append(arg->text);
+                } else {
+                    appendPrintf(out, spec + conversion, asDouble(*arg));
+                }
+                break;
         }
     }
     return out;

@@ -17,7 +17,9 @@ const Value& nullValue() {
 }
 
 std::string_view trimmed(std::string_view text) {
-    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; };
+    const auto isSpace = [](char c) {
+        return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+    };
     while (!text.empty() && isSpace(text.front())) {
         text.remove_prefix(1);
     }
@@ -169,20 +171,30 @@ std::string quoted(std::string_view text) {
     out.push_back('"');
     for (const char c : text) {
         switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default:
-            if (static_cast<unsigned char>(c) < 0x20) {
-                static const char* const kHex = "0123456789abcdef";
-                out += "\\u00";
-                out.push_back(kHex[(c >> 4) & 0xF]);
-                out.push_back(kHex[c & 0xF]);
-            } else {
-                out.push_back(c);
-            }
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                if (static_cast<unsigned char>(c) < 0x20) {
+                    static const char* const kHex = "0123456789abcdef";
+                    out += "\\u00";
+                    out.push_back(kHex[(c >> 4) & 0xF]);
+                    out.push_back(kHex[c & 0xF]);
+                } else {
+                    out.push_back(c);
+                }
         }
     }
     out.push_back('"');
@@ -263,127 +275,161 @@ const void* Value::sharedIdentity() const {
 
 bool Value::toBool() const {
     switch (type()) {
-    case Type::Bool: return *boolean();
-    case Type::Integer: return *integer() != 0;
-    case Type::Double: return *real() != 0.0 && !std::isnan(*real());
-    case Type::Decimal: return !decimal()->isZero() && !decimal()->isNaN();
-    case Type::String: return textTruth(*string());
-    default: return false;
+        case Type::Bool:
+            return *boolean();
+        case Type::Integer:
+            return *integer() != 0;
+        case Type::Double:
+            return *real() != 0.0 && !std::isnan(*real());
+        case Type::Decimal:
+            return !decimal()->isZero() && !decimal()->isNaN();
+        case Type::String:
+            return textTruth(*string());
+        default:
+            return false;
     }
 }
 
 int64_t Value::toInt64() const {
     switch (type()) {
-    case Type::Bool: return *boolean() ? 1 : 0;
-    case Type::Integer: return *integer();
-    case Type::Double: return truncatedInt64(*real());
-    case Type::Decimal: return truncatedInt64(*decimal());
-    case Type::String: {
-        const std::string_view text = trimmed(*string());
-        int64_t whole = 0;
-        const auto result = std::from_chars(text.data(), text.data() + text.size(), whole);
-        if (result.ec == std::errc() && result.ptr == text.data() + text.size()) {
-            return whole;
+        case Type::Bool:
+            return *boolean() ? 1 : 0;
+        case Type::Integer:
+            return *integer();
+        case Type::Double:
+            return truncatedInt64(*real());
+        case Type::Decimal:
+            return truncatedInt64(*decimal());
+        case Type::String: {
+            const std::string_view text = trimmed(*string());
+            int64_t whole = 0;
+            const auto result = std::from_chars(text.data(), text.data() + text.size(), whole);
+            if (result.ec == std::errc() && result.ptr == text.data() + text.size()) {
+                return whole;
+            }
+            const auto parsed = Decimal::parse(text);
+            return parsed ? truncatedInt64(*parsed) : 0;
         }
-        const auto parsed = Decimal::parse(text);
-        return parsed ? truncatedInt64(*parsed) : 0;
-    }
-    default: return 0;
+        default:
+            return 0;
     }
 }
 
 double Value::toDouble() const {
     switch (type()) {
-    case Type::Bool: return *boolean() ? 1.0 : 0.0;
-    case Type::Integer: return static_cast<double>(*integer());
-    case Type::Double: return *real();
-    case Type::Decimal: return decimal()->toDouble();
-    case Type::String: {
-        std::string_view text = trimmed(*string());
-        if (!text.empty() && text.front() == '+') {
-            text.remove_prefix(1);
+        case Type::Bool:
+            return *boolean() ? 1.0 : 0.0;
+        case Type::Integer:
+            return static_cast<double>(*integer());
+        case Type::Double:
+            return *real();
+        case Type::Decimal:
+            return decimal()->toDouble();
+        case Type::String: {
+            std::string_view text = trimmed(*string());
+            if (!text.empty() && text.front() == '+') {
+                text.remove_prefix(1);
+            }
+            double parsed = 0.0;
+            const auto result = std::from_chars(text.data(), text.data() + text.size(), parsed);
+            if (result.ec == std::errc() && result.ptr == text.data() + text.size() && !text.empty()) {
+                return parsed;
+            }
+            return 0.0;
         }
-        double parsed = 0.0;
-        const auto result = std::from_chars(text.data(), text.data() + text.size(), parsed);
-        if (result.ec == std::errc() && result.ptr == text.data() + text.size() && !text.empty()) {
-            return parsed;
-        }
-        return 0.0;
-    }
-    default: return 0.0;
+        default:
+            return 0.0;
     }
 }
 
 Decimal Value::toDecimal() const {
     switch (type()) {
-    case Type::Bool: return Decimal(int64_t{*boolean() ? 1 : 0});
-    case Type::Integer: return Decimal(*integer());
-    case Type::Double: return Decimal::fromDouble(*real());
-    case Type::Decimal: return *decimal();
-    case Type::String: return Decimal::parse(trimmed(*string())).value_or(Decimal());
-    default: return Decimal();
+        case Type::Bool:
+            return Decimal(int64_t{*boolean() ? 1 : 0});
+        case Type::Integer:
+            return Decimal(*integer());
+        case Type::Double:
+            return Decimal::fromDouble(*real());
+        case Type::Decimal:
+            return *decimal();
+        case Type::String:
+            return Decimal::parse(trimmed(*string())).value_or(Decimal());
+        default:
+            return Decimal();
     }
 }
 
 std::string Value::toString() const {
     switch (type()) {
-    case Type::Null: return {};
-    case Type::Bool: return *boolean() ? "1" : "0";
-    case Type::Integer: return std::to_string(*integer());
-    case Type::Double: return valuetext::doubleText(*real());
-    case Type::Decimal: return decimal()->toString();
-    case Type::String: return *string();
-    case Type::Date: return date()->iso8601String();
-    default: return description();
+        case Type::Null:
+            return {};
+        case Type::Bool:
+            return *boolean() ? "1" : "0";
+        case Type::Integer:
+            return std::to_string(*integer());
+        case Type::Double:
+            return valuetext::doubleText(*real());
+        case Type::Decimal:
+            return decimal()->toString();
+        case Type::String:
+            return *string();
+        case Type::Date:
+            return date()->iso8601String();
+        default:
+            return description();
     }
 }
 
 std::string Value::description() const {
     switch (type()) {
-    case Type::Null: return "null";
-    case Type::Bool: return *boolean() ? "true" : "false";
-    case Type::String: return valuetext::quoted(*string());
-    case Type::Bytes: {
-        static const char* const kHex = "0123456789abcdef";
-        std::string out = "<";
-        for (const uint8_t byte : *bytes()) {
-            out.push_back(kHex[byte >> 4]);
-            out.push_back(kHex[byte & 0xF]);
+        case Type::Null:
+            return "null";
+        case Type::Bool:
+            return *boolean() ? "true" : "false";
+        case Type::String:
+            return valuetext::quoted(*string());
+        case Type::Bytes: {
+            static const char* const kHex = "0123456789abcdef";
+            std::string out = "<";
+            for (const uint8_t byte : *bytes()) {
+                out.push_back(kHex[byte >> 4]);
+                out.push_back(kHex[byte & 0xF]);
+            }
+            out += ">";
+            return out;
         }
-        out += ">";
-        return out;
-    }
-    case Type::Array: {
-        std::string out = "[";
-        bool first = true;
-        for (const Value& element : *array()) {
-            out += first ? "" : ", ";
-            out += element.description();
-            first = false;
+        case Type::Array: {
+            std::string out = "[";
+            bool first = true;
+            for (const Value& element : *array()) {
+                out += first ? "" : ", ";
+                out += element.description();
+                first = false;
+            }
+            return out + "]";
         }
-        return out + "]";
-    }
-    case Type::Dictionary: {
-        std::string out = "{";
-        bool first = true;
-        for (const auto& [key, element] : *dictionary()) {
-            out += first ? "" : ", ";
-            out += valuetext::quoted(key);
-            out += ": ";
-            out += element.description();
-            first = false;
+        case Type::Dictionary: {
+            std::string out = "{";
+            bool first = true;
+            for (const auto& [key, element] : *dictionary()) {
+                out += first ? "" : ", ";
+                out += valuetext::quoted(key);
+                out += ": ";
+                out += element.description();
+                first = false;
+            }
+            return out + "}";
         }
-        return out + "}";
-    }
-    case Type::Object: {
-        // Built by appending: g++ 12 misreads `"<" + std::string(...)` under -O3 as an
-        // overlapping copy (-Wrestrict), which CI's -Werror would turn into a failure.
-        std::string out = "<";
-        out += object()->className();
-        out += '>';
-        return out;
-    }
-    default: return toString();
+        case Type::Object: {
+            // Built by appending: g++ 12 misreads `"<" + std::string(...)` under -O3 as an
+            // overlapping copy (-Wrestrict), which CI's -Werror would turn into a failure.
+            std::string out = "<";
+            out += object()->className();
+            out += '>';
+            return out;
+        }
+        default:
+            return toString();
     }
 }
 
@@ -418,7 +464,9 @@ namespace {
 
 std::partial_ordering compareNumbers(const Value& left, const Value& right) {
     using Type = Value::Type;
-    const auto integerOf = [](const Value& v) { return v.type() == Type::Bool ? int64_t{*v.boolean() ? 1 : 0} : *v.integer(); };
+    const auto integerOf = [](const Value& v) {
+        return v.type() == Type::Bool ? int64_t{*v.boolean() ? 1 : 0} : *v.integer();
+    };
     const auto isIntegral = [](const Value& v) { return v.type() == Type::Bool || v.type() == Type::Integer; };
     if (isIntegral(left)) {
         if (isIntegral(right)) {
@@ -454,14 +502,22 @@ bool Value::operator==(const Value& other) const {
         return false;
     }
     switch (type()) {
-    case Type::Null: return true;
-    case Type::String: return *string() == *other.string();
-    case Type::Date: return *date() == *other.date();
-    case Type::Bytes: return *bytes() == *other.bytes();
-    case Type::Array: return array() == other.array() || *array() == *other.array();
-    case Type::Dictionary: return dictionary() == other.dictionary() || *dictionary() == *other.dictionary();
-    case Type::Object: return object() == other.object();
-    default: return false;
+        case Type::Null:
+            return true;
+        case Type::String:
+            return *string() == *other.string();
+        case Type::Date:
+            return *date() == *other.date();
+        case Type::Bytes:
+            return *bytes() == *other.bytes();
+        case Type::Array:
+            return array() == other.array() || *array() == *other.array();
+        case Type::Dictionary:
+            return dictionary() == other.dictionary() || *dictionary() == *other.dictionary();
+        case Type::Object:
+            return object() == other.object();
+        default:
+            return false;
     }
 }
 
@@ -473,16 +529,19 @@ std::partial_ordering Value::compare(const Value& other) const {
         return std::partial_ordering::unordered;
     }
     switch (type()) {
-    case Type::String: {
-        // std::string compares through char_traits<char>, which orders bytes as unsigned:
-        // byte order of UTF-8 is code point order.
-        const int result = string()->compare(*other.string());
-        return result < 0 ? std::partial_ordering::less
-                          : (result > 0 ? std::partial_ordering::greater : std::partial_ordering::equivalent);
-    }
-    case Type::Date: return date()->timeIntervalSinceReferenceDate() <=> other.date()->timeIntervalSinceReferenceDate();
-    case Type::Bytes: return compareBytes(*bytes(), *other.bytes());
-    default: return *this == other ? std::partial_ordering::equivalent : std::partial_ordering::unordered;
+        case Type::String: {
+            // std::string compares through char_traits<char>, which orders bytes as unsigned:
+            // byte order of UTF-8 is code point order.
+            const int result = string()->compare(*other.string());
+            return result < 0 ? std::partial_ordering::less
+                              : (result > 0 ? std::partial_ordering::greater : std::partial_ordering::equivalent);
+        }
+        case Type::Date:
+            return date()->timeIntervalSinceReferenceDate() <=> other.date()->timeIntervalSinceReferenceDate();
+        case Type::Bytes:
+            return compareBytes(*bytes(), *other.bytes());
+        default:
+            return *this == other ? std::partial_ordering::equivalent : std::partial_ordering::unordered;
     }
 }
 

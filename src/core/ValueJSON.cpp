@@ -120,68 +120,68 @@ void writeJSON(const Value& value, bool pretty, int depth, std::string& out) {
         }
     };
     switch (value.type()) {
-    case Value::Type::Null:
-    case Value::Type::Object:
-        out += "null";
-        break;
-    case Value::Type::Bool:
-        out += *value.boolean() ? "true" : "false";
-        break;
-    case Value::Type::Integer:
-        out += std::to_string(*value.integer());
-        break;
-    case Value::Type::Double:
-        // JSON has no text for not-a-number and the infinities.
-        out += std::isfinite(*value.real()) ? valuetext::doubleText(*value.real()) : "null";
-        break;
-    case Value::Type::Decimal:
-        out += value.decimal()->isNaN() ? "null" : value.decimal()->toString();
-        break;
-    case Value::Type::String:
-        out += jsonString(*value.string());
-        break;
-    case Value::Type::Date:
-        out += jsonString(value.date()->iso8601String());
-        break;
-    case Value::Type::Bytes:
-        out += jsonString(valuetext::base64(*value.bytes()));
-        break;
-    case Value::Type::Array: {
-        const Value::Array& elements = *value.array();
-        if (elements.empty()) {
-            out += "[]";
+        case Value::Type::Null:
+        case Value::Type::Object:
+            out += "null";
+            break;
+        case Value::Type::Bool:
+            out += *value.boolean() ? "true" : "false";
+            break;
+        case Value::Type::Integer:
+            out += std::to_string(*value.integer());
+            break;
+        case Value::Type::Double:
+            // JSON has no text for not-a-number and the infinities.
+            out += std::isfinite(*value.real()) ? valuetext::doubleText(*value.real()) : "null";
+            break;
+        case Value::Type::Decimal:
+            out += value.decimal()->isNaN() ? "null" : value.decimal()->toString();
+            break;
+        case Value::Type::String:
+            out += jsonString(*value.string());
+            break;
+        case Value::Type::Date:
+            out += jsonString(value.date()->iso8601String());
+            break;
+        case Value::Type::Bytes:
+            out += jsonString(valuetext::base64(*value.bytes()));
+            break;
+        case Value::Type::Array: {
+            const Value::Array& elements = *value.array();
+            if (elements.empty()) {
+                out += "[]";
+                break;
+            }
+            out.push_back('[');
+            for (size_t i = 0; i < elements.size(); ++i) {
+                out += i == 0 ? "" : ",";
+                newline(depth + 1);
+                writeJSON(elements[i], pretty, depth + 1, out);
+            }
+            newline(depth);
+            out.push_back(']');
             break;
         }
-        out.push_back('[');
-        for (size_t i = 0; i < elements.size(); ++i) {
-            out += i == 0 ? "" : ",";
-            newline(depth + 1);
-            writeJSON(elements[i], pretty, depth + 1, out);
-        }
-        newline(depth);
-        out.push_back(']');
-        break;
-    }
-    case Value::Type::Dictionary: {
-        const Value::Dictionary& members = *value.dictionary();
-        if (members.empty()) {
-            out += "{}";
+        case Value::Type::Dictionary: {
+            const Value::Dictionary& members = *value.dictionary();
+            if (members.empty()) {
+                out += "{}";
+                break;
+            }
+            out.push_back('{');
+            bool first = true;
+            for (const auto& [key, member] : members) {
+                out += first ? "" : ",";
+                first = false;
+                newline(depth + 1);
+                out += jsonString(key);
+                out += pretty ? ": " : ":";
+                writeJSON(member, pretty, depth + 1, out);
+            }
+            newline(depth);
+            out.push_back('}');
             break;
         }
-        out.push_back('{');
-        bool first = true;
-        for (const auto& [key, member] : members) {
-            out += first ? "" : ",";
-            first = false;
-            newline(depth + 1);
-            out += jsonString(key);
-            out += pretty ? ": " : ":";
-            writeJSON(member, pretty, depth + 1, out);
-        }
-        newline(depth);
-        out.push_back('}');
-        break;
-    }
     }
 }
 

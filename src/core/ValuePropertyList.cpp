@@ -46,86 +46,86 @@ bool nodeToValue(plist_t node, int depth, Value& out, std::string& error) {
         return false;
     }
     switch (plist_get_node_type(node)) {
-    case PLIST_BOOLEAN: {
-        uint8_t flag = 0;
-        plist_get_bool_val(node, &flag);
-        out = Value(flag != 0);
-        return true;
-    }
-    case PLIST_UINT: {
-        uint64_t number = 0;
-        plist_get_uint_val(node, &number);
-        out = Value(static_cast<int64_t>(number));
-        return true;
-    }
-    case PLIST_REAL: {
-        double number = 0;
-        plist_get_real_val(node, &number);
-        out = Value(number);
-        return true;
-    }
-    case PLIST_STRING:
-    case PLIST_KEY: {
-        uint64_t length = 0;
-        const char* text = plist_get_string_ptr(node, &length);
-        out = Value(std::string(text != nullptr ? text : "", text != nullptr ? length : 0));
-        return true;
-    }
-    case PLIST_DATE:
-        out = Value(dateFromNode(node));
-        return true;
-    case PLIST_DATA: {
-        uint64_t length = 0;
-        const char* data = plist_get_data_ptr(node, &length);
-        const auto* begin = reinterpret_cast<const uint8_t*>(data);
-        out = Value(data != nullptr ? Bytes(begin, begin + length) : Bytes());
-        return true;
-    }
-    case PLIST_UID: {
-        uint64_t uid = 0;
-        plist_get_uid_val(node, &uid);
-        out = uidValue(uid);
-        return true;
-    }
-    case PLIST_ARRAY: {
-        Value::Array elements;
-        const uint32_t size = plist_array_get_size(node);
-        elements.reserve(size);
-        for (uint32_t i = 0; i < size; ++i) {
-            Value element;
-            if (!nodeToValue(plist_array_get_item(node, i), depth + 1, element, error)) {
-                return false;
-            }
-            elements.push_back(std::move(element));
+        case PLIST_BOOLEAN: {
+            uint8_t flag = 0;
+            plist_get_bool_val(node, &flag);
+            out = Value(flag != 0);
+            return true;
         }
-        out = Value(std::move(elements));
-        return true;
-    }
-    case PLIST_DICT: {
-        Value::Dictionary members;
-        plist_dict_iter iterator = nullptr;
-        plist_dict_new_iter(node, &iterator);
-        bool ok = true;
-        while (ok) {
-            char* key = nullptr;
-            plist_t item = nullptr;
-            plist_dict_next_item(node, iterator, &key, &item);
-            if (item == nullptr) {
+        case PLIST_UINT: {
+            uint64_t number = 0;
+            plist_get_uint_val(node, &number);
+            out = Value(static_cast<int64_t>(number));
+            return true;
+        }
+        case PLIST_REAL: {
+            double number = 0;
+            plist_get_real_val(node, &number);
+            out = Value(number);
+            return true;
+        }
+        case PLIST_STRING:
+        case PLIST_KEY: {
+            uint64_t length = 0;
+            const char* text = plist_get_string_ptr(node, &length);
+            out = Value(std::string(text != nullptr ? text : "", text != nullptr ? length : 0));
+            return true;
+        }
+        case PLIST_DATE:
+            out = Value(dateFromNode(node));
+            return true;
+        case PLIST_DATA: {
+            uint64_t length = 0;
+            const char* data = plist_get_data_ptr(node, &length);
+            const auto* begin = reinterpret_cast<const uint8_t*>(data);
+            out = Value(data != nullptr ? Bytes(begin, begin + length) : Bytes());
+            return true;
+        }
+        case PLIST_UID: {
+            uint64_t uid = 0;
+            plist_get_uid_val(node, &uid);
+            out = uidValue(uid);
+            return true;
+        }
+        case PLIST_ARRAY: {
+            Value::Array elements;
+            const uint32_t size = plist_array_get_size(node);
+            elements.reserve(size);
+            for (uint32_t i = 0; i < size; ++i) {
+                Value element;
+                if (!nodeToValue(plist_array_get_item(node, i), depth + 1, element, error)) {
+                    return false;
+                }
+                elements.push_back(std::move(element));
+            }
+            out = Value(std::move(elements));
+            return true;
+        }
+        case PLIST_DICT: {
+            Value::Dictionary members;
+            plist_dict_iter iterator = nullptr;
+            plist_dict_new_iter(node, &iterator);
+            bool ok = true;
+            while (ok) {
+                char* key = nullptr;
+                plist_t item = nullptr;
+                plist_dict_next_item(node, iterator, &key, &item);
+                if (item == nullptr) {
+                    std::free(key);
+                    break;
+                }
+                Value member;
+                ok = nodeToValue(item, depth + 1, member, error);
+                members.insert_or_assign(std::string(key != nullptr ? key : ""), std::move(member));
                 std::free(key);
-                break;
             }
-            Value member;
-            ok = nodeToValue(item, depth + 1, member, error);
-            members.insert_or_assign(std::string(key != nullptr ? key : ""), std::move(member));
-            std::free(key);
+            std::free(iterator);
+            out = Value(std::move(members));
+            return ok;
         }
-        std::free(iterator);
-        out = Value(std::move(members));
-        return ok;
-    }
-    default:
-        error = "The property list holds an element of unknown type";
-        return false;
+        default:
+            error = "The property list holds an element of unknown type";
+            return false;
     }
 }
 
@@ -145,8 +145,10 @@ std::optional<uint64_t> uidOf(const Value::Dictionary& members) {
 plist_t dateNode(Date date) {
     const double seconds = date.timeIntervalSinceReferenceDate();
     const double whole = std::floor(seconds);
-    if (!std::isfinite(seconds) || whole < std::numeric_limits<int32_t>::min() || whole > std::numeric_limits<int32_t>::max()) {
-        logMessage("Property list: the date %@ lies outside the range that can be written; written as the nearest", date);
+    if (!std::isfinite(seconds) || whole < std::numeric_limits<int32_t>::min() ||
+        whole > std::numeric_limits<int32_t>::max()) {
+        logMessage("Property list: the date %@ lies outside the range that can be written; written as the nearest",
+                   date);
         const int32_t clamped = seconds > 0 ? std::numeric_limits<int32_t>::max() : std::numeric_limits<int32_t>::min();
         return plist_new_date(clamped, 0);
     }
@@ -156,7 +158,8 @@ plist_t dateNode(Date date) {
         microseconds -= 1000000;
         secondsPart += 1;
     }
-    return plist_new_date(static_cast<int32_t>(std::min<int64_t>(secondsPart, std::numeric_limits<int32_t>::max())), microseconds);
+    return plist_new_date(static_cast<int32_t>(std::min<int64_t>(secondsPart, std::numeric_limits<int32_t>::max())),
+                          microseconds);
 }
 
 // Null and object references have no property-list form: the answer is nullptr and the
@@ -167,55 +170,56 @@ plist_t valueToNode(const Value& value, int depth) {
         return nullptr;
     }
     switch (value.type()) {
-    case Value::Type::Null:
-    case Value::Type::Object:
-        return nullptr;
-    case Value::Type::Bool:
-        return plist_new_bool(*value.boolean() ? 1 : 0);
-    case Value::Type::Integer:
-        return plist_new_uint(static_cast<uint64_t>(*value.integer()));
-    case Value::Type::Double:
-        return plist_new_real(*value.real());
-    case Value::Type::Decimal: {
-        const Decimal& number = *value.decimal();
-        const Decimal whole = number.rounded(0);
-        const bool fitsInteger = !number.isNaN() && whole == number && number >= Decimal(std::numeric_limits<int64_t>::min()) &&
-                                 number <= Decimal(std::numeric_limits<int64_t>::max());
-        if (fitsInteger) {
-            return plist_new_uint(static_cast<uint64_t>(number.toInt64()));
-        }
-        return plist_new_real(number.toDouble());
-    }
-    case Value::Type::String:
-        return plist_new_string(value.string()->c_str());
-    case Value::Type::Date:
-        return dateNode(*value.date());
-    case Value::Type::Bytes: {
-        const Bytes& bytes = *value.bytes();
-        return plist_new_data(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    }
-    case Value::Type::Array: {
-        plist_t array = plist_new_array();
-        for (const Value& element : *value.array()) {
-            if (plist_t node = valueToNode(element, depth + 1)) {
-                plist_array_append_item(array, node);
+        case Value::Type::Null:
+        case Value::Type::Object:
+            return nullptr;
+        case Value::Type::Bool:
+            return plist_new_bool(*value.boolean() ? 1 : 0);
+        case Value::Type::Integer:
+            return plist_new_uint(static_cast<uint64_t>(*value.integer()));
+        case Value::Type::Double:
+            return plist_new_real(*value.real());
+        case Value::Type::Decimal: {
+            const Decimal& number = *value.decimal();
+            const Decimal whole = number.rounded(0);
+            const bool fitsInteger = !number.isNaN() && whole == number &&
+                                     number >= Decimal(std::numeric_limits<int64_t>::min()) &&
+                                     number <= Decimal(std::numeric_limits<int64_t>::max());
+            if (fitsInteger) {
+                return plist_new_uint(static_cast<uint64_t>(number.toInt64()));
             }
+            return plist_new_real(number.toDouble());
         }
-        return array;
-    }
-    case Value::Type::Dictionary: {
-        const Value::Dictionary& members = *value.dictionary();
-        if (const auto uid = uidOf(members)) {
-            return plist_new_uid(*uid);
+        case Value::Type::String:
+            return plist_new_string(value.string()->c_str());
+        case Value::Type::Date:
+            return dateNode(*value.date());
+        case Value::Type::Bytes: {
+            const Bytes& bytes = *value.bytes();
+            return plist_new_data(reinterpret_cast<const char*>(bytes.data()), bytes.size());
         }
-        plist_t dict = plist_new_dict();
-        for (const auto& [key, member] : members) {
-            if (plist_t node = valueToNode(member, depth + 1)) {
-                plist_dict_set_item(dict, key.c_str(), node);
+        case Value::Type::Array: {
+            plist_t array = plist_new_array();
+            for (const Value& element : *value.array()) {
+                if (plist_t node = valueToNode(element, depth + 1)) {
+                    plist_array_append_item(array, node);
+                }
             }
+            return array;
         }
-        return dict;
-    }
+        case Value::Type::Dictionary: {
+            const Value::Dictionary& members = *value.dictionary();
+            if (const auto uid = uidOf(members)) {
+                return plist_new_uid(*uid);
+            }
+            plist_t dict = plist_new_dict();
+            for (const auto& [key, member] : members) {
+                if (plist_t node = valueToNode(member, depth + 1)) {
+                    plist_dict_set_item(dict, key.c_str(), node);
+                }
+            }
+            return dict;
+        }
     }
     return nullptr;
 }

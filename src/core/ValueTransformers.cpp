@@ -1,19 +1,19 @@
 #include "core/ValueTransformers.h"
 
-#include <unicode/calendar.h>
-#include <unicode/datefmt.h>
-#include <unicode/locid.h>
-#include <unicode/decimfmt.h>
-#include <unicode/numberformatter.h>
-#include <unicode/numfmt.h>
-#include <unicode/smpdtfmt.h>
-#include <unicode/timezone.h>
-
 #include <algorithm>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <vector>
+
+#include <unicode/calendar.h>
+#include <unicode/datefmt.h>
+#include <unicode/decimfmt.h>
+#include <unicode/locid.h>
+#include <unicode/numberformatter.h>
+#include <unicode/numfmt.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
 
 #include "core/DecimalFormula.h"
 #include "core/Log.h"
@@ -168,34 +168,34 @@ std::unique_ptr<icu::DateFormat> makeDateFormat(DateStyle style, const std::stri
     icu::Locale icuLocale(locale.c_str());
     std::unique_ptr<icu::DateFormat> format;
     switch (style) {
-    case DateStyle::Short:
-        format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kShort, icuLocale));
-        break;
-    case DateStyle::Medium:
-        format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kMedium, icuLocale));
-        break;
-    case DateStyle::Long:
-        format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kLong, icuLocale));
-        break;
-    case DateStyle::Full:
-        format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kFull, icuLocale));
-        break;
-    case DateStyle::ShortWithTime:
-        format.reset(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kShort, icu::DateFormat::kShort,
-                                                             icuLocale));
-        break;
-    case DateStyle::MediumWithTime:
-        format.reset(icu::DateFormat::createDateTimeInstance(icu::DateFormat::kMedium, icu::DateFormat::kShort,
-                                                             icuLocale));
-        break;
-    case DateStyle::Pattern: {
-        UErrorCode status = U_ZERO_ERROR;
-        format = std::make_unique<icu::SimpleDateFormat>(icu::UnicodeString::fromUTF8(pattern), icuLocale, status);
-        if (U_FAILURE(status)) {
-            format.reset();
+        case DateStyle::Short:
+            format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kShort, icuLocale));
+            break;
+        case DateStyle::Medium:
+            format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kMedium, icuLocale));
+            break;
+        case DateStyle::Long:
+            format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kLong, icuLocale));
+            break;
+        case DateStyle::Full:
+            format.reset(icu::DateFormat::createDateInstance(icu::DateFormat::kFull, icuLocale));
+            break;
+        case DateStyle::ShortWithTime:
+            format.reset(
+                icu::DateFormat::createDateTimeInstance(icu::DateFormat::kShort, icu::DateFormat::kShort, icuLocale));
+            break;
+        case DateStyle::MediumWithTime:
+            format.reset(
+                icu::DateFormat::createDateTimeInstance(icu::DateFormat::kMedium, icu::DateFormat::kShort, icuLocale));
+            break;
+        case DateStyle::Pattern: {
+            UErrorCode status = U_ZERO_ERROR;
+            format = std::make_unique<icu::SimpleDateFormat>(icu::UnicodeString::fromUTF8(pattern), icuLocale, status);
+            if (U_FAILURE(status)) {
+                format.reset();
+            }
+            break;
         }
-        break;
-    }
     }
     if (format != nullptr) {
         format->adoptTimeZone(currentIcuTimeZone().release());
@@ -304,23 +304,23 @@ const NumberTransformer::Formatters& NumberTransformer::formatters(const std::st
     number::LocalizedNumberFormatter formatter =
         number::NumberFormatter::withLocale(icuLocale).roundingMode(UNUM_ROUND_HALFUP);
     switch (m_style) {
-    case NumberStyle::Grouped:
-        formatter = formatter.precision(number::Precision::fixedFraction(m_fractionDigits));
-        break;
-    case NumberStyle::Short:
-        formatter = formatter.precision(number::Precision::minMaxFraction(0, 2));
-        break;
-    case NumberStyle::Integer:
-        formatter = formatter.precision(number::Precision::integer());
-        break;
-    case NumberStyle::Plain:
-    case NumberStyle::Unformatted:
-        formatter = formatter.precision(number::Precision::unlimited()).grouping(UNUM_GROUPING_OFF);
-        break;
-    case NumberStyle::Percentage:
-        formatter =
-            formatter.unit(icu::MeasureUnit::getPercent()).precision(number::Precision::minMaxFraction(0, 2));
-        break;
+        case NumberStyle::Grouped:
+            formatter = formatter.precision(number::Precision::fixedFraction(m_fractionDigits));
+            break;
+        case NumberStyle::Short:
+            formatter = formatter.precision(number::Precision::minMaxFraction(0, 2));
+            break;
+        case NumberStyle::Integer:
+            formatter = formatter.precision(number::Precision::integer());
+            break;
+        case NumberStyle::Plain:
+        case NumberStyle::Unformatted:
+            formatter = formatter.precision(number::Precision::unlimited()).grouping(UNUM_GROUPING_OFF);
+            break;
+        case NumberStyle::Percentage:
+            formatter =
+                formatter.unit(icu::MeasureUnit::getPercent()).precision(number::Precision::minMaxFraction(0, 2));
+            break;
     }
     made->formatter.emplace(formatter);
     UErrorCode status = U_ZERO_ERROR;
@@ -371,9 +371,7 @@ std::optional<Decimal> NumberTransformer::parse(std::string_view input, std::str
         }
         return std::nullopt;
     }
-    auto finish = [this](Decimal value) {
-        return m_style == NumberStyle::Integer ? value.rounded(0) : value;
-    };
+    auto finish = [this](Decimal value) { return m_style == NumberStyle::Integer ? value.rounded(0) : value; };
     if (m_style == NumberStyle::Unformatted) {
         if (std::optional<Decimal> number = Decimal::parse(text); number && !number->isNaN()) {
             return number;

@@ -13,7 +13,8 @@
 namespace brassline {
 
 // The locale of display texts ("de_CH"): the one set here, else ICU's default locale (from
-// the environment), with "en_US" for the C locale. An empty name returns to the default. Process-wide; transformers without a locale of their own follow it.
+// the environment), with "en_US" for the C locale. An empty name returns to the default. Process-wide; transformers
+// without a locale of their own follow it.
 std::string currentFormattingLocale();
 void setCurrentFormattingLocale(std::string_view locale);
 

@@ -21,8 +21,6 @@ namespace brassline {
 
 namespace {
 
-
-
 std::unique_ptr<BLLayoutTags>& sharedInstance() {
     static std::unique_ptr<BLLayoutTags> instance;
     return instance;
@@ -119,9 +117,9 @@ void insertItemGroupPlaceholders(std::vector<LayoutTagSection>& sections, Manage
     }
     // Fetch order is no order a person can follow: by key, then uid for equal names.
     std::sort(groups.begin(), groups.end());
-    groups.erase(std::unique(groups.begin(), groups.end(),
-                             [](const auto& a, const auto& b) { return a.first == b.first; }),
-                 groups.end());
+    groups.erase(
+        std::unique(groups.begin(), groups.end(), [](const auto& a, const auto& b) { return a.first == b.first; }),
+        groups.end());
     for (const auto& [key, uid] : groups) {
         LayoutTagSection group{"itemgroup." + key, {}, {}};
         for (const char* sign : {"", "-"}) {
@@ -162,8 +160,8 @@ void collectTitles(const LayoutTagSection& section, const std::string& sectionTi
 }  // namespace
 
 BLLayoutTags::BLLayoutTags() {
-    m_itemGroupsObserver = NotificationCenter::defaultCenter().addObserver(
-        kItemGroupsChangedNotification, nullptr, [this](const Notification&) { reset(); });
+    m_itemGroupsObserver = NotificationCenter::defaultCenter().addObserver(kItemGroupsChangedNotification, nullptr,
+                                                                           [this](const Notification&) { reset(); });
 }
 
 BLLayoutTags::~BLLayoutTags() {
@@ -275,7 +273,8 @@ std::vector<LayoutTagSection> BLLayoutTags::filterFeatures(std::vector<LayoutTag
     for (LayoutTagSection& section : sections) {
         std::erase_if(section.tags, [&](const std::string& tag) {
             auto rule = rules.find(tag);
-            return rule != rules.end() && std::find(rule->second.begin(), rule->second.end(), country) == rule->second.end();
+            return rule != rules.end() &&
+                   std::find(rule->second.begin(), rule->second.end(), country) == rule->second.end();
         });
         section.sections = filterFeatures(std::move(section.sections), rules, senderCountry);
     }
@@ -289,7 +288,8 @@ const std::vector<LayoutTagSection>& BLLayoutTags::plainTags(ManagedObjectContex
     loadResource();
     std::string senderCountry;
     // Only looked up: reading the catalogue must not make the default profile.
-    if (auto* profile = static_cast<BLProfile*>(context.objectWithUid(BLProfile::entityDescription(), kDefaultProfileUID))) {
+    if (auto* profile =
+            static_cast<BLProfile*>(context.objectWithUid(BLProfile::entityDescription(), kDefaultProfileUID))) {
         senderCountry = BLBase::fixedAttribute(profile->countryCode());
     }
     std::vector<LayoutTagSection> sections = filterFeatures(m_resourceSections, m_countryRules, senderCountry);

@@ -130,8 +130,7 @@ bool BLPlaceHolderEditingTextView::shouldChangeTextInRange(TextRange range, std:
     (void)replacement;
     const std::string text = string();
     if (range.location > text.size() || range.length > text.size() - range.location ||
-        !isCharacterBoundary(text, range.location) ||
-        !isCharacterBoundary(text, range.end())) {
+        !isCharacterBoundary(text, range.location) || !isCharacterBoundary(text, range.end())) {
         return false;
     }
     return editableRunFor(range).has_value();

@@ -46,7 +46,8 @@ public:
     static std::vector<BLPlaceHolderWrapper> wrappersForManagedObjects(const std::vector<BLBase*>& objects,
                                                                        const BLBase* document);
     // Tokens of all wrappers grouped by value, first seen first; labels are left empty.
-    static std::vector<UniquePlaceHolderToken> uniqueTokensForWrappers(const std::vector<BLPlaceHolderWrapper>& wrappers);
+    static std::vector<UniquePlaceHolderToken> uniqueTokensForWrappers(
+        const std::vector<BLPlaceHolderWrapper>& wrappers);
     // Labels: the translated type, "%@ %ld" from 2 for a repeated one ("Date", "Date 2").
     static void labelUniqueTokens(std::vector<UniquePlaceHolderToken>& tokens);
 

@@ -3,8 +3,8 @@
 #include <memory>
 #include <ostream>
 
-#include "lifecycle/Conversions.h"
 #include "lifecycle/CommandSupport.h"
+#include "lifecycle/Conversions.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLEstimate.h"
 #include "model/entities/BLInvoice.h"

@@ -56,9 +56,9 @@ BLInvoice* createInvoice(BLEstimate& estimate) {
     BLInvoice* invoice = nullptr;
     {
         SyncingScope syncing;
-        invoice = dynamic_cast<BLInvoice*>(estimate.cloneWithEntityReplacements(
-            {{"Estimate", "Invoice"}, {"Option", "Title"}},
-            {"name", "completeMode", "storage", "documents", "dateCreation"}));
+        invoice = dynamic_cast<BLInvoice*>(
+            estimate.cloneWithEntityReplacements({{"Estimate", "Invoice"}, {"Option", "Title"}},
+                                                 {"name", "completeMode", "storage", "documents", "dateCreation"}));
         if (invoice == nullptr) {
             logMessage("The estimate %@ can't become an invoice", estimate.uid().value_or(""));
             return nullptr;
@@ -110,8 +110,8 @@ BLInvoice* createCreditNote(BLInvoice& invoice) {
     BLInvoice* note = nullptr;
     {
         SyncingScope syncing;
-        note = dynamic_cast<BLInvoice*>(invoice.cloneWithEntityReplacements(
-            {{"PermanentInvoiceRepetition", "Invoice"}}, {"documents", "name", "storage"}));
+        note = dynamic_cast<BLInvoice*>(invoice.cloneWithEntityReplacements({{"PermanentInvoiceRepetition", "Invoice"}},
+                                                                            {"documents", "name", "storage"}));
         if (note == nullptr) {
             logMessage("No credit note can be made of the invoice %@", invoice.uid().value_or(""));
             return nullptr;

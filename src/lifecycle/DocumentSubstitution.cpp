@@ -220,10 +220,10 @@ SubstitutionDictionary internalSubstitutionDictionary(BLSendable& document) {
     const Decimal cost = document.cost();
     const Decimal gross = document.costWithTaxes();
     const Decimal balance = document.balanceForLayout();
-    for (const char* key : {"cost", "costwithtaxes", "costinnativecurrency", "costwithoutoptions",
-                            "costwithoutoptionswithtaxes", "balanceinnativecurrency", "taxes", "balance",
-                            "grossBalance", "taxBalance", "netBalance", "totalDiscount", "weight", "duration",
-                            "quantity"}) {
+    for (const char* key :
+         {"cost", "costwithtaxes", "costinnativecurrency", "costwithoutoptions", "costwithoutoptionswithtaxes",
+          "balanceinnativecurrency", "taxes", "balance", "grossBalance", "taxBalance", "netBalance", "totalDiscount",
+          "weight", "duration", "quantity"}) {
         d[key] = "";
     }
     setNumber(d, cost, formats.currency, "cost");
@@ -331,10 +331,10 @@ SubstitutionDictionary buildDocumentSubstitutionDictionary(BLSendable& document)
 
     d["title"] = internal["label"].toString() + " " + internal["number"].toString();
 
-    for (const char* key : {"rate", "unitPrice", "unit", "taxnames", "taxpercentage", "discount",
-                            "negativediscountamount", "discountamount", "undiscountedamount", "preDiscountAmount",
-                            "discountAmount", "description", "index", "fullindex", "startDate", "timeRange",
-                            "dateRange", "weight"}) {
+    for (const char* key :
+         {"rate", "unitPrice", "unit", "taxnames", "taxpercentage", "discount", "negativediscountamount",
+          "discountamount", "undiscountedamount", "preDiscountAmount", "discountAmount", "description", "index",
+          "fullindex", "startDate", "timeRange", "dateRange", "weight"}) {
         d[key] = "";
     }
     std::string sent = document.dateSent() ? dateText(document.dateSent(), formats.date) : std::string();

@@ -1,14 +1,14 @@
 #include "lifecycle/FilingCopy.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/Localization.h"
 #include "core/Log.h"
@@ -240,7 +240,7 @@ std::string documentPath(BLSendable& sendable) {
 
 std::string mailNameWithExtension(BLSendable& sendable) {
     return mailNameWithExtension(documentSetting(sendable, kUseFilingNameForMails).toBool() ? documentName(sendable)
-                                                                                           : sendable.displayName());
+                                                                                            : sendable.displayName());
 }
 
 std::string mailNameWithExtension(std::string_view text) {

@@ -30,7 +30,8 @@ struct FilingHooks {
     std::function<std::optional<std::string>(const std::string& pdf, std::string_view name, const std::string& content)>
         attachFile;
     // PDF: the document's pages set on the backdrop's, keeping the document's attributes.
-    std::function<std::optional<std::string>(const std::string& pdf, const std::string& backdrop)> compositeOnBackground;
+    std::function<std::optional<std::string>(const std::string& pdf, const std::string& backdrop)>
+        compositeOnBackground;
     // PDF: the bytes without keywords in the document information.
     std::function<std::string(const std::string& pdf)> removeKeywords;
     // E-invoices: the frozen form, with the invoice XML embedded when the client needs one.

@@ -15,9 +15,9 @@ namespace brassline::issuecommands {
 
 struct IssueOptions {
     std::vector<std::string> uids;
-    std::optional<std::string> date;         // ISO 8601; the sheet's date when absent.
-    std::optional<int64_t> payInterval;      // Days; the sheet's interval when absent.
-    std::optional<std::string> deliver;      // mail, print, save or network; else the default route.
+    std::optional<std::string> date;     // ISO 8601; the sheet's date when absent.
+    std::optional<int64_t> payInterval;  // Days; the sheet's interval when absent.
+    std::optional<std::string> deliver;  // mail, print, save or network; else the default route.
 };
 
 // Issues the documents in the order given and prints each one's number. Without a

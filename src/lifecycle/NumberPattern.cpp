@@ -33,8 +33,8 @@ std::optional<NumberPattern> patternFromList(const Value::Array& list, std::stri
         const std::string* field = record != nullptr ? item["field"].string() : nullptr;
         if (field == nullptr) {
             if (error != nullptr) {
-                *error = "element " + std::to_string(index + 1) +
-                         " is neither text nor a token record with a \"field\"";
+                *error =
+                    "element " + std::to_string(index + 1) + " is neither text nor a token record with a \"field\"";
             }
             return std::nullopt;
         }

@@ -56,7 +56,8 @@ const Catalogue& catalogue() {
         auto counters = [&made](const std::string& base, const char* key, bool twoDigits) {
             made.emplace(base, TokenSpec{TokenKind::Counter, "increment", key, nullptr, 0});
             for (int width = twoDigits ? 2 : 3; width <= 5; ++width) {
-                made.emplace(base + std::to_string(width), TokenSpec{TokenKind::Counter, "increment", key, nullptr, width});
+                made.emplace(base + std::to_string(width),
+                             TokenSpec{TokenKind::Counter, "increment", key, nullptr, width});
             }
         };
         counters("ZPIncrement", "invoice.number", true);
@@ -195,122 +196,123 @@ std::string contactFileName(const ManagedObject* contact, bool shortForm) {
 std::optional<std::string> evaluate(const TokenSpec& spec, const std::string& counterKey, const TokenInput& input) {
     ManagedObject* object = input.object;
     switch (spec.kind) {
-    case TokenKind::Counter: {
-        // Counters are read with or without an object, so the preview shows the counter.
-        Value counter = input.preferences != nullptr ? input.preferences->valueForKeyPath(counterKey) : Value();
-        return formatCounter(counter.isNull() ? 1 : counter.toInt64(), spec.number);
-    }
-    case TokenKind::AutoIncrement:
-        if (object == nullptr) {
-            return std::string(spec.number > 1 ? spec.number - 1 : 0, '0') + "?";
+        case TokenKind::Counter: {
+            // Counters are read with or without an object, so the preview shows the counter.
+            Value counter = input.preferences != nullptr ? input.preferences->valueForKeyPath(counterKey) : Value();
+            return formatCounter(counter.isNull() ? 1 : counter.toInt64(), spec.number);
         }
-        return formatCounter(input.autoIncrement, spec.number);
-    case TokenKind::DatePattern:
-    case TokenKind::DayName:
-        return formatDateWithPattern(dateForObject(object), spec.pattern);
-    case TokenKind::Week:
-        return formatCounter(weekOfYear(dateForObject(object)), 2);
-    case TokenKind::ClientID: {
-        if (object == nullptr) {
-            return "???";
+        case TokenKind::AutoIncrement:
+            if (object == nullptr) {
+                return std::string(spec.number > 1 ? spec.number - 1 : 0, '0') + "?";
+            }
+            return formatCounter(input.autoIncrement, spec.number);
+        case TokenKind::DatePattern:
+        case TokenKind::DayName:
+            return formatDateWithPattern(dateForObject(object), spec.pattern);
+        case TokenKind::Week:
+            return formatCounter(weekOfYear(dateForObject(object)), 2);
+        case TokenKind::ClientID: {
+            if (object == nullptr) {
+                return "???";
+            }
+            ManagedObject* client = relatedObject(object, "client");
+            return client != nullptr ? textOrNothing(client->valueForKey("clientID")) : std::nullopt;
         }
-        ManagedObject* client = relatedObject(object, "client");
-        return client != nullptr ? textOrNothing(client->valueForKey("clientID")) : std::nullopt;
-    }
-    case TokenKind::ClientName:
-    case TokenKind::FullClientName: {
-        bool shortForm = spec.kind == TokenKind::ClientName;
-        if (object == nullptr) {
-            return shortForm ? localizedString("organization")
-                             : localizedString("organization") + ", " + localizedString("name");
+        case TokenKind::ClientName:
+        case TokenKind::FullClientName: {
+            bool shortForm = spec.kind == TokenKind::ClientName;
+            if (object == nullptr) {
+                return shortForm ? localizedString("organization")
+                                 : localizedString("organization") + ", " + localizedString("name");
+            }
+            ManagedObject* contact = relatedObject(object, "contact");
+            if (contact == nullptr) {
+                contact = relatedObject(object, "client");
+            }
+            return contact != nullptr ? std::optional(contactFileName(contact, shortForm)) : std::nullopt;
         }
-        ManagedObject* contact = relatedObject(object, "contact");
-        if (contact == nullptr) {
-            contact = relatedObject(object, "client");
+        case TokenKind::Project: {
+            if (object == nullptr) {
+                return "???";
+            }
+            if (std::optional<std::string> name = textOrNothing(object->valueForKey("projectName"))) {
+                return name;
+            }
+            Value project = object->valueForKey("project");
+            if (auto* projectObject = dynamic_cast<ManagedObject*>(project.object())) {
+                return textOrNothing(projectObject->valueForKey("name"));
+            }
+            return textOrNothing(project);
         }
-        return contact != nullptr ? std::optional(contactFileName(contact, shortForm)) : std::nullopt;
-    }
-    case TokenKind::Project: {
-        if (object == nullptr) {
-            return "???";
+        case TokenKind::Reference:
+            return object == nullptr ? std::optional<std::string>("???")
+                                     : textOrNothing(object->valueForKey("reference"));
+        case TokenKind::LayoutName: {
+            ManagedObject* layout = relatedObject(object, "layout");
+            return layout != nullptr ? textOrNothing(layout->valueForKey("name")) : std::nullopt;
         }
-        if (std::optional<std::string> name = textOrNothing(object->valueForKey("projectName"))) {
-            return name;
+        case TokenKind::DueDate:
+        case TokenKind::SentDatePlus:
+        case TokenKind::DateInBetween: {
+            if (object == nullptr) {
+                return kMissingDate;
+            }
+            const Value sentValue = object->valueForKey("dateSent");
+            const Value dueValue = object->valueForKey("dateDue");
+            const Date* sent = sentValue.date();
+            const Date* due = dueValue.date();
+            if (spec.kind == TokenKind::DueDate) {
+                return due != nullptr ? formatDate(*due) : kMissingDate;
+            }
+            if (sent == nullptr) {
+                return kMissingDate;
+            }
+            if (spec.kind == TokenKind::SentDatePlus) {
+                return formatDate(sent->dateByAddingDays(spec.number));
+            }
+            if (due == nullptr) {
+                return kMissingDate;
+            }
+            return formatDate(sent->dateByAddingTimeInterval(due->timeIntervalSinceDate(*sent) / 2));
         }
-        Value project = object->valueForKey("project");
-        if (auto* projectObject = dynamic_cast<ManagedObject*>(project.object())) {
-            return textOrNothing(projectObject->valueForKey("name"));
+        case TokenKind::CashDiscount: {
+            if (object == nullptr) {
+                return std::nullopt;
+            }
+            Decimal base = object->valueForKey("costForCashDiscount").toDecimal().validNumber();
+            // The deduction itself is rounded to cents before it is taken off (2.125 of 106.25
+            // is 2.13), as every document discount is.
+            Decimal reduced = base - (base * percentFor(spec, input.preferences) / Decimal::hundred()).fixedValue();
+            if (const auto* currency = dynamic_cast<const BLCurrency*>(relatedObject(object, "currency"))) {
+                reduced = currency->roundCost(reduced);
+            }
+            // The deduction is taken from the rounded payable amount, so both add up to the base.
+            return formatMoney(base - reduced);
         }
-        return textOrNothing(project);
-    }
-    case TokenKind::Reference:
-        return object == nullptr ? std::optional<std::string>("???") : textOrNothing(object->valueForKey("reference"));
-    case TokenKind::LayoutName: {
-        ManagedObject* layout = relatedObject(object, "layout");
-        return layout != nullptr ? textOrNothing(layout->valueForKey("name")) : std::nullopt;
-    }
-    case TokenKind::DueDate:
-    case TokenKind::SentDatePlus:
-    case TokenKind::DateInBetween: {
-        if (object == nullptr) {
-            return kMissingDate;
+        case TokenKind::Amount: {
+            if (object == nullptr) {
+                return std::nullopt;
+            }
+            Decimal balance = object->valueForKey("balanceForLayout").toDecimal().validNumber();
+            return formatMoney(deductingPercentage(balance, percentFor(spec, input.preferences)));
         }
-        const Value sentValue = object->valueForKey("dateSent");
-        const Value dueValue = object->valueForKey("dateDue");
-        const Date* sent = sentValue.date();
-        const Date* due = dueValue.date();
-        if (spec.kind == TokenKind::DueDate) {
-            return due != nullptr ? formatDate(*due) : kMissingDate;
+        case TokenKind::Currency:
+        case TokenKind::CurrencyShortName: {
+            if (object == nullptr) {
+                return spec.kind == TokenKind::Currency ? std::string() : localizedString("shortName");
+            }
+            ManagedObject* currency = relatedObject(object, "currency");
+            return currency != nullptr ? textOrNothing(currency->valueForKey("name")) : std::nullopt;
         }
-        if (sent == nullptr) {
-            return kMissingDate;
+        case TokenKind::CurrencySymbol: {
+            // The key is the translated word: the currency answers its symbol under it.
+            std::string key = localizedString("symbol");
+            if (object == nullptr) {
+                return key;
+            }
+            ManagedObject* currency = relatedObject(object, "currency");
+            return currency != nullptr ? textOrNothing(currency->valueForKey(key)) : std::nullopt;
         }
-        if (spec.kind == TokenKind::SentDatePlus) {
-            return formatDate(sent->dateByAddingDays(spec.number));
-        }
-        if (due == nullptr) {
-            return kMissingDate;
-        }
-        return formatDate(sent->dateByAddingTimeInterval(due->timeIntervalSinceDate(*sent) / 2));
-    }
-    case TokenKind::CashDiscount: {
-        if (object == nullptr) {
-            return std::nullopt;
-        }
-        Decimal base = object->valueForKey("costForCashDiscount").toDecimal().validNumber();
-        // The deduction itself is rounded to cents before it is taken off (2.125 of 106.25
-        // is 2.13), as every document discount is.
-        Decimal reduced = base - (base * percentFor(spec, input.preferences) / Decimal::hundred()).fixedValue();
-        if (const auto* currency = dynamic_cast<const BLCurrency*>(relatedObject(object, "currency"))) {
-            reduced = currency->roundCost(reduced);
-        }
-        // The deduction is taken from the rounded payable amount, so both add up to the base.
-        return formatMoney(base - reduced);
-    }
-    case TokenKind::Amount: {
-        if (object == nullptr) {
-            return std::nullopt;
-        }
-        Decimal balance = object->valueForKey("balanceForLayout").toDecimal().validNumber();
-        return formatMoney(deductingPercentage(balance, percentFor(spec, input.preferences)));
-    }
-    case TokenKind::Currency:
-    case TokenKind::CurrencyShortName: {
-        if (object == nullptr) {
-            return spec.kind == TokenKind::Currency ? std::string() : localizedString("shortName");
-        }
-        ManagedObject* currency = relatedObject(object, "currency");
-        return currency != nullptr ? textOrNothing(currency->valueForKey("name")) : std::nullopt;
-    }
-    case TokenKind::CurrencySymbol: {
-        // The key is the translated word: the currency answers its symbol under it.
-        std::string key = localizedString("symbol");
-        if (object == nullptr) {
-            return key;
-        }
-        ManagedObject* currency = relatedObject(object, "currency");
-        return currency != nullptr ? textOrNothing(currency->valueForKey(key)) : std::nullopt;
-    }
     }
     return std::nullopt;
 }
@@ -362,33 +364,33 @@ std::optional<std::string> tokenDisplayName(std::string_view option, NumberingPr
         return std::nullopt;
     }
     switch (spec->kind) {
-    case TokenKind::DatePattern:
-    case TokenKind::DayName:
-    case TokenKind::Week: {
-        TokenInput input;
-        input.preferences = preferences;
-        return formatMessage("%@ (%@)", localizedString(spec->prefix), tokenValue(option, input).value_or(""));
-    }
-    case TokenKind::DueDate:
-        return localizedString("due");
-    case TokenKind::SentDatePlus:
-        return formatMessage("%@ +%ld %@", localizedString("sent"), spec->number, localizedString("days"));
-    case TokenKind::DateInBetween:
-        return formatMessage("%@ \u2192\u00bd\u2190 %@", localizedString("sent"), localizedString("due"));
-    case TokenKind::CashDiscount:
-    case TokenKind::Amount: {
-        Decimal percent = percentFor(*spec, preferences);
-        if (percent.toInt64() == 0) {
-            return localizedString("amount");
+        case TokenKind::DatePattern:
+        case TokenKind::DayName:
+        case TokenKind::Week: {
+            TokenInput input;
+            input.preferences = preferences;
+            return formatMessage("%@ (%@)", localizedString(spec->prefix), tokenValue(option, input).value_or(""));
         }
-        if (spec->kind == TokenKind::CashDiscount) {
-            return formatMessage("%@ (%@%%)", localizedString("Cash Discount Amount"), percent.toString());
+        case TokenKind::DueDate:
+            return localizedString("due");
+        case TokenKind::SentDatePlus:
+            return formatMessage("%@ +%ld %@", localizedString("sent"), spec->number, localizedString("days"));
+        case TokenKind::DateInBetween:
+            return formatMessage("%@ \u2192\u00bd\u2190 %@", localizedString("sent"), localizedString("due"));
+        case TokenKind::CashDiscount:
+        case TokenKind::Amount: {
+            Decimal percent = percentFor(*spec, preferences);
+            if (percent.toInt64() == 0) {
+                return localizedString("amount");
+            }
+            if (spec->kind == TokenKind::CashDiscount) {
+                return formatMessage("%@ (%@%%)", localizedString("Cash Discount Amount"), percent.toString());
+            }
+            return formatMessage("%@ -%@%% %@", localizedString("amount"), percent.toString(),
+                                 localizedString("Cash discount"));
         }
-        return formatMessage("%@ -%@%% %@", localizedString("amount"), percent.toString(),
-                             localizedString("Cash discount"));
-    }
-    default:
-        return std::nullopt;
+        default:
+            return std::nullopt;
     }
 }
 

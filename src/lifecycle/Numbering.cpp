@@ -49,8 +49,7 @@ NumberingKind contactKind(std::string prefsKey, std::string entity, std::string 
 // reach a free number: the walk stops at the first repeat and answers no number, with a log
 // line, instead of spinning.
 void skipUsedNumbers(std::optional<std::string>& text, const std::unordered_set<std::string>& used,
-                     const std::function<std::optional<std::string>()>& next,
-                     const std::function<void()>& advance) {
+                     const std::function<std::optional<std::string>()>& next, const std::function<void()>& advance) {
     while (text && used.contains(*text)) {
         std::optional<std::string> following = next();
         advance();
@@ -88,11 +87,12 @@ std::string fixedIncrementClassName(const NumberingKind& kind, const std::string
 
 // Tags that a document-path or mail field may hold without an option, answered like the
 // token of the same meaning until a substitution map is installed.
-std::optional<std::string> fallbackFieldValue(ManagedObject& object, const std::string& field, const TokenInput& input) {
+std::optional<std::string> fallbackFieldValue(ManagedObject& object, const std::string& field,
+                                              const TokenInput& input) {
     static const std::map<std::string, const char*, std::less<>> kTokenForField = {
-        {"clientid", "ZPClientID"}, {"client", "ZPClientName"}, {"project", "ZPProject"},
-        {"reference", "ZPReference"}, {"layout", "ZPLayoutName"}, {"year", "ZPYear"},
-        {"month", "ZPMonth"}, {"day", "ZPDay"}, {"amount", "ZPAmount"}, {"currency", "ZPCurrency"},
+        {"clientid", "ZPClientID"}, {"client", "ZPClientName"}, {"project", "ZPProject"}, {"reference", "ZPReference"},
+        {"layout", "ZPLayoutName"}, {"year", "ZPYear"},         {"month", "ZPMonth"},     {"day", "ZPDay"},
+        {"amount", "ZPAmount"},     {"currency", "ZPCurrency"},
     };
     if (auto it = kTokenForField.find(field); it != kTokenForField.end()) {
         return tokenValue(it->second, input);
@@ -131,14 +131,14 @@ NumberResetMode parseResetMode(const Value& value) {
     }
     if (value.isNumber()) {
         switch (value.toInt64()) {
-        case 1:
-            return NumberResetMode::Day;
-        case 2:
-            return NumberResetMode::Month;
-        case 3:
-            return NumberResetMode::Year;
-        default:
-            return NumberResetMode::Never;
+            case 1:
+                return NumberResetMode::Day;
+            case 2:
+                return NumberResetMode::Month;
+            case 3:
+                return NumberResetMode::Year;
+            default:
+                return NumberResetMode::Never;
         }
     }
     return NumberResetMode::Never;
@@ -321,7 +321,8 @@ const std::unordered_set<std::string>& Numbering::usedNumbers(const NumberingKin
         return it->second;
     }
     std::unordered_set<std::string> used;
-    std::optional<std::vector<ManagedObject*>> objects = m_context.executeFetchRequest(FetchRequest(kind.usedNamesEntity));
+    std::optional<std::vector<ManagedObject*>> objects =
+        m_context.executeFetchRequest(FetchRequest(kind.usedNamesEntity));
     if (objects) {
         used.reserve(objects->size());
         for (ManagedObject* object : *objects) {
@@ -358,9 +359,10 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
     if (mode != NumberResetMode::Never) {
         // The period is the present one, not the document's: the date argument only
         // decides back-dating below.
-        Date periodStart = mode == NumberResetMode::Day     ? now.dayStart()
-                           : mode == NumberResetMode::Month ? Date::dateWithYear(now.yearOfCommonEra(), now.monthOfYear())
-                                                            : Date::dateWithYear(now.yearOfCommonEra(), 1);
+        Date periodStart = mode == NumberResetMode::Day ? now.dayStart()
+                           : mode == NumberResetMode::Month
+                               ? Date::dateWithYear(now.yearOfCommonEra(), now.monthOfYear())
+                               : Date::dateWithYear(now.yearOfCommonEra(), 1);
         bool hasPeriodTags = stored && patternHasField(*stored, "year") && hasIncrement &&
                              (mode == NumberResetMode::Year || patternHasField(*stored, "month")) &&
                              (mode != NumberResetMode::Day || patternHasField(*stored, "day"));
@@ -375,7 +377,9 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
             const Date* lastReset = lastResetValue.date();
             if (lastReset == nullptr || periodStart > *lastReset) {
                 logMessage("Resetted number for %@ interval %@", object.entityName(),
-                           mode == NumberResetMode::Day ? "day" : mode == NumberResetMode::Month ? "month" : "year");
+                           mode == NumberResetMode::Day     ? "day"
+                           : mode == NumberResetMode::Month ? "month"
+                                                            : "year");
                 setCurrentCounter(kind, 1);
                 preferences.setValueForKeyPath(Value(periodStart), kind.lastResetKey);
             }
@@ -404,7 +408,8 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
     std::string hintKey;
     if (restarted && hasIncrement && !hasAutoIncrement && text) {
         hintKey = kind.counterKey + '\x1f' + *text;
-        if (auto hint = m_searchHints.find(hintKey); hint != m_searchHints.end() && hint->second > currentCounter(kind)) {
+        if (auto hint = m_searchHints.find(hintKey);
+            hint != m_searchHints.end() && hint->second > currentCounter(kind)) {
             setCurrentCounter(kind, hint->second);
             text = transformedValue(evaluated, &object);
         }
@@ -412,7 +417,8 @@ std::optional<std::string> Numbering::draw(ManagedObject& object, const Numberin
     const int64_t counterBefore = currentCounter(kind);
     advance();
     if (hasIncrement || hasAutoIncrement) {
-        skipUsedNumbers(text, used, [&] { return transformedValue(evaluated, &object); }, advance);
+        skipUsedNumbers(
+            text, used, [&] { return transformedValue(evaluated, &object); }, advance);
         if (!text) {
             // No number was handed out, so the counter stays where it was.
             setCurrentCounter(kind, counterBefore);
@@ -452,7 +458,8 @@ std::optional<std::string> Numbering::drawSimple(ManagedObject& object, const Nu
     const int64_t counterBefore = currentCounter(kind);
     advance();
     if (hasIncrement || hasAutoIncrement) {
-        skipUsedNumbers(text, used, [&] { return transformedValue(&*stored, &object); }, advance);
+        skipUsedNumbers(
+            text, used, [&] { return transformedValue(&*stored, &object); }, advance);
         if (!text) {
             // No number was handed out, so the counter stays where it was.
             setCurrentCounter(kind, counterBefore);
@@ -586,7 +593,8 @@ std::string documentName(Numbering& numbering, ManagedObject& document) {
     NumberingKind kind;
     kind.patternKey = "documents.filename";
     std::optional<NumberPattern> pattern = numbering.pattern(kind);
-    std::string name = cleanedPathNoSlashes(numbering.transformedValue(pattern ? &*pattern : nullptr, &document).value_or(""));
+    std::string name =
+        cleanedPathNoSlashes(numbering.transformedValue(pattern ? &*pattern : nullptr, &document).value_or(""));
     return name.empty() ? localizedString("untitled") : name;
 }
 
@@ -630,7 +638,8 @@ void setNumberingScript(NumberingScript script) {
     numberingScript() = std::move(script);
 }
 
-void setNumberSubstitutionProvider(std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider) {
+void setNumberSubstitutionProvider(
+    std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider) {
     substitutionProvider() = std::move(provider);
 }
 

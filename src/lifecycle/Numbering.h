@@ -23,15 +23,15 @@ enum class NumberResetMode : uint8_t { Never, Year, Month, Day };
 // The preference keys and rules of one numbered kind (invoice, estimate, client, project,
 // a follow-up type with its own numbering, or another sendable on the dummy counter).
 struct NumberingKind {
-    std::string prefsKey;          // "invoice", "followUpType.<uid>".
-    std::string counterKey;        // "invoice.number"; "dummy.number" for other sendables.
-    std::string patternKey;        // "invoice.numbering".
-    std::string resetModeKey;      // Empty for kinds without resets.
+    std::string prefsKey;      // "invoice", "followUpType.<uid>".
+    std::string counterKey;    // "invoice.number"; "dummy.number" for other sendables.
+    std::string patternKey;    // "invoice.numbering".
+    std::string resetModeKey;  // Empty for kinds without resets.
     std::string lastResetKey;
-    std::string usedNamesEntity;   // "Invoice" for every invoice kind, else the own entity.
-    std::string numberKey;         // "name", "clientID" or "number".
-    std::string incrementPrefix;   // "ZPIncrement", "ZPEstimateIncrement".
-    std::string incrementSuffix;   // ".followUpType.<uid>" on a follow-up.
+    std::string usedNamesEntity;  // "Invoice" for every invoice kind, else the own entity.
+    std::string numberKey;        // "name", "clientID" or "number".
+    std::string incrementPrefix;  // "ZPIncrement", "ZPEstimateIncrement".
+    std::string incrementSuffix;  // ".followUpType.<uid>" on a follow-up.
     bool isSendable = false;
 };
 
@@ -124,14 +124,15 @@ private:
 // The text of a token without option on a sendable (the substitution map's value for
 // the field). Until one is installed, the common tags answer like their tokens and any
 // other field reads the sendable's property of that name.
-void setNumberSubstitutionProvider(std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider);
+void setNumberSubstitutionProvider(
+    std::function<std::optional<std::string>(ManagedObject&, std::string_view)> provider);
 
 // A numbering script (a plug-in of type documentNumbering), installed by the script host:
 // given the sendable and the numbers in use, it answers a number or nothing. A number that
 // is already in use is dropped and the counter path takes over; a used script number moves
 // no counter. Empty by default.
-using NumberingScript =
-    std::function<std::optional<std::string>(ManagedObject& object, const std::unordered_set<std::string>& existingNumbers)>;
+using NumberingScript = std::function<std::optional<std::string>(
+    ManagedObject& object, const std::unordered_set<std::string>& existingNumbers)>;
 void setNumberingScript(NumberingScript script);
 
 // The file name and folder of a document's PDF from the patterns "documents.filename"

@@ -29,14 +29,14 @@ std::optional<NumberingKind> kindNamed(const std::string& name) {
 
 const char* resetModeName(NumberResetMode mode) {
     switch (mode) {
-    case NumberResetMode::Year:
-        return "year";
-    case NumberResetMode::Month:
-        return "month";
-    case NumberResetMode::Day:
-        return "day";
-    case NumberResetMode::Never:
-        break;
+        case NumberResetMode::Year:
+            return "year";
+        case NumberResetMode::Month:
+            return "month";
+        case NumberResetMode::Day:
+            return "day";
+        case NumberResetMode::Never:
+            break;
     }
     return "never";
 }

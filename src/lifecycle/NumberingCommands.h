@@ -17,7 +17,7 @@ int showNumber(const std::string& path, const std::string& uid, std::ostream& ou
 // "directory" or "followUpType.<uid>") as JSON, with its preview, counter and reset mode;
 // with `json` set, stores that pattern instead (tokens get a uid; unknown options are
 // refused by name) and saves.
-int pattern(const std::string& path, const std::string& kind, const std::optional<std::string>& json,
-            std::ostream& out, std::ostream& err);
+int pattern(const std::string& path, const std::string& kind, const std::optional<std::string>& json, std::ostream& out,
+            std::ostream& err);
 
 }  // namespace brassline::numbercommands

@@ -40,7 +40,8 @@ const BLContact* clientOf(const BLCost& cost) {
 // (an empty address can still yield its separators).
 std::optional<std::string> addressOf(const BLContact* contact) {
     std::optional<std::string> line = contact != nullptr ? contact->singleLinePostalAddress() : std::nullopt;
-    if (!line || std::none_of(line->begin(), line->end(), [](unsigned char c) { return std::isalnum(c) || c >= 0x80; })) {
+    if (!line ||
+        std::none_of(line->begin(), line->end(), [](unsigned char c) { return std::isalnum(c) || c >= 0x80; })) {
         return std::nullopt;
     }
     return line;

@@ -182,9 +182,9 @@ const icu::RegexPattern* personalNamePattern() {
 const std::set<icu::UnicodeString>& leadingStopWords() {
     static const std::set<icu::UnicodeString> words = [] {
         std::set<icu::UnicodeString> set;
-        for (const char* word : {"der", "die", "das", "den", "dem", "des", "ein", "eine", "einer", "bei", "von",
-                                 "für", "mit", "an", "auf", "the", "a", "an", "at", "by", "for", "from", "with",
-                                 "to", "of", "le", "la", "les", "chez", "il", "el"}) {
+        for (const char* word : {"der",  "die", "das", "den", "dem", "des", "ein",  "eine", "einer", "bei", "von",
+                                 "für",  "mit", "an",  "auf", "the", "a",   "an",   "at",   "by",    "for", "from",
+                                 "with", "to",  "of",  "le",  "la",  "les", "chez", "il",   "el"}) {
             set.insert(icu::UnicodeString::fromUTF8(word));
         }
         return set;
@@ -253,8 +253,8 @@ const icu::RegexPattern* numericDatePattern() {
 
 // International or trunk-prefixed numbers with at least seven digits.
 const icu::RegexPattern* phonePattern() {
-    static const std::unique_ptr<icu::RegexPattern> pattern = compilePattern(
-        "(?<![\\p{L}\\p{N}+])(?:\\+|0)\\d[\\d ()/\\-]{5,18}\\d(?![\\p{L}\\p{N}])");
+    static const std::unique_ptr<icu::RegexPattern> pattern =
+        compilePattern("(?<![\\p{L}\\p{N}+])(?:\\+|0)\\d[\\d ()/\\-]{5,18}\\d(?![\\p{L}\\p{N}])");
     return pattern.get();
 }
 
@@ -298,9 +298,8 @@ icu::UnicodeString monthAlternation() {
         }
     }
     std::vector<icu::UnicodeString> ordered(names.begin(), names.end());
-    std::stable_sort(ordered.begin(), ordered.end(), [](const icu::UnicodeString& a, const icu::UnicodeString& b) {
-        return a.length() > b.length();
-    });
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [](const icu::UnicodeString& a, const icu::UnicodeString& b) { return a.length() > b.length(); });
     icu::UnicodeString alternation;
     for (const icu::UnicodeString& name : ordered) {
         if (!alternation.isEmpty()) {
@@ -318,8 +317,8 @@ icu::UnicodeString monthAlternation() {
 // "12. März": a month name with a day, a year or both.
 const icu::RegexPattern* customDatePattern() {
     static const std::unique_ptr<icu::RegexPattern> pattern = [] {
-        icu::UnicodeString source = icu::UnicodeString::fromUTF8(
-            "(?<![\\p{L}\\p{N}])(?:(\\d{1,2})(?:\\.|er|st|nd|rd|th)?\\s*(?:de\\s+)?)?(?:");
+        icu::UnicodeString source =
+            icu::UnicodeString::fromUTF8("(?<![\\p{L}\\p{N}])(?:(\\d{1,2})(?:\\.|er|st|nd|rd|th)?\\s*(?:de\\s+)?)?(?:");
         source += monthAlternation();
         source += icu::UnicodeString::fromUTF8(
             ")\\.?(?:\\s+(\\d{1,2})(?:st|nd|rd|th)?(?![\\p{L}\\p{N}]),?)?(?:\\s+(?:de\\s+)?(\\d{4}))?"
@@ -426,21 +425,25 @@ void addCountries(std::vector<PlaceHolderToken>& tokens, std::string_view utf8, 
 const icu::RegexPattern* addressPattern() {
     static const std::string streetWords =
         "(?i:straße|strasse|str\\.|weg|gasse|platz|allee|ring|damm|ufer|chaussee|steig|pfad|markt|gässli|bühl)";
-    static const std::unique_ptr<icu::RegexPattern> pattern = compilePattern((
-        "(?<![\\p{L}\\p{N}])(?:"
-        "(?:\\p{Lu}[\\p{L}\\-]*\\s" + streetWords + "|\\p{Lu}\\p{L}*" + streetWords + ")"
-        "\\s?\\d{1,4}\\s?[a-zA-Z]?(?![\\p{L}\\p{N}])"
-        "|\\d{1,5}[a-zA-Z]?\\s+(?:\\p{Lu}[\\p{L}\\-]*\\s+){1,3}(?:Street|St\\.|Road|Rd\\.|Avenue|Ave\\.|Lane|Ln\\.|"
-        "Drive|Boulevard|Blvd\\.|Way|Court|Ct\\.|Place|Square|Terrace|Close|Crescent|Gardens|Hill|Row)"
-        "|\\d{1,4}(?:\\s?bis)?,?\\s(?i:rue|avenue|boulevard|place|chemin|quai|allée|impasse|route)\\s"
-        "(?:(?:de|du|des|la|le|l’|l'|d’|d')\\s?){0,2}\\p{Lu}[\\p{L}\\-]+"
-        ")"
-        "(?:(?:,\\s*|\\s*\\n\\s*)(?:"
-        "(?:[A-Z]{1,2}-)?\\d{4,5}\\s+\\p{Lu}[\\p{L}\\-]+(?:\\s(?:am|an\\sder|im|ob\\sder|bei|sur)\\s\\p{Lu}[\\p{L}\\-]+)?"
-        "|[A-Z]{1,2}\\d[A-Z\\d]?\\s?\\d[A-Z]{2}(?:\\s+\\p{Lu}[\\p{L}\\-]+)?"
-        "|\\p{Lu}[\\p{L}\\-]+(?:\\s\\p{Lu}[\\p{L}\\-]+)?,\\s[A-Z]{2}\\s\\d{5}(?:-\\d{4})?"
-        "|\\p{Lu}[\\p{L}\\-]+\\s+[A-Z]{1,2}\\d[A-Z\\d]?\\s?\\d[A-Z]{2}"
-        "))?").c_str());
+    static const std::unique_ptr<icu::RegexPattern> pattern = compilePattern(
+        ("(?<![\\p{L}\\p{N}])(?:"
+         "(?:\\p{Lu}[\\p{L}\\-]*\\s" +
+         streetWords + "|\\p{Lu}\\p{L}*" + streetWords +
+         ")"
+         "\\s?\\d{1,4}\\s?[a-zA-Z]?(?![\\p{L}\\p{N}])"
+         "|\\d{1,5}[a-zA-Z]?\\s+(?:\\p{Lu}[\\p{L}\\-]*\\s+){1,3}(?:Street|St\\.|Road|Rd\\.|Avenue|Ave\\.|Lane|Ln\\.|"
+         "Drive|Boulevard|Blvd\\.|Way|Court|Ct\\.|Place|Square|Terrace|Close|Crescent|Gardens|Hill|Row)"
+         "|\\d{1,4}(?:\\s?bis)?,?\\s(?i:rue|avenue|boulevard|place|chemin|quai|allée|impasse|route)\\s"
+         "(?:(?:de|du|des|la|le|l’|l'|d’|d')\\s?){0,2}\\p{Lu}[\\p{L}\\-]+"
+         ")"
+         "(?:(?:,\\s*|\\s*\\n\\s*)(?:"
+         "(?:[A-Z]{1,2}-)?\\d{4,5}\\s+\\p{Lu}[\\p{L}\\-]+(?:\\s(?:am|an\\sder|im|ob\\sder|bei|sur)\\s\\p{Lu}[\\p{L}\\-]"
+         "+)?"
+         "|[A-Z]{1,2}\\d[A-Z\\d]?\\s?\\d[A-Z]{2}(?:\\s+\\p{Lu}[\\p{L}\\-]+)?"
+         "|\\p{Lu}[\\p{L}\\-]+(?:\\s\\p{Lu}[\\p{L}\\-]+)?,\\s[A-Z]{2}\\s\\d{5}(?:-\\d{4})?"
+         "|\\p{Lu}[\\p{L}\\-]+\\s+[A-Z]{1,2}\\d[A-Z\\d]?\\s?\\d[A-Z]{2}"
+         "))?")
+            .c_str());
     return pattern.get();
 }
 
@@ -470,9 +473,8 @@ std::vector<PlaceHolderToken> findNamesAndOrganizationsInString(std::string_view
     const IndexedText text(utf8);
     forEachMatch(organizationPattern(), text,
                  [&](icu::RegexMatcher& matcher) { addOrganization(tokens, utf8, text, matcher); });
-    forEachMatch(personalNamePattern(), text, [&](icu::RegexMatcher& matcher) {
-        addGroup(tokens, utf8, text, matcher, 1, kTokenTypePersonalName);
-    });
+    forEachMatch(personalNamePattern(), text,
+                 [&](icu::RegexMatcher& matcher) { addGroup(tokens, utf8, text, matcher, 1, kTokenTypePersonalName); });
     return sortedByStart(std::move(tokens));
 }
 

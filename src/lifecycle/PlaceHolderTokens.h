@@ -17,9 +17,7 @@ struct TextRange {
     size_t length = 0;
 
     size_t end() const { return location + length; }
-    bool intersects(const TextRange& other) const {
-        return location < other.end() && other.location < end();
-    }
+    bool intersects(const TextRange& other) const { return location < other.end() && other.location < end(); }
     bool operator==(const TextRange& other) const = default;
 };
 

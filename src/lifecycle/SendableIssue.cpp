@@ -240,8 +240,7 @@ void endSendInContext(ManagedObjectContext& context, IssueResult& result) {
 }
 
 // The network route. Answers whether the common ending (documentSent) follows.
-bool sendThroughNetwork(const std::vector<BLSendable*>& documents, ManagedObjectContext& context,
-                        IssueResult& result) {
+bool sendThroughNetwork(const std::vector<BLSendable*>& documents, ManagedObjectContext& context, IssueResult& result) {
     IssueHooks& hooks = issueHooks();
     for (BLSendable* document : documents) {
         std::optional<SendPluginInfo> plugin = hooks.sendPlugin ? hooks.sendPlugin(*document) : std::nullopt;
@@ -259,17 +258,15 @@ bool sendThroughNetwork(const std::vector<BLSendable*>& documents, ManagedObject
             const ObjectID id = document->objectID();
             const std::string pluginUid = plugin->uid;
             ManagedObjectContext* owner = &context;
-            hooks.runSendFunction(*document, *plugin,
-                                  [owner, id, pluginUid](std::optional<Value::Dictionary> answer) {
-                                      auto* sent = dynamic_cast<BLSendable*>(owner->objectWithID(id));
-                                      if (sent == nullptr) {
-                                          return;
-                                      }
-                                      if (std::optional<IssueAlert> alert =
-                                              applyNetworkSendResult(*sent, pluginUid, answer)) {
-                                          tell(*alert);
-                                      }
-                                  });
+            hooks.runSendFunction(*document, *plugin, [owner, id, pluginUid](std::optional<Value::Dictionary> answer) {
+                auto* sent = dynamic_cast<BLSendable*>(owner->objectWithID(id));
+                if (sent == nullptr) {
+                    return;
+                }
+                if (std::optional<IssueAlert> alert = applyNetworkSendResult(*sent, pluginUid, answer)) {
+                    tell(*alert);
+                }
+            });
             result.networkPending = true;
             return false;
         }
@@ -308,16 +305,16 @@ void installIssueHooks() {
 
 const char* sendRouteName(SendRoute route) {
     switch (route) {
-    case SendRoute::Mail:
-        return "mail";
-    case SendRoute::Print:
-        return "print";
-    case SendRoute::Save:
-        return "save";
-    case SendRoute::Network:
-        return "network";
-    case SendRoute::Cancel:
-        break;
+        case SendRoute::Mail:
+            return "mail";
+        case SendRoute::Print:
+            return "print";
+        case SendRoute::Save:
+            return "save";
+        case SendRoute::Network:
+            return "network";
+        case SendRoute::Cancel:
+            break;
     }
     return "cancel";
 }
@@ -333,16 +330,16 @@ std::optional<SendRoute> parseSendRoute(std::string_view text) {
 
 SendButtons defaultSendButtons(BLSendable& sendable) {
     switch (sendable.currentDeliveryType()) {
-    case 1:
-        return buttonsFor(SendRoute::Mail, "its last delivery was by mail");
-    case 2:
-        return buttonsFor(SendRoute::Print, "its last delivery was printed");
-    case 3:
-        return buttonsFor(SendRoute::Save, "its last delivery was saved");
-    case 4:
-        return buttonsFor(SendRoute::Network, "its last delivery went through the network");
-    default:
-        break;
+        case 1:
+            return buttonsFor(SendRoute::Mail, "its last delivery was by mail");
+        case 2:
+            return buttonsFor(SendRoute::Print, "its last delivery was printed");
+        case 3:
+            return buttonsFor(SendRoute::Save, "its last delivery was saved");
+        case 4:
+            return buttonsFor(SendRoute::Network, "its last delivery went through the network");
+        default:
+            break;
     }
     BLClient* client = sendable.client();
     if (client == nullptr) {
@@ -370,9 +367,9 @@ SendButtons defaultSendButtons(BLSendable& sendable) {
             if (count > 0) {
                 // The average of the types: mostly printed (2) or saved (3) chooses print.
                 const bool print = static_cast<double>(sum) / static_cast<double>(count) > 1.5;
-                return buttonsFor(print ? SendRoute::Print : SendRoute::Mail,
-                                  "the client's earlier documents were mostly " +
-                                      std::string(print ? "printed or saved" : "mailed"));
+                return buttonsFor(
+                    print ? SendRoute::Print : SendRoute::Mail,
+                    "the client's earlier documents were mostly " + std::string(print ? "printed or saved" : "mailed"));
             }
         }
     }
@@ -399,13 +396,13 @@ SendSheet startIssue(const std::vector<BLSendable*>& documents) {
     if (hooks.checkServiceIsRunning) {
         if (std::optional<ServiceProblem> problem = hooks.checkServiceIsRunning(first)) {
             if (problem->kind == ServiceProblem::Kind::NoInternet) {
-                sheet.alert = IssueAlert{"No Internet Connection",
-                                         "An internet connection is required for sending documents.", {}};
+                sheet.alert = IssueAlert{
+                    "No Internet Connection", "An internet connection is required for sending documents.", {}};
             } else if (problem->kind == ServiceProblem::Kind::NotRunning) {
-                sheet.alert = IssueAlert{formatMessage("%@ not running", problem->serviceName),
-                                         formatMessage("Please make sure %@ is running before sending documents.",
-                                                       problem->serviceName),
-                                         {}};
+                sheet.alert = IssueAlert{
+                    formatMessage("%@ not running", problem->serviceName),
+                    formatMessage("Please make sure %@ is running before sending documents.", problem->serviceName),
+                    {}};
             }
             return sheet;
         }
@@ -492,52 +489,54 @@ IssueResult issueDocuments(const IssueRequest& request) {
     IssueHooks& hooks = issueHooks();
     bool commonEnding = true;
     switch (request.route) {
-    case SendRoute::Mail:
-        for (BLSendable* document : documents) {
-            if (hooks.addToSepaQueue) {
-                hooks.addToSepaQueue(*document);
+        case SendRoute::Mail:
+            for (BLSendable* document : documents) {
+                if (hooks.addToSepaQueue) {
+                    hooks.addToSepaQueue(*document);
+                }
+                if (!hooks.createMail) {
+                    result.notes.push_back("No mail service is installed: " + BLBase::fixedAttribute(document->name()) +
+                                           " is issued but was not mailed.");
+                } else if (!hooks.createMail(*document)) {
+                    result.notes.push_back("The mail for " + BLBase::fixedAttribute(document->name()) +
+                                           " was not made.");
+                }
             }
-            if (!hooks.createMail) {
-                result.notes.push_back("No mail service is installed: " +
-                                       BLBase::fixedAttribute(document->name()) + " is issued but was not mailed.");
-            } else if (!hooks.createMail(*document)) {
-                result.notes.push_back("The mail for " + BLBase::fixedAttribute(document->name()) + " was not made.");
+            break;
+        case SendRoute::Print:
+            // A print that is cancelled or can't be made leaves the documents issued, without
+            // a SEPA entry, delivery type or "documentSent".
+            if (!hooks.print || !hooks.print(documents)) {
+                result.notes.push_back(hooks.print
+                                           ? "The print was cancelled: the documents are issued."
+                                           : "No printing is installed: the documents are issued but not printed.");
+                closeGroup();
+                endSendInContext(*context, result);
+                return result;
             }
-        }
-        break;
-    case SendRoute::Print:
-        // A print that is cancelled or can't be made leaves the documents issued, without
-        // a SEPA entry, delivery type or "documentSent".
-        if (!hooks.print || !hooks.print(documents)) {
-            result.notes.push_back(hooks.print ? "The print was cancelled: the documents are issued."
-                                               : "No printing is installed: the documents are issued but not printed.");
-            closeGroup();
-            endSendInContext(*context, result);
-            return result;
-        }
-        for (BLSendable* document : documents) {
-            if (hooks.addToSepaQueue) {
-                hooks.addToSepaQueue(*document);
+            for (BLSendable* document : documents) {
+                if (hooks.addToSepaQueue) {
+                    hooks.addToSepaQueue(*document);
+                }
+                document->setDeliveryType(int16_t{2});
             }
-            document->setDeliveryType(int16_t{2});
-        }
-        break;
-    case SendRoute::Save:
-        for (BLSendable* document : documents) {
-            if (hooks.addToSepaQueue) {
-                hooks.addToSepaQueue(*document);
+            break;
+        case SendRoute::Save:
+            for (BLSendable* document : documents) {
+                if (hooks.addToSepaQueue) {
+                    hooks.addToSepaQueue(*document);
+                }
+                document->setDeliveryType(int16_t{3});
+                if (hooks.saveElectronicInvoice) {
+                    hooks.saveElectronicInvoice(*document);
+                }
             }
-            document->setDeliveryType(int16_t{3});
-            if (hooks.saveElectronicInvoice) {
-                hooks.saveElectronicInvoice(*document);
-            }
-        }
-        break;
-    case SendRoute::Network:
-        commonEnding = sendThroughNetwork(documents, *context, result);
-        break;
-    case SendRoute::Cancel:
-        break;
+            break;
+        case SendRoute::Network:
+            commonEnding = sendThroughNetwork(documents, *context, result);
+            break;
+        case SendRoute::Cancel:
+            break;
     }
     // The command line has no later autosave: the delivery types set above are saved with
     // the issue rather than after it.

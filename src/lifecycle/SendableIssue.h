@@ -104,9 +104,9 @@ struct SendSheet {
     std::optional<IssueAlert> alert;  // Why it stopped, when the user is told.
     Date date;
     int64_t payInterval = 30;
-    bool dateEditable = true;          // False for a re-send: only the send buttons.
+    bool dateEditable = true;  // False for a re-send: only the send buttons.
     bool prePaymentsWarning = false;
-    std::string intervalLabel;         // "validity" for an estimate.
+    std::string intervalLabel;  // "validity" for an estimate.
     SendButtons buttons;
 };
 
@@ -123,11 +123,11 @@ struct IssueRequest {
 };
 
 struct [[nodiscard]] IssueResult {
-    bool issued = false;                // Numbers, dates and storage are in place.
-    std::string message;                // Why it failed, when it did.
-    std::vector<std::string> numbers;   // Numbers drawn by this issue, in list order.
-    std::vector<std::string> notes;     // Delivery steps that were not made.
-    bool networkPending = false;        // A send function runs; its result comes later.
+    bool issued = false;               // Numbers, dates and storage are in place.
+    std::string message;               // Why it failed, when it did.
+    std::vector<std::string> numbers;  // Numbers drawn by this issue, in list order.
+    std::vector<std::string> notes;    // Delivery steps that were not made.
+    bool networkPending = false;       // A send function runs; its result comes later.
     bool saved = false;
 };
 

@@ -1,11 +1,11 @@
 #include "lifecycle/Substitution.h"
 
+#include <cctype>
+#include <memory>
+
 #include <unicode/locid.h>
 #include <unicode/rbnf.h>
 #include <unicode/unistr.h>
-
-#include <cctype>
-#include <memory>
 
 #include "core/Localization.h"
 #include "core/Log.h"
@@ -113,7 +113,7 @@ std::vector<std::string> substitutionFields(const ManagedObject& object) {
     if (dynamic_cast<const BLContact*>(&object) == nullptr) {
         return {};
     }
-    std::vector<std::string> fields = {"formattedName", "title",     "firstName", "lastName",
+    std::vector<std::string> fields = {"formattedName", "title",       "firstName", "lastName",
                                        "middleName",    "phoneNumber", "email"};
     if (dynamic_cast<const BLTeamMember*>(&object) != nullptr) {
         fields.emplace_back("signature");
@@ -122,12 +122,41 @@ std::vector<std::string> substitutionFields(const ManagedObject& object) {
 }
 
 const std::vector<std::string>& contactSubstitutionKeys() {
-    static const std::vector<std::string> keys = {
-        "formattedAddress", "formattedCompanyAddress", "organizationOrName", "formattedName", "organization",
-        "department", "title", "firstname", "middlename", "lastname", "firstName", "middleName", "lastName",
-        "salutation", "street", "state", "zip", "city", "email", "phoneNumber", "country", "VATID", "taxNumber",
-        "clientid", "clientID", "IBAN", "BIC", "SEPACreditorID", "SEPAMandateID", "countryCode", "rate", "notes",
-        "termDays", "paymentType", "signature"};
+    static const std::vector<std::string> keys = {"formattedAddress",
+                                                  "formattedCompanyAddress",
+                                                  "organizationOrName",
+                                                  "formattedName",
+                                                  "organization",
+                                                  "department",
+                                                  "title",
+                                                  "firstname",
+                                                  "middlename",
+                                                  "lastname",
+                                                  "firstName",
+                                                  "middleName",
+                                                  "lastName",
+                                                  "salutation",
+                                                  "street",
+                                                  "state",
+                                                  "zip",
+                                                  "city",
+                                                  "email",
+                                                  "phoneNumber",
+                                                  "country",
+                                                  "VATID",
+                                                  "taxNumber",
+                                                  "clientid",
+                                                  "clientID",
+                                                  "IBAN",
+                                                  "BIC",
+                                                  "SEPACreditorID",
+                                                  "SEPAMandateID",
+                                                  "countryCode",
+                                                  "rate",
+                                                  "notes",
+                                                  "termDays",
+                                                  "paymentType",
+                                                  "signature"};
     return keys;
 }
 
@@ -143,8 +172,8 @@ void put(Dict& dictionary, const std::string& key, const std::optional<std::stri
     dictionary.insert_or_assign(key, Value(BLBase::fixedAttribute(text)));
 }
 
-void putDate(Dict& dictionary, const std::string& key, const std::optional<Date>& date, const ValueTransformer* transformer,
-             const char* missing = "") {
+void putDate(Dict& dictionary, const std::string& key, const std::optional<Date>& date,
+             const ValueTransformer* transformer, const char* missing = "") {
     Value text = date && transformer != nullptr ? transformer->transformedValue(Value(*date)) : Value();
     dictionary.insert_or_assign(key, text.string() ? text : Value(missing));
 }
@@ -332,7 +361,8 @@ void blankByPreferences(Dict& d, BLCost& cost, const Decimal& quantity) {
         }
     }
     bool hideZero = preferenceIsOn(cost, "items.hideZeroQuantityOption") && quantity.isZeroAsFloat();
-    bool hideOne = preferenceIsOn(cost, "items.hideOneQuantityOption") && quantity == Decimal::one() && !cost.hasTimeUnit();
+    bool hideOne =
+        preferenceIsOn(cost, "items.hideOneQuantityOption") && quantity == Decimal::one() && !cost.hasTimeUnit();
     if (hideZero || hideOne) {
         for (const char* key : {"qty", "quantity", "shortquantity"}) {
             d[key] = "";
@@ -443,11 +473,11 @@ Dict paymentDictionary(BLPayment& payment) {
     auto* invoice = dynamic_cast<BLSendable*>(payment.parentDocument());
     SubstitutionFormats formats = SubstitutionFormats::forDocument(invoice);
     Dict d = baseDictionary(payment);
-    addEntriesFromDictionary(d, languageDictionary(payment.contact() != nullptr ? payment.contact()->language() : nullptr),
-                             "language");
-    for (const char* key : {"amount", "gross", "net", "cost", "unitPrice", "taxes", "taxPercentage", "taxnames", "rate",
-                            "unit", "discount", "slip", "shortquantity", "quantity", "qty", "index", "fullindex",
-                            "weight"}) {
+    addEntriesFromDictionary(
+        d, languageDictionary(payment.contact() != nullptr ? payment.contact()->language() : nullptr), "language");
+    for (const char* key :
+         {"amount", "gross", "net", "cost", "unitPrice", "taxes", "taxPercentage", "taxnames", "rate", "unit",
+          "discount", "slip", "shortquantity", "quantity", "qty", "index", "fullindex", "weight"}) {
         d[key] = "";
     }
     std::optional<Decimal> amount = payment.amount();
@@ -460,7 +490,8 @@ Dict paymentDictionary(BLPayment& payment) {
     put(d, "description", payment.notes());
     putDate(d, "date", payment.dateCreation(), formats.date);
     addTimeKeys(d, payment, formats);
-    putDate(d, "document.sent", invoice != nullptr ? invoice->dateSent() : std::nullopt, formats.date, kMissingValueSign);
+    putDate(d, "document.sent", invoice != nullptr ? invoice->dateSent() : std::nullopt, formats.date,
+            kMissingValueSign);
     putDate(d, "document.due", invoice != nullptr ? invoice->dateDue() : std::nullopt, formats.date, kMissingValueSign);
     return d;
 }
@@ -487,7 +518,8 @@ SubstitutionDictionary substitutionDictionary(const BLTaxDetails& details) {
 
 SubstitutionDictionary substitutionDictionaryForDocument(ManagedObject& object, BLSendable* document) {
     if (auto* sendable = dynamic_cast<BLSendable*>(&object)) {
-        if (std::optional<SubstitutionDictionary> cached = BLSubstitutionCache::sharedCache().substitionsForDocument(*sendable)) {
+        if (std::optional<SubstitutionDictionary> cached =
+                BLSubstitutionCache::sharedCache().substitionsForDocument(*sendable)) {
             return *cached;
         }
         SubstitutionDictionary built = buildDocumentSubstitutionDictionary(*sendable);
@@ -496,7 +528,8 @@ SubstitutionDictionary substitutionDictionaryForDocument(ManagedObject& object, 
     }
     if (auto* contact = dynamic_cast<BLContact*>(&object)) {
         auto* ownerDocument = dynamic_cast<BLSendable*>(contact->parentDocument());
-        return contactDictionary(*contact, SubstitutionFormats::forDocument(document != nullptr ? document : ownerDocument));
+        return contactDictionary(*contact,
+                                 SubstitutionFormats::forDocument(document != nullptr ? document : ownerDocument));
     }
     if (auto* currency = dynamic_cast<BLCurrency*>(&object)) {
         return currencyDictionary(*currency);

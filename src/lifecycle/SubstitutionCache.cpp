@@ -40,9 +40,8 @@ void BLSubstitutionCache::setSubstitions(const SubstitutionDictionary& dictionar
     if (found != m_cache.end()) {
         RunLoop::main().cancel(found->second.expiry);
     }
-    RunLoop::TimerId expiry = RunLoop::main().performAfterDelay(kExpirySeconds, [key = *uid]() {
-        sharedCache().m_cache.erase(key);
-    });
+    RunLoop::TimerId expiry =
+        RunLoop::main().performAfterDelay(kExpirySeconds, [key = *uid]() { sharedCache().m_cache.erase(key); });
     m_cache.insert_or_assign(*uid, Entry{dictionary, expiry});
 }
 

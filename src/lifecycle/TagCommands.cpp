@@ -6,8 +6,8 @@
 
 #include "core/Value.h"
 #include "lifecycle/BLLayoutTags.h"
-#include "lifecycle/CommandSupport.h"
 #include "lifecycle/BLPlaceHolderWrapper.h"
+#include "lifecycle/CommandSupport.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLContainer.h"
 #include "model/entities/BLSendable.h"
@@ -89,7 +89,8 @@ int placeholders(const std::string& path, const std::string& uid, bool json, std
     }
     std::vector<BLBase*> objects = {sendable};
     collectItems(*sendable, objects);
-    const std::vector<BLPlaceHolderWrapper> wrappers = BLPlaceHolderWrapper::wrappersForManagedObjects(objects, sendable);
+    const std::vector<BLPlaceHolderWrapper> wrappers =
+        BLPlaceHolderWrapper::wrappersForManagedObjects(objects, sendable);
     Value::Array records;
     for (const BLPlaceHolderWrapper& wrapper : wrappers) {
         const std::string text = wrapper.text();

@@ -48,16 +48,24 @@ const std::map<std::string, OptionLists, std::less<>>& allLists() {
                                   {"autoincrement", counters("ZPAutoIncrement", true)},
                                   {"clientid", {"ZPClientID"}},
                                   {"client", {"ZPClientName", "ZPFullClientName"}}};
-        std::vector<std::string> discounts = {"ZPCashDiscount1", "ZPCashDiscount2", "ZPCashDiscount3",
-                                              "ZPCashDiscount4", "ZPCashDiscount5", "-",
-                                              "ZPCustomCashDiscount1", "ZPCustomCashDiscount2",
-                                              "ZPCustomCashDiscount3"};
-        std::vector<std::string> amounts = {"ZPAmount", "ZPAmount1", "ZPAmount2", "ZPAmount3", "ZPAmount4",
-                                            "ZPAmount5", "-", "ZPCustomCashDiscountAmount1",
-                                            "ZPCustomCashDiscountAmount2", "ZPCustomCashDiscountAmount3"};
+        std::vector<std::string> discounts = {
+            "ZPCashDiscount1",       "ZPCashDiscount2",       "ZPCashDiscount3",
+            "ZPCashDiscount4",       "ZPCashDiscount5",       "-",
+            "ZPCustomCashDiscount1", "ZPCustomCashDiscount2", "ZPCustomCashDiscount3"};
+        std::vector<std::string> amounts = {"ZPAmount",
+                                            "ZPAmount1",
+                                            "ZPAmount2",
+                                            "ZPAmount3",
+                                            "ZPAmount4",
+                                            "ZPAmount5",
+                                            "-",
+                                            "ZPCustomCashDiscountAmount1",
+                                            "ZPCustomCashDiscountAmount2",
+                                            "ZPCustomCashDiscountAmount3"};
         made["conditions"] = {
-            {"due", {"ZPCashDiscountDate", "-", "ZPCashDiscountDate3", "ZPCashDiscountDate5", "ZPCashDiscountDate7",
-                     "ZPCashDiscountDate10", "ZPCashDiscountDate14", "-", "ZPCashDiscountDateInBetween"}},
+            {"due",
+             {"ZPCashDiscountDate", "-", "ZPCashDiscountDate3", "ZPCashDiscountDate5", "ZPCashDiscountDate7",
+              "ZPCashDiscountDate10", "ZPCashDiscountDate14", "-", "ZPCashDiscountDateInBetween"}},
             {"amount", amounts},
             {"amountdue", discounts},
             {"currency", {"ZPCurrency", "ZPCurrencyShortName", "ZPCurrencySymbol"}},
@@ -106,7 +114,7 @@ std::vector<std::string> tokenFieldTags(std::string_view field) {
     }
     if (field == "path") {
         return {"number", "amount", "currency", "amountdue", "client", "project", "reference", "subject",
-                "label", "layout", "clientid", "year", "month", "day", "/"};
+                "label",  "layout", "clientid", "year",      "month",  "day",     "/"};
     }
     return {};
 }
@@ -132,9 +140,8 @@ bool addTokens(NumberPattern& field, NumberPattern added, size_t index) {
     // The other kind goes after the add, so `index` counts in the field as it was.
     if (addsCounter || addsAuto) {
         const char* excluded = addsCounter ? "autoincrement" : "increment";
-        std::erase_if(field, [excluded](const PatternElement& element) {
-            return element.isToken && element.field == excluded;
-        });
+        std::erase_if(
+            field, [excluded](const PatternElement& element) { return element.isToken && element.field == excluded; });
     }
     return true;
 }

@@ -60,8 +60,7 @@ std::vector<BLTranscript*> sortedTranscripts(ManagedObjectContext& context, cons
     return result;
 }
 
-TranscriptExport exportTranscripts(ManagedObjectContext& context, const std::string& parent,
-                                   const std::string& name) {
+TranscriptExport exportTranscripts(ManagedObjectContext& context, const std::string& parent, const std::string& name) {
     TranscriptExport result;
     const std::string folderName = name.empty() ? localizedString("Transcript") : name;
     if (folderName.find('/') != std::string::npos || folderName == "." || folderName == "..") {

@@ -11,25 +11,38 @@ namespace brassline {
 
 std::string_view attributeTypeName(AttributeType type) {
     switch (type) {
-    case AttributeType::String: return "string";
-    case AttributeType::Decimal: return "decimal";
-    case AttributeType::Date: return "date";
-    case AttributeType::Data: return "data";
-    case AttributeType::Bool: return "bool";
-    case AttributeType::Int16: return "int16";
-    case AttributeType::Int32: return "int32";
-    case AttributeType::Int64: return "int64";
-    case AttributeType::Double: return "double";
+        case AttributeType::String:
+            return "string";
+        case AttributeType::Decimal:
+            return "decimal";
+        case AttributeType::Date:
+            return "date";
+        case AttributeType::Data:
+            return "data";
+        case AttributeType::Bool:
+            return "bool";
+        case AttributeType::Int16:
+            return "int16";
+        case AttributeType::Int32:
+            return "int32";
+        case AttributeType::Int64:
+            return "int64";
+        case AttributeType::Double:
+            return "double";
     }
     return "?";
 }
 
 std::string_view deleteRuleName(DeleteRule rule) {
     switch (rule) {
-    case DeleteRule::Nullify: return "nullify";
-    case DeleteRule::Cascade: return "cascade";
-    case DeleteRule::Deny: return "deny";
-    case DeleteRule::NoAction: return "noAction";
+        case DeleteRule::Nullify:
+            return "nullify";
+        case DeleteRule::Cascade:
+            return "cascade";
+        case DeleteRule::Deny:
+            return "deny";
+        case DeleteRule::NoAction:
+            return "noAction";
     }
     return "?";
 }
@@ -142,7 +155,8 @@ const EntityDescription* ManagedObjectModel::entityNamed(std::string_view name) 
 
 EntityDescription& ManagedObjectModel::addEntity(std::string name, std::string className, std::string superName,
                                                  bool isAbstract, EntityDescription::Factory factory) {
-    auto entity = std::make_unique<EntityDescription>(*this, std::move(name), std::move(className), isAbstract, factory);
+    auto entity =
+        std::make_unique<EntityDescription>(*this, std::move(name), std::move(className), isAbstract, factory);
     entity->m_index = static_cast<uint32_t>(m_entities.size());
     entity->m_superName = std::move(superName);
     EntityDescription& result = *entity;

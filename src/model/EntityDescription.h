@@ -34,8 +34,8 @@ using DerivedGetter = Value (*)(const ManagedObject& object);
 struct AttributeDescription {
     std::string name;
     AttributeType type = AttributeType::String;
-    bool isTransient = false;  // Kept in memory only: never saved, never tracked as a change.
-    uint16_t slot = 0;         // Index among the object's attribute slots (inherited first).
+    bool isTransient = false;                   // Kept in memory only: never saved, never tracked as a change.
+    uint16_t slot = 0;                          // Index among the object's attribute slots (inherited first).
     const EntityDescription* entity = nullptr;  // The declaring entity.
     PropertySetter setter = nullptr;
 };

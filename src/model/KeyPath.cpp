@@ -111,10 +111,12 @@ KeyPath KeyPath::parse(std::string_view text) {
     size_t start = 0;
     while (start <= text.size()) {
         size_t dot = text.find('.', start);
-        std::string_view part = text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start);
+        std::string_view part =
+            text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start);
         part = trimmed(part);
         if (part.empty()) {
-            path.m_error = "empty key at position " + std::to_string(start) + " of key path \"" + std::string(text) + "\"";
+            path.m_error =
+                "empty key at position " + std::to_string(start) + " of key path \"" + std::string(text) + "\"";
             path.m_segments.clear();
             return path;
         }

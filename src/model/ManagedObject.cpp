@@ -84,22 +84,22 @@ Value ManagedObject::valueForKey(std::string_view key) const {
         return valueForUndefinedKey(key);
     }
     switch (property->kind) {
-    case EntityDescription::Property::Kind::Attribute:
-        fireDataFault(property->attribute->slot);
-        return m_values[property->attribute->slot];
-    case EntityDescription::Property::Kind::ToOne:
-        return Value(static_cast<Object*>(m_toOne[property->relationship->slot]));
-    case EntityDescription::Property::Kind::ToMany: {
-        const auto& objects = m_toMany[property->relationship->slot];
-        Value::Array array;
-        array.reserve(objects.size());
-        for (ManagedObject* object : objects) {
-            array.emplace_back(static_cast<Object*>(object));
+        case EntityDescription::Property::Kind::Attribute:
+            fireDataFault(property->attribute->slot);
+            return m_values[property->attribute->slot];
+        case EntityDescription::Property::Kind::ToOne:
+            return Value(static_cast<Object*>(m_toOne[property->relationship->slot]));
+        case EntityDescription::Property::Kind::ToMany: {
+            const auto& objects = m_toMany[property->relationship->slot];
+            Value::Array array;
+            array.reserve(objects.size());
+            for (ManagedObject* object : objects) {
+                array.emplace_back(static_cast<Object*>(object));
+            }
+            return Value(std::move(array));
         }
-        return Value(std::move(array));
-    }
-    case EntityDescription::Property::Kind::Derived:
-        return property->getter(*this);
+        case EntityDescription::Property::Kind::Derived:
+            return property->getter(*this);
     }
     return Value();
 }
@@ -238,9 +238,9 @@ void ManagedObject::removeObserver(uint64_t token) {
         return;
     }
     auto& entries = found->second;
-    entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                 [token](const auto& entry) { return entry.token == token; }),
-                  entries.end());
+    entries.erase(
+        std::remove_if(entries.begin(), entries.end(), [token](const auto& entry) { return entry.token == token; }),
+        entries.end());
     if (entries.empty()) {
         m_context->m_observers.erase(found);
         m_isObserved = false;
@@ -250,7 +250,8 @@ void ManagedObject::removeObserver(uint64_t token) {
 // State.
 
 bool ManagedObject::isInserted() const {
-    return (m_stateFlags & ManagedObjectContext::kInserted) != 0 && (m_stateFlags & ManagedObjectContext::kDeleted) == 0;
+    return (m_stateFlags & ManagedObjectContext::kInserted) != 0 &&
+           (m_stateFlags & ManagedObjectContext::kDeleted) == 0;
 }
 
 bool ManagedObject::isDeleted() const {
@@ -480,7 +481,8 @@ void ManagedObject::storeToOne(const RelationshipDescription& relationship, Mana
     }
 }
 
-void ManagedObject::storeToManyInsert(const RelationshipDescription& relationship, ManagedObject* target, size_t index) {
+void ManagedObject::storeToManyInsert(const RelationshipDescription& relationship, ManagedObject* target,
+                                      size_t index) {
     auto& objects = m_toMany[relationship.slot];
     if (m_context != nullptr) {
         ChangeState& state = changeState();
@@ -606,7 +608,8 @@ void ManagedObject::attachInverse(const RelationshipDescription& relationship, M
 void ManagedObject::setToOneObject(const RelationshipDescription& relationship, ManagedObject* target) {
     fireFault();
     if (relationship.isToMany) {
-        setRelationshipObjects(relationship, target ? std::vector<ManagedObject*>{target} : std::vector<ManagedObject*>{});
+        setRelationshipObjects(relationship,
+                               target ? std::vector<ManagedObject*>{target} : std::vector<ManagedObject*>{});
         return;
     }
     ManagedObject* old = m_toOne[relationship.slot];
@@ -865,62 +868,62 @@ bool coerce(AttributeType type, Value& value) {
     }
     const bool isText = value.string() != nullptr;
     switch (type) {
-    case AttributeType::String:
-        return isText;
-    case AttributeType::Date:
-        return value.date() != nullptr;
-    case AttributeType::Data:
-        return value.bytes() != nullptr;
-    case AttributeType::Decimal:
-        if (value.decimal() != nullptr) {
-            return true;
-        }
-        if (isText) {
-            std::optional<Decimal> parsed = Decimal::parse(*value.string());
-            if (!parsed) {
+        case AttributeType::String:
+            return isText;
+        case AttributeType::Date:
+            return value.date() != nullptr;
+        case AttributeType::Data:
+            return value.bytes() != nullptr;
+        case AttributeType::Decimal:
+            if (value.decimal() != nullptr) {
+                return true;
+            }
+            if (isText) {
+                std::optional<Decimal> parsed = Decimal::parse(*value.string());
+                if (!parsed) {
+                    return false;
+                }
+                value = Value(*parsed);
+                return true;
+            }
+            if (!value.isNumber()) {
                 return false;
             }
-            value = Value(*parsed);
+            value = Value(value.toDecimal());
+            return true;
+        case AttributeType::Bool:
+            if (!value.isNumber() && !isText) {
+                return false;
+            }
+            value = Value(value.toBool());
+            return true;
+        case AttributeType::Int16:
+        case AttributeType::Int32:
+        case AttributeType::Int64: {
+            if (isText && !Decimal::parse(*value.string())) {
+                return false;
+            }
+            if (!value.isNumber() && !isText) {
+                return false;
+            }
+            int64_t number = value.toInt64();
+            if (type == AttributeType::Int16) {
+                number = static_cast<int16_t>(number);
+            } else if (type == AttributeType::Int32) {
+                number = static_cast<int32_t>(number);
+            }
+            value = Value(number);
             return true;
         }
-        if (!value.isNumber()) {
-            return false;
-        }
-        value = Value(value.toDecimal());
-        return true;
-    case AttributeType::Bool:
-        if (!value.isNumber() && !isText) {
-            return false;
-        }
-        value = Value(value.toBool());
-        return true;
-    case AttributeType::Int16:
-    case AttributeType::Int32:
-    case AttributeType::Int64: {
-        if (isText && !Decimal::parse(*value.string())) {
-            return false;
-        }
-        if (!value.isNumber() && !isText) {
-            return false;
-        }
-        int64_t number = value.toInt64();
-        if (type == AttributeType::Int16) {
-            number = static_cast<int16_t>(number);
-        } else if (type == AttributeType::Int32) {
-            number = static_cast<int32_t>(number);
-        }
-        value = Value(number);
-        return true;
-    }
-    case AttributeType::Double:
-        if (isText && !Decimal::parse(*value.string())) {
-            return false;
-        }
-        if (!value.isNumber() && !isText) {
-            return false;
-        }
-        value = Value(value.toDouble());
-        return true;
+        case AttributeType::Double:
+            if (isText && !Decimal::parse(*value.string())) {
+                return false;
+            }
+            if (!value.isNumber() && !isText) {
+                return false;
+            }
+            value = Value(value.toDouble());
+            return true;
     }
     return false;
 }

@@ -59,6 +59,7 @@ public:
             return old;
         }
         bool operator==(const Iterator& other) const { return m_it == other.m_it; }
+
     private:
         std::vector<ManagedObject*>::const_iterator m_it;
     };
@@ -169,12 +170,13 @@ public:
                                            size_t index);
     void removeObjectFromRelationshipAtIndex(const RelationshipDescription& relationship, size_t index);
     void moveObjectInRelationship(const RelationshipDescription& relationship, size_t from, size_t to);
-    void setRelationshipObjects(const RelationshipDescription& relationship, const std::vector<ManagedObject*>& targets);
+    void setRelationshipObjects(const RelationshipDescription& relationship,
+                                const std::vector<ManagedObject*>& targets);
 
 protected:
     // For generated accessors: slot-indexed, no lookup.
     const Value& attributeSlot(uint16_t slot) const;
-    void setAttributeSlot(uint16_t slot, Value value);            // Primitive.
+    void setAttributeSlot(uint16_t slot, Value value);             // Primitive.
     void setAttributeSlotWithNotices(uint16_t slot, Value value);  // Notices + primitive.
     ManagedObject* toOneSlot(uint16_t slot) const;
     const std::vector<ManagedObject*>& toManySlot(uint16_t slot) const;

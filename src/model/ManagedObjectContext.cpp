@@ -322,8 +322,8 @@ bool ManagedObjectContext::canDelete(ManagedObject& object, std::vector<ManagedO
             bool holds = relationship->isToMany ? !object.toManyObjects(*relationship).empty()
                                                 : object.toOneObject(*relationship) != nullptr;
             if (holds) {
-                std::string reason = "Cannot delete " + object.entityName() + ": " + relationship->name +
-                                     " still holds objects";
+                std::string reason =
+                    "Cannot delete " + object.entityName() + ": " + relationship->name + " still holds objects";
                 logMessage("%@", reason);
                 if (error != nullptr) {
                     *error = reason;
@@ -416,8 +416,8 @@ void ManagedObjectContext::markUndeleted(ManagedObject& object, bool registerUnd
     if (!object.isDeleted()) {
         return;
     }
-    auto buried = std::find_if(m_graveyard.begin(), m_graveyard.end(),
-                               [&](const auto& owned) { return owned.get() == &object; });
+    auto buried =
+        std::find_if(m_graveyard.begin(), m_graveyard.end(), [&](const auto& owned) { return owned.get() == &object; });
     if (buried != m_graveyard.end()) {
         // The deletion was saved: the object comes back as a new one.
         m_objectsByNumber.emplace(object.m_number, std::move(*buried));
@@ -710,7 +710,8 @@ void ManagedObjectContext::fulfillFault(ManagedObject& object) {
         object.m_dataFaults = source.m_dataFaults;
         for (size_t i = 0; i < source.m_toOne.size(); ++i) {
             ManagedObject* target = source.m_toOne[i];
-            object.m_toOne[i] = target != nullptr && !target->isDeleted() ? childObjectForParentObject(*target) : nullptr;
+            object.m_toOne[i] =
+                target != nullptr && !target->isDeleted() ? childObjectForParentObject(*target) : nullptr;
         }
         for (size_t i = 0; i < source.m_toMany.size(); ++i) {
             auto& targets = object.m_toMany[i];

@@ -171,10 +171,10 @@ private:
 
     std::unordered_map<int64_t, std::unique_ptr<ManagedObject>> m_objectsByNumber;
     std::vector<std::vector<ManagedObject*>> m_objectsByEntity;  // Live objects, by entity index.
-    UidIndex m_uidIndex;  // By uidHash.
-    std::vector<ManagedObject*> m_pendingObjects;  // Some state flag set since the last save.
-    std::vector<ManagedObject*> m_eventObjects;    // Some event flag set since the last event.
-    std::vector<std::unique_ptr<ManagedObject>> m_graveyard;  // Saved deletions undo may revive.
+    UidIndex m_uidIndex;                                         // By uidHash.
+    std::vector<ManagedObject*> m_pendingObjects;                // Some state flag set since the last save.
+    std::vector<ManagedObject*> m_eventObjects;                  // Some event flag set since the last event.
+    std::vector<std::unique_ptr<ManagedObject>> m_graveyard;     // Saved deletions undo may revive.
     std::vector<ManagedObject*> m_loadedObjects;
     bool m_processRequested = false;
     bool m_isProcessing = false;

@@ -6,7 +6,7 @@
 namespace brassline {
 
 std::optional<Value> PersistentStore::loadDataValue(const EntityDescription& entity, int64_t number,
-                                                   const AttributeDescription& attribute, std::string* error) {
+                                                    const AttributeDescription& attribute, std::string* error) {
     (void)number;
     if (error != nullptr) {
         *error = "the store left no value of " + entity.name() + "." + attribute.name + " behind";

@@ -1,9 +1,9 @@
 #include "model/Predicate.h"
 
+#include <cstring>
+
 #include <unicode/regex.h>
 #include <unicode/unistr.h>
-
-#include <cstring>
 
 #include "core/Log.h"
 #include "model/KeyPath.h"
@@ -67,10 +67,36 @@ const char* operatorText(Operator op) {
 
 // Words that the language reserves; as keys they must be written with a leading '#'.
 constexpr const char* kReservedWords[] = {
-    "AND",     "OR",      "NOT",   "ANY",     "ALL",           "NONE",           "SOME",    "IN",
-    "LIKE",    "CONTAINS", "BEGINSWITH", "ENDSWITH", "MATCHES", "BETWEEN",     "NIL",     "NULL",
-    "TRUE",    "FALSE",   "YES",   "NO",      "SELF",          "TRUEPREDICATE",  "FALSEPREDICATE", "CAST",
-    "FIRST",   "LAST",    "SIZE",  "SUBQUERY", "FUNCTION",     "ANYKEY",
+    "AND",
+    "OR",
+    "NOT",
+    "ANY",
+    "ALL",
+    "NONE",
+    "SOME",
+    "IN",
+    "LIKE",
+    "CONTAINS",
+    "BEGINSWITH",
+    "ENDSWITH",
+    "MATCHES",
+    "BETWEEN",
+    "NIL",
+    "NULL",
+    "TRUE",
+    "FALSE",
+    "YES",
+    "NO",
+    "SELF",
+    "TRUEPREDICATE",
+    "FALSEPREDICATE",
+    "CAST",
+    "FIRST",
+    "LAST",
+    "SIZE",
+    "SUBQUERY",
+    "FUNCTION",
+    "ANYKEY",
 };
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
@@ -99,7 +125,9 @@ bool isIdentifierStart(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || static_cast<unsigned char>(c) >= 0x80;
 }
 
-bool isIdentifierChar(char c) { return isIdentifierStart(c) || (c >= '0' && c <= '9'); }
+bool isIdentifierChar(char c) {
+    return isIdentifierStart(c) || (c >= '0' && c <= '9');
+}
 
 bool isWritableKey(std::string_view key) {
     if (key.empty() || !isIdentifierStart(key.front())) {
@@ -578,7 +606,9 @@ bool Predicate::Node::compareOne(const Value& left, const Value& right, bool rig
         case Operator::GreaterOrEqual: {
             std::partial_ordering order = std::partial_ordering::unordered;
             if (left.string() != nullptr && right.string() != nullptr) {
-                order = foldedLeft(*this, *left.string()).compare(foldedRight(*this, *right.string(), rightIsConstant)) <=> 0;
+                order =
+                    foldedLeft(*this, *left.string()).compare(foldedRight(*this, *right.string(), rightIsConstant)) <=>
+                    0;
             } else {
                 order = orderValues(left, right, kFoldNone);
             }
@@ -792,9 +822,8 @@ private:
     }
 
     void skipBlanks() {
-        while (m_position < m_text.size() &&
-               (m_text[m_position] == ' ' || m_text[m_position] == '\t' || m_text[m_position] == '\n' ||
-                m_text[m_position] == '\r')) {
+        while (m_position < m_text.size() && (m_text[m_position] == ' ' || m_text[m_position] == '\t' ||
+                                              m_text[m_position] == '\n' || m_text[m_position] == '\r')) {
             ++m_position;
         }
     }
@@ -969,9 +998,9 @@ private:
             Operator op;
         };
         static constexpr Symbol kSymbols[] = {
-            {"==", Operator::Equal},         {"!=", Operator::NotEqual},      {"<>", Operator::NotEqual},
-            {"<=", Operator::LessOrEqual},   {"=<", Operator::LessOrEqual},   {">=", Operator::GreaterOrEqual},
-            {"=>", Operator::GreaterOrEqual}, {"=", Operator::Equal},          {"<", Operator::Less},
+            {"==", Operator::Equal},          {"!=", Operator::NotEqual},    {"<>", Operator::NotEqual},
+            {"<=", Operator::LessOrEqual},    {"=<", Operator::LessOrEqual}, {">=", Operator::GreaterOrEqual},
+            {"=>", Operator::GreaterOrEqual}, {"=", Operator::Equal},        {"<", Operator::Less},
             {">", Operator::Greater},
         };
         for (const auto& symbol : kSymbols) {
@@ -996,7 +1025,8 @@ private:
                 return true;
             }
         }
-        fail("a comparison operator (==, !=, <, <=, >, >=, LIKE, CONTAINS, BEGINSWITH, ENDSWITH, MATCHES, IN, BETWEEN)");
+        fail(
+            "a comparison operator (==, !=, <, <=, >, >=, LIKE, CONTAINS, BEGINSWITH, ENDSWITH, MATCHES, IN, BETWEEN)");
         return false;
     }
 
@@ -1448,7 +1478,9 @@ Predicate Predicate::falsePredicate() {
     return Predicate(std::move(node));
 }
 
-bool Predicate::evaluate(const Value& object) const { return m_root->evaluate(object); }
+bool Predicate::evaluate(const Value& object) const {
+    return m_root->evaluate(object);
+}
 
 std::string Predicate::predicateFormat() const {
     std::string out;

@@ -1,7 +1,5 @@
 #include "model/RunLoop.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cassert>
@@ -14,6 +12,8 @@
 #include <unordered_set>
 #include <utility>
 #include <vector>
+
+#include <pthread.h>
 
 #include "core/Log.h"
 

@@ -1,11 +1,11 @@
 #include "model/SortDescriptor.h"
 
-#include <unicode/coll.h>
-#include <unicode/locid.h>
-
 #include <algorithm>
 #include <functional>
 #include <numeric>
+
+#include <unicode/coll.h>
+#include <unicode/locid.h>
 
 #include "core/Localization.h"
 #include "model/KeyPath.h"

@@ -13,7 +13,13 @@ namespace brassline {
 // How two strings are compared when sorting. Compare orders by code point; the localized
 // forms use the collation of the current locale, LocalizedStandard also orders digits by
 // their numeric value ("file2" before "file10"), as a file browser does.
-enum class StringComparison : uint8_t { Compare, CaseInsensitive, Localized, LocalizedCaseInsensitive, LocalizedStandard };
+enum class StringComparison : uint8_t {
+    Compare,
+    CaseInsensitive,
+    Localized,
+    LocalizedCaseInsensitive,
+    LocalizedStandard
+};
 
 // One sort key: a key path, a direction and how strings compare. Null sorts before every
 // value when ascending (after them when descending); numbers of any type compare

@@ -1,11 +1,11 @@
 #include "model/StringFolding.h"
 
+#include <array>
+#include <memory>
+
 #include <unicode/translit.h>
 #include <unicode/unistr.h>
 #include <unicode/utypes.h>
-
-#include <array>
-#include <memory>
 
 namespace brassline {
 
@@ -51,7 +51,8 @@ const icu::Transliterator* diacriticRemover() {
 }
 
 void foldWithICU(std::string_view text, unsigned options, std::string& out) {
-    icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    icu::UnicodeString unicode =
+        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
     if ((options & kFoldDiacritics) != 0) {
         if (const auto* remover = diacriticRemover()) {
             remover->transliterate(unicode);

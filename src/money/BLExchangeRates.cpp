@@ -1,13 +1,13 @@
 #include "money/BLExchangeRates.h"
 
-#include <curl/curl.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
+
+#include <curl/curl.h>
 
 #include "core/Log.h"
 #include "model/entities/ModelHooks.h"
@@ -62,7 +62,9 @@ std::string exchangeRatesServiceURL() {
     return {};
 }
 
-void setExchangeRatesServiceURLForTesting(std::string url) { serviceURLOverride() = std::move(url); }
+void setExchangeRatesServiceURLForTesting(std::string url) {
+    serviceURLOverride() = std::move(url);
+}
 
 std::optional<std::string> exchangeRatesRequest(const std::string& path, std::string* error) {
     std::string host = exchangeRatesServiceURL();
@@ -115,7 +117,9 @@ BLExchangeRates& BLExchangeRates::sharedExchangeRates() {
     return *instance;
 }
 
-void BLExchangeRates::resetSharedExchangeRates() { sharedInstance().reset(); }
+void BLExchangeRates::resetSharedExchangeRates() {
+    sharedInstance().reset();
+}
 
 Value BLExchangeRates::rates() const {
     std::lock_guard lock(m_mutex);

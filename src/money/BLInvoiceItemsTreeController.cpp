@@ -101,8 +101,7 @@ void sortChildren(BLContainer& container, const SortDescriptor& descriptor) {
 // manager records nothing anyway.
 class UndoStep {
 public:
-    explicit UndoStep(ManagedObjectContext* context)
-        : m_undo(context != nullptr ? context->undoManager() : nullptr) {
+    explicit UndoStep(ManagedObjectContext* context) : m_undo(context != nullptr ? context->undoManager() : nullptr) {
         if (m_undo != nullptr) {
             m_undo->beginUndoGrouping();
         }
@@ -187,7 +186,8 @@ bool BLInvoiceItemsTreeController::addManagedObject(BLItem* item, bool editAfter
     if (item->entityName() == "SummaryCost" && item->childsArray().empty()) {
         std::vector<std::string> allowed = item->allowedChildren();
         for (BLItem* candidate : selected) {
-            if (candidate != item && std::find(allowed.begin(), allowed.end(), candidate->entityName()) != allowed.end()) {
+            if (candidate != item &&
+                std::find(allowed.begin(), allowed.end(), candidate->entityName()) != allowed.end()) {
                 candidate->setParent(item);
             }
         }
@@ -254,8 +254,7 @@ void BLInvoiceItemsTreeController::insertTitlesAndSubtotals() {
             items.push_back(item);
         }
     }
-    std::stable_sort(items.begin(), items.end(),
-                     [](BLItem* a, BLItem* b) { return groupNameOf(a) < groupNameOf(b); });
+    std::stable_sort(items.begin(), items.end(), [](BLItem* a, BLItem* b) { return groupNameOf(a) < groupNameOf(b); });
     std::vector<BLContainer*> ordered;
     for (size_t i = 0; i < items.size(); ++i) {
         std::string name = groupNameOf(items[i]);
@@ -367,9 +366,15 @@ size_t BLInvoiceItemsTreeController::pasteText(const std::string& text) {
             Decimal number;
             Date date;
             switch (kindOf(cell, &number, &date)) {
-                case CellKind::Number: numbers.push_back(number); break;
-                case CellKind::Date: dates.push_back(date); break;
-                case CellKind::Text: strings.push_back(cell); break;
+                case CellKind::Number:
+                    numbers.push_back(number);
+                    break;
+                case CellKind::Date:
+                    dates.push_back(date);
+                    break;
+                case CellKind::Text:
+                    strings.push_back(cell);
+                    break;
             }
         }
         auto* cost = static_cast<BLCost*>(context->insertNewObjectForEntityForName("Cost"));

@@ -21,8 +21,8 @@ Decimal amountForKey(ManagedObject& object, const char* key) {
 
 std::string formatSum(const Decimal& value, const std::string& currencyName) {
     const ValueTransformer* transformer = valueTransformerForName("ZPNumberTransformer");
-    std::string number = transformer != nullptr ? transformer->transformedValue(Value(value)).toString()
-                                                : value.toString();
+    std::string number =
+        transformer != nullptr ? transformer->transformedValue(Value(value)).toString() : value.toString();
     return number + " " + currencyName;
 }
 

@@ -9,7 +9,9 @@ namespace brassline {
 namespace {
 
 // Amounts in records carry cents; the text is the canonical decimal of that figure.
-Value amountText(const Decimal& value) { return Value(value.validNumber().fixedValue().toString()); }
+Value amountText(const Decimal& value) {
+    return Value(value.validNumber().fixedValue().toString());
+}
 
 }  // namespace
 
@@ -20,7 +22,9 @@ BLTaxCalculator BLTaxCalculator::taxCalculatorWithRule(BLTaxRule* rule, const BL
     return calculator;
 }
 
-Decimal BLTaxCalculator::amountAfterDiscount() const { return BLTaxRule::amountAfterDiscount(amount, document); }
+Decimal BLTaxCalculator::amountAfterDiscount() const {
+    return BLTaxRule::amountAfterDiscount(amount, document);
+}
 
 Decimal BLTaxCalculator::tax() {
     if (preCalculatedTax) {
@@ -88,8 +92,7 @@ Value::Dictionary BLTaxCalculator::interchangeDictionary() {
     return record;
 }
 
-std::vector<BLTaxCalculator> taxCalculatorsForCollection(const TaxCollection& collection,
-                                                         const BLSendable* document) {
+std::vector<BLTaxCalculator> taxCalculatorsForCollection(const TaxCollection& collection, const BLSendable* document) {
     std::vector<BLTaxCalculator> result;
     result.reserve(collection.entries.size());
     for (const TaxCollection::Entry& entry : collection.entries) {

@@ -69,8 +69,7 @@ private:
 
 // The tax table of a document from its lines' sums per rule, in the order the rules
 // first appear; one calculator per rule.
-std::vector<BLTaxCalculator> taxCalculatorsForCollection(const TaxCollection& collection,
-                                                         const BLSendable* document);
+std::vector<BLTaxCalculator> taxCalculatorsForCollection(const TaxCollection& collection, const BLSendable* document);
 // The tax table of a sendable (one calculator per rule over its lines for the total) and
 // its records as plug-ins read them.
 std::vector<BLTaxCalculator> taxDictionary(BLSendable& sendable);

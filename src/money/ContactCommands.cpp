@@ -78,7 +78,8 @@ int clients(const std::string& path, bool json, std::ostream& out, std::ostream&
     }
     FetchRequest request("Client");
     std::string error;
-    std::optional<std::vector<ManagedObject*>> fetched = document->managedObjectContext().executeFetchRequest(request, &error);
+    std::optional<std::vector<ManagedObject*>> fetched =
+        document->managedObjectContext().executeFetchRequest(request, &error);
     if (!fetched) {
         logMessage("clients cannot be read: %@", error);
         err << "brassline: clients cannot be read: " << error << "\n";

@@ -43,8 +43,7 @@ void forEachCost(const BLContainer& container, const Visit& visit) {
     }
 }
 
-void updateDocuments(BLDocument& document, std::unordered_set<const BLDocument*>& visited,
-                     void (*step)(BLDocument&)) {
+void updateDocuments(BLDocument& document, std::unordered_set<const BLDocument*>& visited, void (*step)(BLDocument&)) {
     for (BLDocument* child : document.documents().toVector()) {
         // A document listed below itself would recurse forever; the walk stops there.
         if (child == &document || !visited.insert(child).second) {

@@ -1,10 +1,10 @@
 #include "store/BLBackup.h"
 
-#include <sys/utsname.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+
+#include <sys/utsname.h>
 
 #include "core/Date.h"
 #include "core/Log.h"
@@ -34,11 +34,20 @@ std::string escapedHTML(std::string_view text) {
     std::string result;
     for (char c : text) {
         switch (c) {
-        case '<': result += "&lt;"; break;
-        case '>': result += "&gt;"; break;
-        case '&': result += "&amp;"; break;
-        case '"': result += "&quot;"; break;
-        default: result.push_back(c);
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            case '&':
+                result += "&amp;";
+                break;
+            case '"':
+                result += "&quot;";
+                break;
+            default:
+                result.push_back(c);
         }
     }
     return result;

@@ -58,9 +58,8 @@ std::vector<BLBase*> BLCacheInvalidator::takeInvalidItems() {
     std::vector<BLBase*> items;
     items.swap(m_items);
     m_members.clear();
-    std::erase_if(items, [](const BLBase* object) {
-        return object->isDeleted() || object->managedObjectContext() == nullptr;
-    });
+    std::erase_if(
+        items, [](const BLBase* object) { return object->isDeleted() || object->managedObjectContext() == nullptr; });
     return items;
 }
 

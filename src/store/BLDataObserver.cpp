@@ -196,7 +196,8 @@ void BLDataObserver::setManagedObjectContext(ManagedObjectContext* context) {
     m_context = context;
     if (context != nullptr) {
         m_observerToken = NotificationCenter::defaultCenter().addObserver(
-            kObjectsDidChangeNotification, context, [this](const Notification& notification) { changes(notification); });
+            kObjectsDidChangeNotification, context,
+            [this](const Notification& notification) { changes(notification); });
     }
 }
 

@@ -84,7 +84,8 @@ bool BLDoc::attach(std::unique_ptr<SQLiteStore> store, std::string path, std::st
         kObjectsDidChangeExternallyNotification, m_context.get(), [this](const Notification& notification) {
             m_prefsController->refresh();
             std::vector<ManagedObject*> inserted;
-            if (auto it = notification.userInfo.find("inserted"); it != notification.userInfo.end() && it->second.array()) {
+            if (auto it = notification.userInfo.find("inserted");
+                it != notification.userInfo.end() && it->second.array()) {
                 for (const Value& value : *it->second.array()) {
                     if (auto* object = dynamic_cast<ManagedObject*>(value.object())) {
                         inserted.push_back(object);
@@ -223,8 +224,8 @@ void BLDoc::fixProfiles() {
         profile->setup();
     }
     // A profile without layouts takes the default layout when the file has one.
-    if (auto* layout = dynamic_cast<BLLayout*>(
-            m_context->objectWithUid(BLLayout::entityDescription(), kDefaultLayoutUID))) {
+    if (auto* layout =
+            dynamic_cast<BLLayout*>(m_context->objectWithUid(BLLayout::entityDescription(), kDefaultLayoutUID))) {
         if (profile->layout() == nullptr) {
             profile->setLayout(layout);
         }

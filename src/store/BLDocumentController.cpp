@@ -1,11 +1,11 @@
 #include "store/BLDocumentController.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <optional>
+
+#include <sys/stat.h>
 
 #include "core/Date.h"
 #include "core/Log.h"
@@ -199,9 +199,9 @@ BLDoc* BLDocumentController::documentWithUID(std::string_view identifier, std::s
     }
     auto sameIdentifier = [identifier](const std::string& other) {
         return other.size() == identifier.size() &&
-               std::equal(other.begin(), other.end(), identifier.begin(),
-                          [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) ==
-                                                      std::tolower(static_cast<unsigned char>(b)); });
+               std::equal(other.begin(), other.end(), identifier.begin(), [](char a, char b) {
+                   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+               });
     };
     for (const auto& document : m_documents) {
         if (sameIdentifier(document->documentIdentifier())) {
@@ -323,8 +323,9 @@ std::string BLDocumentController::lastDocumentName() const {
 
 std::string BLDocumentController::lastDocumentUID() const {
     std::vector<std::pair<std::string, Value>> records = byDate(recentDocumentDictionaries());
-    return records.empty() ? std::string()
-                           : records.front().second[kDocumentInfoKey][CompanyPackage::kDocumentIdentifierKey].toString();
+    return records.empty()
+               ? std::string()
+               : records.front().second[kDocumentInfoKey][CompanyPackage::kDocumentIdentifierKey].toString();
 }
 
 void BLDocumentController::storeFiles() {

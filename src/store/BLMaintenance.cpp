@@ -27,8 +27,9 @@ std::vector<ManagedObject*> fetchAll(ManagedObjectContext& context, std::string_
     std::vector<ManagedObject*> objects = context.executeFetchRequest(request).value_or(std::vector<ManagedObject*>{});
     // The object number stands for the order of creation on this device; fetches make
     // no promise about order, and which duplicate survives must not vary between runs.
-    std::stable_sort(objects.begin(), objects.end(),
-                     [](const ManagedObject* a, const ManagedObject* b) { return a->objectID().number < b->objectID().number; });
+    std::stable_sort(objects.begin(), objects.end(), [](const ManagedObject* a, const ManagedObject* b) {
+        return a->objectID().number < b->objectID().number;
+    });
     return objects;
 }
 
@@ -155,7 +156,8 @@ size_t BLMaintenance::deleteDuplicateUIDsForEntityName(ManagedObjectContext& con
         }
     }
     if (deleted > 0) {
-        logMessage("deleteDuplicateUIDs: %@ duplicates of %@ deleted", std::to_string(deleted), std::string(entityName));
+        logMessage("deleteDuplicateUIDs: %@ duplicates of %@ deleted", std::to_string(deleted),
+                   std::string(entityName));
     }
     return deleted;
 }
@@ -191,8 +193,9 @@ bool BLMaintenance::cleanupPermanentInvoiceRepetitionDuplicates(ManagedObjectCon
     auto child = std::make_unique<ManagedObjectContext>(context, "CleanupPermanentInvoiceRepetitions");
     child->performBlockAndWait([&] {
         for (auto group : duplicateGroups(fetchAll(*child, "PermanentInvoiceRepetition"))) {
-            auto keep = std::find_if(group.begin(), group.end(),
-                                     [](ManagedObject* object) { return object->valueForKeyPath("documents.@count").toInt64() > 0; });
+            auto keep = std::find_if(group.begin(), group.end(), [](ManagedObject* object) {
+                return object->valueForKeyPath("documents.@count").toInt64() > 0;
+            });
             if (keep == group.end()) {
                 std::stable_sort(group.begin(), group.end(), [](const ManagedObject* a, const ManagedObject* b) {
                     int64_t sa = a->valueForKey("sequence").toInt64();

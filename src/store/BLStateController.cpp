@@ -182,7 +182,8 @@ void BLStateController::update() {
                         ++result->figures.recurringNow;
                     }
                     result->recurringNows.emplace_back(now);
-                    result->recurring.emplace_back(Value::Dictionary{{"uid", Value(uid)}, {"recurringNow", Value(now)}});
+                    result->recurring.emplace_back(
+                        Value::Dictionary{{"uid", Value(uid)}, {"recurringNow", Value(now)}});
                 }
                 if (!invoiceFlag(hooks.balanced, *invoice, "balanced") && invoice->completeModeValue() == 0) {
                     ++result->figures.open;

@@ -93,7 +93,7 @@ private:
 
     std::unique_ptr<SerialQueue> m_queue;
     std::unique_ptr<ManagedObjectContext> m_child;
-    std::shared_ptr<bool> m_alive;  // Closures from the queue check it before touching this.
+    std::shared_ptr<bool> m_alive;          // Closures from the queue check it before touching this.
     std::atomic<int> m_queuedRefreshes{0};  // Queued or running on the queue.
 
     std::vector<uint64_t> m_notificationTokens;

@@ -16,7 +16,8 @@ int64_t wallMilliseconds(Date now) {
 }  // namespace
 
 uint64_t HybridLogicalClock::pack(int64_t milliseconds, uint32_t counter) {
-    return (static_cast<uint64_t>(std::max<int64_t>(milliseconds, 0)) << kCounterBits) | (counter & (kCounterLimit - 1));
+    return (static_cast<uint64_t>(std::max<int64_t>(milliseconds, 0)) << kCounterBits) |
+           (counter & (kCounterLimit - 1));
 }
 
 uint64_t HybridLogicalClock::tick(Date now) {
@@ -41,12 +42,12 @@ uint64_t HybridLogicalClock::receive(uint64_t remote, Date now) {
 
 std::string_view changeKindName(ChangeKind kind) {
     switch (kind) {
-    case ChangeKind::Insert:
-        return "insert";
-    case ChangeKind::Update:
-        return "update";
-    case ChangeKind::Delete:
-        return "delete";
+        case ChangeKind::Insert:
+            return "insert";
+        case ChangeKind::Update:
+            return "update";
+        case ChangeKind::Delete:
+            return "delete";
     }
     return "update";
 }

@@ -1,11 +1,11 @@
 #include "store/CompanyFileCommands.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
-#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <string_view>
@@ -160,63 +160,63 @@ std::optional<Value> parseValue(ManagedObjectContext& context, const EntityDescr
         return std::nullopt;
     };
     switch (attribute.type) {
-    case AttributeType::String:
-        return Value(text);
-    case AttributeType::Decimal: {
-        std::optional<Decimal> decimal = Decimal::parse(text);
-        if (!decimal || decimal->isNaN()) {
-            return bad("decimal");
+        case AttributeType::String:
+            return Value(text);
+        case AttributeType::Decimal: {
+            std::optional<Decimal> decimal = Decimal::parse(text);
+            if (!decimal || decimal->isNaN()) {
+                return bad("decimal");
+            }
+            return Value(*decimal);
         }
-        return Value(*decimal);
-    }
-    case AttributeType::Date: {
-        std::optional<Date> date = Date::parseISO8601(text);
-        if (!date) {
-            return bad("date (ISO 8601, such as 2026-11-22)");
+        case AttributeType::Date: {
+            std::optional<Date> date = Date::parseISO8601(text);
+            if (!date) {
+                return bad("date (ISO 8601, such as 2026-11-22)");
+            }
+            return Value(*date);
         }
-        return Value(*date);
-    }
-    case AttributeType::Bool: {
-        std::string word = lower(text);
-        if (word == "yes" || word == "true" || word == "1") {
-            return Value(true);
+        case AttributeType::Bool: {
+            std::string word = lower(text);
+            if (word == "yes" || word == "true" || word == "1") {
+                return Value(true);
+            }
+            if (word == "no" || word == "false" || word == "0") {
+                return Value(false);
+            }
+            return bad("bool (yes/no/true/false/1/0)");
         }
-        if (word == "no" || word == "false" || word == "0") {
-            return Value(false);
+        case AttributeType::Int16:
+        case AttributeType::Int32:
+        case AttributeType::Int64: {
+            int64_t low = std::numeric_limits<int64_t>::min();
+            int64_t high = std::numeric_limits<int64_t>::max();
+            if (attribute.type == AttributeType::Int16) {
+                low = std::numeric_limits<int16_t>::min();
+                high = std::numeric_limits<int16_t>::max();
+            } else if (attribute.type == AttributeType::Int32) {
+                low = std::numeric_limits<int32_t>::min();
+                high = std::numeric_limits<int32_t>::max();
+            }
+            std::optional<int64_t> integer = parseInteger(text, low, high);
+            if (!integer) {
+                return bad(std::string(attributeTypeName(attribute.type)) + " integer");
+            }
+            return Value(*integer);
         }
-        return bad("bool (yes/no/true/false/1/0)");
-    }
-    case AttributeType::Int16:
-    case AttributeType::Int32:
-    case AttributeType::Int64: {
-        int64_t low = std::numeric_limits<int64_t>::min();
-        int64_t high = std::numeric_limits<int64_t>::max();
-        if (attribute.type == AttributeType::Int16) {
-            low = std::numeric_limits<int16_t>::min();
-            high = std::numeric_limits<int16_t>::max();
-        } else if (attribute.type == AttributeType::Int32) {
-            low = std::numeric_limits<int32_t>::min();
-            high = std::numeric_limits<int32_t>::max();
+        case AttributeType::Double: {
+            std::string copy(text);
+            char* end = nullptr;
+            errno = 0;
+            double number = std::strtod(copy.c_str(), &end);
+            if (end != copy.c_str() + copy.size() || errno != 0) {
+                return bad("number");
+            }
+            return Value(number);
         }
-        std::optional<int64_t> integer = parseInteger(text, low, high);
-        if (!integer) {
-            return bad(std::string(attributeTypeName(attribute.type)) + " integer");
-        }
-        return Value(*integer);
-    }
-    case AttributeType::Double: {
-        std::string copy(text);
-        char* end = nullptr;
-        errno = 0;
-        double number = std::strtod(copy.c_str(), &end);
-        if (end != copy.c_str() + copy.size() || errno != 0) {
-            return bad("number");
-        }
-        return Value(number);
-    }
-    case AttributeType::Data:
-        error = "'" + std::string(key) + "' holds data, which can't be set from the command line";
-        return std::nullopt;
+        case AttributeType::Data:
+            error = "'" + std::string(key) + "' holds data, which can't be set from the command line";
+            return std::nullopt;
     }
     return bad("value");
 }
@@ -225,7 +225,8 @@ using Assignment = std::pair<std::string, Value>;
 
 // Every KEY=VALUE pair parsed against `entity`, or nothing after naming the first bad one.
 std::optional<std::vector<Assignment>> parseAssignments(ManagedObjectContext& context, const EntityDescription& entity,
-                                                        const std::vector<std::string>& assignments, std::ostream& err) {
+                                                        const std::vector<std::string>& assignments,
+                                                        std::ostream& err) {
     std::vector<Assignment> result;
     for (const std::string& assignment : assignments) {
         size_t equals = assignment.find('=');
@@ -235,7 +236,8 @@ std::optional<std::vector<Assignment>> parseAssignments(ManagedObjectContext& co
         }
         std::string key = assignment.substr(0, equals);
         std::string error;
-        std::optional<Value> value = parseValue(context, entity, key, std::string_view(assignment).substr(equals + 1), error);
+        std::optional<Value> value =
+            parseValue(context, entity, key, std::string_view(assignment).substr(equals + 1), error);
         if (!value) {
             err << "brassline: " << error << "\n";
             return std::nullopt;
@@ -263,46 +265,46 @@ bool checkKeyPath(const EntityDescription& entity, std::string_view keyPath, std
 // ISO 8601, objects as their uid.
 Value plainValue(const Value& value) {
     switch (value.type()) {
-    case Value::Type::Decimal:
-        return Value(value.decimal()->toString());
-    case Value::Type::Date:
-        return Value(value.date()->iso8601String());
-    case Value::Type::Object: {
-        const auto* object = dynamic_cast<const ManagedObject*>(value.object());
-        return object != nullptr ? Value(uidOf(*object)) : Value();
-    }
-    case Value::Type::Array: {
-        Value::Array array;
-        for (const Value& element : *value.array()) {
-            array.push_back(plainValue(element));
+        case Value::Type::Decimal:
+            return Value(value.decimal()->toString());
+        case Value::Type::Date:
+            return Value(value.date()->iso8601String());
+        case Value::Type::Object: {
+            const auto* object = dynamic_cast<const ManagedObject*>(value.object());
+            return object != nullptr ? Value(uidOf(*object)) : Value();
         }
-        return Value(std::move(array));
-    }
-    case Value::Type::Dictionary: {
-        Value::Dictionary dictionary;
-        for (const auto& [key, element] : *value.dictionary()) {
-            dictionary[key] = plainValue(element);
+        case Value::Type::Array: {
+            Value::Array array;
+            for (const Value& element : *value.array()) {
+                array.push_back(plainValue(element));
+            }
+            return Value(std::move(array));
         }
-        return Value(std::move(dictionary));
-    }
-    default:
-        return value;
+        case Value::Type::Dictionary: {
+            Value::Dictionary dictionary;
+            for (const auto& [key, element] : *value.dictionary()) {
+                dictionary[key] = plainValue(element);
+            }
+            return Value(std::move(dictionary));
+        }
+        default:
+            return value;
     }
 }
 
 // One value on one line: bools 1/0, absent empty, collections as JSON.
 std::string lineText(const Value& value) {
     switch (value.type()) {
-    case Value::Type::Null:
-        return "";
-    case Value::Type::Bool:
-        return *value.boolean() ? "1" : "0";
-    case Value::Type::Array:
-    case Value::Type::Dictionary:
-    case Value::Type::Bytes:
-        return plainValue(value).toJSON();
-    default:
-        return plainValue(value).toString();
+        case Value::Type::Null:
+            return "";
+        case Value::Type::Bool:
+            return *value.boolean() ? "1" : "0";
+        case Value::Type::Array:
+        case Value::Type::Dictionary:
+        case Value::Type::Bytes:
+            return plainValue(value).toJSON();
+        default:
+            return plainValue(value).toString();
     }
 }
 
@@ -446,7 +448,8 @@ int set(const std::string& path, const std::string& uid, const std::vector<std::
     if (object == nullptr) {
         return kBadInput;
     }
-    std::optional<std::vector<Assignment>> parsed = parseAssignments(file.context(), object->entity(), assignments, err);
+    std::optional<std::vector<Assignment>> parsed =
+        parseAssignments(file.context(), object->entity(), assignments, err);
     if (!parsed) {
         return kBadInput;
     }
@@ -605,18 +608,18 @@ int url(const std::string& path, const std::string& url, std::ostream& out, std:
         }
     }
     switch (result.status) {
-    case URLResult::Status::Done:
-        if (file.context().hasChanges() && !file.save(err)) {
-            return kSaveFailed;
-        }
-        out << result.message << "\n";
-        return 0;
-    case URLResult::Status::NotAvailable:
-        err << "brassline: " << result.message << "\n";
-        return kNotAvailable;
-    case URLResult::Status::Failed:
-    case URLResult::Status::NotSupported:
-        break;
+        case URLResult::Status::Done:
+            if (file.context().hasChanges() && !file.save(err)) {
+                return kSaveFailed;
+            }
+            out << result.message << "\n";
+            return 0;
+        case URLResult::Status::NotAvailable:
+            err << "brassline: " << result.message << "\n";
+            return kNotAvailable;
+        case URLResult::Status::Failed:
+        case URLResult::Status::NotSupported:
+            break;
     }
     err << "brassline: " << result.message << "\n";
     return kBadInput;
@@ -629,7 +632,8 @@ int recent(bool json, std::ostream& out, std::ostream& /*err*/) {
         const Value& record = records[path];
         std::error_code code;
         bool exists = std::filesystem::exists(path, code);
-        std::string identifier = record[BLDocumentController::kDocumentInfoKey][CompanyPackage::kDocumentIdentifierKey].toString();
+        std::string identifier =
+            record[BLDocumentController::kDocumentInfoKey][CompanyPackage::kDocumentIdentifierKey].toString();
         std::string opened = record[BLDocumentController::kLastDateOpenedKey].toString();
         if (json) {
             Value::Dictionary line{{"path", Value(path)},

@@ -37,8 +37,8 @@ int newFile(const std::string& path, const NewOptions& options, std::ostream& ou
 int info(const std::string& path, bool json, std::ostream& out, std::ostream& err);
 int insert(const std::string& path, const std::string& entity, const std::vector<std::string>& assignments,
            std::ostream& out, std::ostream& err);
-int set(const std::string& path, const std::string& uid, const std::vector<std::string>& assignments,
-        std::ostream& out, std::ostream& err);
+int set(const std::string& path, const std::string& uid, const std::vector<std::string>& assignments, std::ostream& out,
+        std::ostream& err);
 int get(const std::string& path, const std::string& uid, const std::vector<std::string>& keyPaths, bool json,
         std::ostream& out, std::ostream& err);
 int fetch(const std::string& path, const std::string& entity, const FetchOptions& options, std::ostream& out,

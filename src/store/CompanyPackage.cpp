@@ -1,8 +1,5 @@
 #include "store/CompanyPackage.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +7,9 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "core/Log.h"
 #include "store/StoreMessages.h"

@@ -126,15 +126,15 @@ bool SQLiteConnection::open(const std::string& path, Mode mode) {
     close();
     int flags = SQLITE_OPEN_NOMUTEX;
     switch (mode) {
-    case Mode::ReadOnly:
-        flags |= SQLITE_OPEN_READONLY;
-        break;
-    case Mode::ReadWrite:
-        flags |= SQLITE_OPEN_READWRITE;
-        break;
-    case Mode::Create:
-        flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-        break;
+        case Mode::ReadOnly:
+            flags |= SQLITE_OPEN_READONLY;
+            break;
+        case Mode::ReadWrite:
+            flags |= SQLITE_OPEN_READWRITE;
+            break;
+        case Mode::Create:
+            flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+            break;
     }
     int code = sqlite3_open_v2(path.c_str(), &m_db, flags, nullptr);
     if (code != SQLITE_OK) {

@@ -1,20 +1,20 @@
 #include "store/SQLiteStore.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
 #include <system_error>
 #include <unordered_map>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/Log.h"
 #include "core/UniqueId.h"
@@ -64,8 +64,7 @@ std::optional<std::string> checkDatabaseHeader(const std::string& path) {
     }
     unsigned char header[100] = {};
     in.read(reinterpret_cast<char*>(header), sizeof header);
-    if (in.gcount() != static_cast<std::streamsize>(sizeof header) ||
-        std::memcmp(header, "SQLite format 3", 16) != 0) {
+    if (in.gcount() != static_cast<std::streamsize>(sizeof header) || std::memcmp(header, "SQLite format 3", 16) != 0) {
         return std::string("the database is not a SQLite file");
     }
     uint32_t pageSize = (uint32_t{header[16]} << 8) | header[17];
@@ -140,8 +139,7 @@ public:
     }
 
 private:
-    std::unordered_map<const std::vector<ManagedObject*>*, std::unordered_map<const ManagedObject*, int64_t>>
-        m_indexes;
+    std::unordered_map<const std::vector<ManagedObject*>*, std::unordered_map<const ManagedObject*, int64_t>> m_indexes;
 };
 
 }  // namespace
@@ -443,7 +441,7 @@ std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const Ma
     }
     if (!db.tableExists("_metadata")) {
         return damaged(db.lastError().empty() || !db.lastErrorWasCorruption() ? "the store's metadata is missing"
-                                                                               : db.lastError());
+                                                                              : db.lastError());
     }
     std::map<std::string, Value> meta;
     {
@@ -472,7 +470,8 @@ std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const Ma
     }
     std::string readError;
     bool corrupt = false;
-    std::optional<StoreSnapshot> snapshot = StoreSnapshot::read(db, impl->schema, &readError, &corrupt, options.deferLargeData);
+    std::optional<StoreSnapshot> snapshot =
+        StoreSnapshot::read(db, impl->schema, &readError, &corrupt, options.deferLargeData);
     if (!snapshot) {
         return damaged(readError);
     }
@@ -539,8 +538,8 @@ std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const Ma
         }
     }
     double seconds = secondsSince(start);
-    store->noteLog(formatMessage("Opened %@ with %ld objects in %.3f s", name, static_cast<long>(objectCount),
-                                 seconds));
+    store->noteLog(
+        formatMessage("Opened %@ with %ld objects in %.3f s", name, static_cast<long>(objectCount), seconds));
     Value::Dictionary entry;
     entry.emplace("operation", Value("open"));
     entry.emplace("objects", Value(static_cast<int64_t>(objectCount)));
@@ -632,8 +631,8 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
                 continue;
             }
             std::string readError;
-            if (std::optional<Value> value = loadDataValue(*entityTable.entity, object->objectID().number, attribute,
-                                                           &readError)) {
+            if (std::optional<Value> value =
+                    loadDataValue(*entityTable.entity, object->objectID().number, attribute, &readError)) {
                 context.setLoadedValue(*object, attribute, std::move(*value));
             } else {
                 noteError(formatMessage("%@.%@ of object %ld could not be read: %@", entityTable.name, attribute.name,
@@ -643,7 +642,7 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
     }
     auto objectFor = [&](int64_t number) -> ManagedObject* {
         return number > 0 && static_cast<size_t>(number) < byNumber.size() ? byNumber[static_cast<size_t>(number)]
-                                                                             : nullptr;
+                                                                           : nullptr;
     };
     std::vector<ManagedObject*> targets(1);
     size_t dangling = 0;
@@ -689,8 +688,8 @@ bool SQLiteStore::loadObjects(ManagedObjectContext& context, std::string* error)
         i = end;
     }
     if (dangling > 0) {
-        noteError(formatMessage("%ld references to missing objects were dropped while loading",
-                                static_cast<long>(dangling)));
+        noteError(
+            formatMessage("%ld references to missing objects were dropped while loading", static_cast<long>(dangling)));
     }
     context.finishLoading();
     m_updating = false;
@@ -815,8 +814,8 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
         changeRow = db.prepare(
             "INSERT INTO _changes (changeset, entity, object, uid, key, kind, clock, value) "
             "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)");
-        SQLiteStatement tombstone = db.prepare(
-            "INSERT INTO _tombstones (entity, object, uid, changeset, clock) VALUES (?1, ?2, ?3, ?4, ?5)");
+        SQLiteStatement tombstone =
+            db.prepare("INSERT INTO _tombstones (entity, object, uid, changeset, clock) VALUES (?1, ?2, ?3, ?4, ?5)");
         if (!header.isValid() || !changeRow.isValid() || !tombstone.isValid()) {
             return fail(db.lastError());
         }
@@ -1064,8 +1063,8 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
     double seconds = secondsSince(start);
     Value::Dictionary entry;
     entry.emplace("operation", Value("save"));
-    entry.emplace("objects",
-                  Value(static_cast<int64_t>(changes.inserted.size() + changes.updated.size() + changes.deleted.size())));
+    entry.emplace("objects", Value(static_cast<int64_t>(changes.inserted.size() + changes.updated.size() +
+                                                        changes.deleted.size())));
     entry.emplace("seconds", Value(seconds));
     entry.emplace("date", Value(Date::now()));
     m_performance.emplace_back(std::move(entry));
@@ -1084,7 +1083,8 @@ std::optional<Value> SQLiteStore::loadDataValue(const EntityDescription& entity,
     }
     std::lock_guard<std::mutex> lock(m_impl->readerMutex);
     SQLiteConnection& reader = m_impl->reader;
-    if (!reader.isOpen() && !reader.open(CompanyPackage::databasePath(m_info.path), SQLiteConnection::Mode::ReadWrite)) {
+    if (!reader.isOpen() &&
+        !reader.open(CompanyPackage::databasePath(m_info.path), SQLiteConnection::Mode::ReadWrite)) {
         setError(error, reader.lastError());
         return std::nullopt;
     }
@@ -1104,18 +1104,18 @@ std::optional<Value> SQLiteStore::loadDataValue(const EntityDescription& entity,
     statement.bindInteger(1, number);
     Value value;
     switch (statement.step()) {
-    case SQLiteStatement::StepResult::Row:
-        value = StoreSchema::readColumn(statement, 0, AttributeType::Data);
-        break;
-    case SQLiteStatement::StepResult::Done:
-        // The row went with a saved deletion: the value is absent now.
-        break;
-    case SQLiteStatement::StepResult::Error: {
-        std::string message = statement.errorMessage();
-        statement.reset();
-        setError(error, message);
-        return std::nullopt;
-    }
+        case SQLiteStatement::StepResult::Row:
+            value = StoreSchema::readColumn(statement, 0, AttributeType::Data);
+            break;
+        case SQLiteStatement::StepResult::Done:
+            // The row went with a saved deletion: the value is absent now.
+            break;
+        case SQLiteStatement::StepResult::Error: {
+            std::string message = statement.errorMessage();
+            statement.reset();
+            setError(error, message);
+            return std::nullopt;
+        }
     }
     // Reset at once, so the reader holds no snapshot that would keep the log from being
     // checkpointed.
@@ -1243,7 +1243,8 @@ std::optional<StoreError> SQLiteStore::exportDatabaseToSQLite(const std::string&
     };
     SQLiteConnection& db = m_impl->db;
     if (!db.execute("BEGIN")) {
-        return exportError(kExportSQLiteWriteFailedCode, formatMessage(kExportSQLiteWriteFailedMessage, db.lastError()));
+        return exportError(kExportSQLiteWriteFailedCode,
+                           formatMessage(kExportSQLiteWriteFailedMessage, db.lastError()));
     }
     std::string readError;
     std::optional<StoreSnapshot> snapshot = StoreSnapshot::read(db, m_impl->schema, &readError, nullptr);

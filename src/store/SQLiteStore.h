@@ -86,7 +86,7 @@ public:
     std::optional<Value> loadDataValue(const EntityDescription& entity, int64_t number,
                                        const AttributeDescription& attribute, std::string* error) override;
     struct DataCounters {
-        uint64_t valuesRead = 0;     // By loadDataValue.
+        uint64_t valuesRead = 0;  // By loadDataValue.
         uint64_t bytesRead = 0;
         uint64_t valuesWritten = 0;  // Non-empty data values bound by saves.
     };

@@ -74,8 +74,8 @@ StoreSchema::StoreSchema(const ManagedObjectModel& model) : m_model(model) {
         for (const RelationshipDescription* relationship : entity.relationships()) {
             // Each link table once: from its owner, in the entity that declares it.
             if (relationship->entity == &entity && isLinked(*relationship) && isLinkOwner(*relationship)) {
-                m_links.push_back({"_link_" + entity.name() + "_" + relationship->name, relationship,
-                                   relationship->inverse});
+                m_links.push_back(
+                    {"_link_" + entity.name() + "_" + relationship->name, relationship, relationship->inverse});
             }
         }
         if (entity.isAbstract()) {
@@ -146,19 +146,19 @@ bool StoreSchema::isRecordedInChangeLog(const RelationshipDescription& relations
 
 const char* StoreSchema::columnType(AttributeType type) {
     switch (type) {
-    case AttributeType::String:
-    case AttributeType::Decimal:
-        return "TEXT";
-    case AttributeType::Date:
-    case AttributeType::Double:
-        return "REAL";
-    case AttributeType::Data:
-        return "BLOB";
-    case AttributeType::Bool:
-    case AttributeType::Int16:
-    case AttributeType::Int32:
-    case AttributeType::Int64:
-        return "INTEGER";
+        case AttributeType::String:
+        case AttributeType::Decimal:
+            return "TEXT";
+        case AttributeType::Date:
+        case AttributeType::Double:
+            return "REAL";
+        case AttributeType::Data:
+            return "BLOB";
+        case AttributeType::Bool:
+        case AttributeType::Int16:
+        case AttributeType::Int32:
+        case AttributeType::Int64:
+            return "INTEGER";
     }
     return "TEXT";
 }
@@ -229,31 +229,31 @@ Value StoreSchema::readColumn(const SQLiteStatement& statement, int column, Attr
         return Value();
     }
     switch (type) {
-    case AttributeType::String:
-        return Value(statement.text(column));
-    case AttributeType::Decimal: {
-        // Stored as canonical text; SQLite hands a number written by another tool as text too.
-        std::optional<Decimal> parsed = parseCanonicalDecimal(statement.textView(column));
-        if (!parsed) {
-            logMessage("Store: unreadable decimal \"%@\" left absent", statement.text(column));
-            return Value();
+        case AttributeType::String:
+            return Value(statement.text(column));
+        case AttributeType::Decimal: {
+            // Stored as canonical text; SQLite hands a number written by another tool as text too.
+            std::optional<Decimal> parsed = parseCanonicalDecimal(statement.textView(column));
+            if (!parsed) {
+                logMessage("Store: unreadable decimal \"%@\" left absent", statement.text(column));
+                return Value();
+            }
+            return Value(*parsed);
         }
-        return Value(*parsed);
-    }
-    case AttributeType::Date:
-        return Value(Date(statement.real(column)));
-    case AttributeType::Double:
-        return Value(statement.real(column));
-    case AttributeType::Data:
-        return Value(statement.blob(column));
-    case AttributeType::Bool:
-        return Value(statement.integer(column) != 0);
-    case AttributeType::Int16:
-        return Value(int64_t{static_cast<int16_t>(statement.integer(column))});
-    case AttributeType::Int32:
-        return Value(int64_t{static_cast<int32_t>(statement.integer(column))});
-    case AttributeType::Int64:
-        return Value(statement.integer(column));
+        case AttributeType::Date:
+            return Value(Date(statement.real(column)));
+        case AttributeType::Double:
+            return Value(statement.real(column));
+        case AttributeType::Data:
+            return Value(statement.blob(column));
+        case AttributeType::Bool:
+            return Value(statement.integer(column) != 0);
+        case AttributeType::Int16:
+            return Value(int64_t{static_cast<int16_t>(statement.integer(column))});
+        case AttributeType::Int32:
+            return Value(int64_t{static_cast<int32_t>(statement.integer(column))});
+        case AttributeType::Int64:
+            return Value(statement.integer(column));
     }
     return Value();
 }
@@ -270,29 +270,29 @@ void StoreSchema::bindColumn(SQLiteStatement& statement, int index, AttributeTyp
         return;
     }
     switch (type) {
-    case AttributeType::String:
-        statement.bindText(index, *converted.string());
-        return;
-    case AttributeType::Decimal:
-        statement.bindText(index, converted.decimal()->toString());
-        return;
-    case AttributeType::Date:
-        statement.bindDouble(index, converted.date()->timeIntervalSinceReferenceDate());
-        return;
-    case AttributeType::Double:
-        statement.bindDouble(index, converted.toDouble());
-        return;
-    case AttributeType::Data: {
-        const Bytes& bytes = *converted.bytes();
-        statement.bindBlob(index, bytes.data(), bytes.size());
-        return;
-    }
-    case AttributeType::Bool:
-    case AttributeType::Int16:
-    case AttributeType::Int32:
-    case AttributeType::Int64:
-        statement.bindInteger(index, converted.toInt64());
-        return;
+        case AttributeType::String:
+            statement.bindText(index, *converted.string());
+            return;
+        case AttributeType::Decimal:
+            statement.bindText(index, converted.decimal()->toString());
+            return;
+        case AttributeType::Date:
+            statement.bindDouble(index, converted.date()->timeIntervalSinceReferenceDate());
+            return;
+        case AttributeType::Double:
+            statement.bindDouble(index, converted.toDouble());
+            return;
+        case AttributeType::Data: {
+            const Bytes& bytes = *converted.bytes();
+            statement.bindBlob(index, bytes.data(), bytes.size());
+            return;
+        }
+        case AttributeType::Bool:
+        case AttributeType::Int16:
+        case AttributeType::Int32:
+        case AttributeType::Int64:
+            statement.bindInteger(index, converted.toInt64());
+            return;
     }
 }
 
@@ -339,7 +339,8 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
         // touching its overflow pages, so a large value costs nothing here.
         std::vector<bool> deferrable;
         for (const AttributeDescription* attribute : entityTable.attributes) {
-            bool defer = deferLargeData && attribute->type == AttributeType::Data && present.count(attribute->name) != 0;
+            bool defer =
+                deferLargeData && attribute->type == AttributeType::Data && present.count(attribute->name) != 0;
             deferrable.push_back(defer);
             if (!defer) {
                 addColumn(attribute->name);
@@ -414,9 +415,9 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
         if (!db.tableExists(link.name)) {
             continue;
         }
-        SQLiteStatement statement = db.prepare(
-            "SELECT source, target, coalesce(position, target), coalesce(inverse_position, source) FROM " +
-            quote(link.name));
+        SQLiteStatement statement =
+            db.prepare("SELECT source, target, coalesce(position, target), coalesce(inverse_position, source) FROM " +
+                       quote(link.name));
         if (!statement.isValid()) {
             return failed(db.lastError(), db.lastErrorWasCorruption());
         }
@@ -434,7 +435,8 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
             int64_t position = link.owner->isOrdered ? statement.integer(2) : target;
             snapshot.edges.push_back({source, link.owner, position, target});
             if (link.inverse != nullptr) {
-                snapshot.edges.push_back({target, link.inverse, inverseOrdered ? statement.integer(3) : source, source});
+                snapshot.edges.push_back(
+                    {target, link.inverse, inverseOrdered ? statement.integer(3) : source, source});
             }
         }
     }

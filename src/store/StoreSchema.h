@@ -30,7 +30,7 @@ public:
     };
     // A to-many relationship kept in a table of its own: many-to-many or without inverse.
     struct LinkTable {
-        std::string name;                                 // "_link_<Entity>_<relationship>"
+        std::string name;                                // "_link_<Entity>_<relationship>"
         const RelationshipDescription* owner = nullptr;  // The side whose order is `position`.
         const RelationshipDescription* inverse = nullptr;
     };

@@ -1,7 +1,3 @@
-#include "core/Decimal.h"
-
-#include <gtest/gtest.h>
-
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +6,10 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/Decimal.h"
 
 // Checks Decimal against vectors computed by Python's decimal module with the same
 // precision, rounding and exponent range (tools/decimal_vectors.py describes the format).
@@ -160,7 +160,8 @@ VectorRun checkVectorFile(const std::filesystem::path& path) {
 }  // namespace
 
 TEST(DecimalDifferentialTest, AgreesWithCommittedVectors) {
-    VectorRun run = checkVectorFile(std::filesystem::path(BRASSLINE_SOURCE_DIR) / "tests/data/core/decimal_vectors.txt");
+    VectorRun run =
+        checkVectorFile(std::filesystem::path(BRASSLINE_SOURCE_DIR) / "tests/data/core/decimal_vectors.txt");
     EXPECT_GE(run.checked, 20000u);
     EXPECT_EQ(run.failures, 0u) << run.report();
 }

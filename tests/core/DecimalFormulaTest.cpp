@@ -1,6 +1,6 @@
-#include "core/DecimalFormula.h"
-
 #include <gtest/gtest.h>
+
+#include "core/DecimalFormula.h"
 
 namespace brassline {
 
@@ -11,18 +11,10 @@ TEST(DecimalFormulaTest, EvaluatesInExactDecimalsWithPrecedence) {
     };
     // Worked out by hand; 0.1 + 0.2 is exactly 0.3 in decimal, unlike binary floating point.
     const Case cases[] = {
-        {"0.1 + 0.2", "0.3"},
-        {"19.99 * 3", "59.97"},
-        {"2 + 3 * 4", "14"},
-        {"(2 + 3) * 4", "20"},
-        {"10 - 4 - 3", "3"},
-        {"100 / 8 / 5", "2.5"},
-        {"-(1.5 - 2)", "0.5"},
-        {"--2", "2"},
-        {"+3 * -2", "-6"},
-        {"1e3 / 4", "250"},
-        {" 7 ", "7"},
-        {"1 / 3 * 3", "0.99999999999999999999999999999999999999"},
+        {"0.1 + 0.2", "0.3"},  {"19.99 * 3", "59.97"}, {"2 + 3 * 4", "14"},
+        {"(2 + 3) * 4", "20"}, {"10 - 4 - 3", "3"},    {"100 / 8 / 5", "2.5"},
+        {"-(1.5 - 2)", "0.5"}, {"--2", "2"},           {"+3 * -2", "-6"},
+        {"1e3 / 4", "250"},    {" 7 ", "7"},           {"1 / 3 * 3", "0.99999999999999999999999999999999999999"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.formula);
@@ -44,12 +36,9 @@ TEST(DecimalFormulaTest, MalformedFormulasAnswerAReasonWithPosition) {
         const char* error;
     };
     const Case cases[] = {
-        {"", "unexpected end of formula at position 1"},
-        {"1 +", "unexpected end of formula at position 4"},
-        {"(1 + 2", "missing ')' at position 7"},
-        {"1 + 2)", "unexpected ')' at position 6"},
-        {"2 * x", "expected a number at position 5"},
-        {"1.2.3", "malformed number '1.2.3' at position 1"},
+        {"", "unexpected end of formula at position 1"}, {"1 +", "unexpected end of formula at position 4"},
+        {"(1 + 2", "missing ')' at position 7"},         {"1 + 2)", "unexpected ')' at position 6"},
+        {"2 * x", "expected a number at position 5"},    {"1.2.3", "malformed number '1.2.3' at position 1"},
         {"3 4", "unexpected '4' at position 3"},
     };
     for (const Case& c : cases) {

@@ -1,12 +1,12 @@
-#include "core/Decimal.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "core/Decimal.h"
 
 namespace brassline {
 
@@ -194,8 +194,8 @@ TEST(DecimalTest, DividesTo38SignificantDigits) {
         Decimal quotient = dec(c.a) / dec(c.b);
         EXPECT_EQ(quotient.toString(), c.expected);
         // Normal form: no trailing zero below the top exponent.
-        EXPECT_TRUE(quotient.exponent() == Decimal::kMaxExponent || quotient.significand() % 10 != 0 || quotient.isZero() ||
-                    quotient.isNaN());
+        EXPECT_TRUE(quotient.exponent() == Decimal::kMaxExponent || quotient.significand() % 10 != 0 ||
+                    quotient.isZero() || quotient.isNaN());
     }
 }
 
@@ -238,7 +238,7 @@ TEST(DecimalTest, ParsesPlainAndExponentNotation) {
 }
 
 TEST(DecimalTest, RejectsMalformedText) {
-    const char* const rejected[] = {"",   "abc", "1.2.3", "1e",   " 1",  "1 ",  "+",   "-",   ".",   "e5",  "1e+",
+    const char* const rejected[] = {"",    "abc", "1.2.3", "1e",   " 1",  "1 ",  "+",     "-",   ".",   "e5", "1e+",
                                     "1,5", "--1", "1e5.5", "0x10", "inf", "nan", "1_000", "+-1", "1e-", "5%", "\t2"};
     for (const char* text : rejected) {
         SCOPED_TRACE(text);
@@ -300,19 +300,8 @@ TEST(DecimalTest, CountsFractionDigitsOfTheCanonicalText) {
 TEST(DecimalTest, ComparesNumericallyWithNotANumberFirst) {
     // Ascending; entries in one group are equal.
     const std::vector<std::vector<std::string>> ascending = {
-        {"NaN"},
-        {"-1e127"},
-        {"-2", "-2.000"},
-        {"-1"},
-        {"-1e-128"},
-        {"0", "-0", "0.000"},
-        {"1e-128"},
-        {"0.001"},
-        {"0.3", "0.30"},
-        {"1", "1.0", "1e0"},
-        {kNines38},
-        {"1e38"},
-        {kNines38 + "e127"},
+        {"NaN"},   {"-1e127"},      {"-2", "-2.000"},    {"-1"},     {"-1e-128"}, {"0", "-0", "0.000"}, {"1e-128"},
+        {"0.001"}, {"0.3", "0.30"}, {"1", "1.0", "1e0"}, {kNines38}, {"1e38"},    {kNines38 + "e127"},
     };
     for (size_t i = 0; i < ascending.size(); ++i) {
         for (size_t j = 0; j < ascending.size(); ++j) {

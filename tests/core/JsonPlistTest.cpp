@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
+
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "PythonCheck.h"
@@ -76,7 +76,8 @@ TEST(JsonTest, NumbersKeepEveryDigit) {
 TEST(JsonTest, MalformedTextAnswersNothingWithReason) {
     const std::string deep(600, '[');
     const std::vector<std::string> inputs = {
-        "", "{", "[1,]", "{\"a\" 1}", "nul", "\"unterminated", "1 2", "{\"a\":1}}", "\"\xFF\"", "[1e999]", "{1:2}", deep,
+        "",    "{",          "[1,]",     "{\"a\" 1}", "nul",   "\"unterminated",
+        "1 2", "{\"a\":1}}", "\"\xFF\"", "[1e999]",   "{1:2}", deep,
     };
     LogCapture capture;
     for (const std::string& input : inputs) {
@@ -177,7 +178,8 @@ TEST(PropertyListTest, TypesWithoutPlistFormFollowTheirRules) {
         {"negative whole decimal", Value(dec("-7")), Value(-7)},
         {"fractional decimal as real", Value(dec("2.5")), Value(2.5)},
         {"decimal past int64 as real", Value(dec("1e20")), Value(1e20)},
-        {"null left out of a dictionary", Value(Value::Dictionary{{"a", Value()}, {"b", 1}}), Value(Value::Dictionary{{"b", 1}})},
+        {"null left out of a dictionary", Value(Value::Dictionary{{"a", Value()}, {"b", 1}}),
+         Value(Value::Dictionary{{"b", 1}})},
         {"null left out of an array", Value(Value::Array{Value(), 1, Value()}), Value(Value::Array{1})},
         {"UID dictionary", Value(Value::Dictionary{{"CF$UID", 7}}), Value(Value::Dictionary{{"CF$UID", 7}})},
     };
@@ -245,7 +247,8 @@ TEST(PropertyListTest, ReadsThePlatformsXML) {
 
 TEST(PropertyListTest, RefusesWhatIsNoPropertyList) {
     LogCapture capture;
-    const std::vector<std::string> inputs = {"", "hello", "bplist00", "<plist><dict><key>a</key></plist>", std::string("\0\0\0", 3)};
+    const std::vector<std::string> inputs = {"", "hello", "bplist00", "<plist><dict><key>a</key></plist>",
+                                             std::string("\0\0\0", 3)};
     for (const std::string& input : inputs) {
         SCOPED_TRACE(input);
         std::string error;
@@ -258,14 +261,15 @@ TEST(PropertyListTest, RefusesWhatIsNoPropertyList) {
 using pythoncheck::hasPython;
 using pythoncheck::runPython;
 
-
 TEST(PropertyListTest, BinaryOutputReadsInPythonsPlistlib) {
     if (!hasPython()) {
         GTEST_SKIP() << "python3 with plistlib is not available";
     }
-    const std::filesystem::path path = std::filesystem::temp_directory_path() / ("brassline-plist-" + std::to_string(::getpid()));
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("brassline-plist-" + std::to_string(::getpid()));
     const Bytes binary = samplePlist().toBinaryPropertyList();
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(binary.data()), static_cast<std::streamsize>(binary.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(binary.data()), static_cast<std::streamsize>(binary.size()));
     const std::string output = runPython(R"(import plistlib, sys
 d = plistlib.load(open(sys.argv[1], 'rb'))
 for k in sorted(d):

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -7,10 +5,12 @@
 #include <functional>
 #include <limits>
 #include <random>
+
+#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "core/KeyedArchive.h"
 #include "PythonCheck.h"
+#include "core/KeyedArchive.h"
 #include "core/Log.h"
 
 namespace brassline {
@@ -63,7 +63,8 @@ TEST(KeyedArchiveTest, EveryValueTypeComesBackAsItWent) {
         {"decimal nan", Value(Decimal::notANumber())},
         {"empty string", Value("")},
         {"string $null", Value("$null")},
-        {"unicode string", Value("Gr\xC3\xBC\xC3\x9F" "e \xE2\x82\xAC \xF0\x9F\x98\x80")},
+        {"unicode string", Value("Gr\xC3\xBC\xC3\x9F"
+                                 "e \xE2\x82\xAC \xF0\x9F\x98\x80")},
         // NS.time is a full double: no microsecond step as in plain property lists.
         {"date", Value(Date(731000000.123456789))},
         {"date before 2001", Value(Date(-3e9 + 0.25))},
@@ -120,7 +121,8 @@ Value::Array platformObjects() {
                           {"NS.mantissa.bo", 1},
                           {"NS.mantissa", littleEndian}},
         classRecord({"NSDecimalNumber", "NSNumber", "NSValue", "NSObject"}),
-        Value::Dictionary{{"$class", uid(14)}, {"NS.objects", Value::Array{uid(12), uid(13), uid(8), uid(20), uid(22)}}},
+        Value::Dictionary{{"$class", uid(14)},
+                          {"NS.objects", Value::Array{uid(12), uid(13), uid(8), uid(20), uid(22)}}},
         3,
         Value::Dictionary{{"$class", uid(16)}},
         classRecord({"NSMutableArray", "NSArray", "NSObject"}),
@@ -161,11 +163,13 @@ Value platformValue() {
 TEST(KeyedArchiveTest, ReadsArchivesInThePlatformsShapeInBothForms) {
     const Value archive = archiveOf(platformObjects());
     std::string error;
-    const std::optional<Value> fromBinary = KeyedUnarchiver::unarchiveObjectWithData(archive.toBinaryPropertyList(), &error);
+    const std::optional<Value> fromBinary =
+        KeyedUnarchiver::unarchiveObjectWithData(archive.toBinaryPropertyList(), &error);
     ASSERT_TRUE(fromBinary.has_value()) << error;
     expectSame(*fromBinary, platformValue());
     const std::string xml = archive.toXMLPropertyList();
-    const std::optional<Value> fromXML = KeyedUnarchiver::unarchiveObjectWithData(Bytes(xml.begin(), xml.end()), &error);
+    const std::optional<Value> fromXML =
+        KeyedUnarchiver::unarchiveObjectWithData(Bytes(xml.begin(), xml.end()), &error);
     ASSERT_TRUE(fromXML.has_value()) << error;
     expectSame(*fromXML, platformValue());
 }
@@ -184,7 +188,8 @@ TEST(KeyedArchiveTest, OutputHasTheDocumentedShapeInPythonsPlistlib) {
     const Value root(Value::Dictionary{{"a", "x"}, {"n", 5}, {"d", dec("19.99")}, {"l", Value::Array{"x"}}});
     const Bytes data = KeyedArchiver::archivedDataWithRootObject(root);
     const std::filesystem::path path = scratchPath("archive");
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
     const std::string output = runPython(R"(import plistlib, sys
 d = plistlib.load(open(sys.argv[1], 'rb'))
 print(sorted(d), d['$archiver'], d['$version'], d['$top'])
@@ -199,24 +204,25 @@ for i, o in enumerate(d['$objects']):
     // Worked out by hand: the dictionary takes entry 1 before its contents; keys and values
     // follow in key order, each string once ("x" serves the value of "a" and the list), each
     // class record where first needed; 19.99 is mantissa 1999 = 0x07CF, exponent -2.
-    EXPECT_EQ(output,
-              "['$archiver', '$objects', '$top', '$version'] NSKeyedArchiver 100000 {'root': UID(1)}\n"
-              "0 '$null'\n"
-              "1 {'$class': UID(12), 'NS.keys': [UID(2), UID(4), UID(7), UID(10)], "
-              "'NS.objects': [UID(3), UID(6), UID(8), UID(11)]}\n"
-              "2 'a'\n"
-              "3 'x'\n"
-              "4 'd'\n"
-              "5 {'$classes': ['NSDecimalNumber', 'NSNumber', 'NSValue', 'NSObject'], '$classname': 'NSDecimalNumber'}\n"
-              "6 {'$class': UID(5), 'NS.compact': True, 'NS.exponent': -2, 'NS.length': 1, "
-              "'NS.mantissa': b'\\xcf\\x07\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00', "
-              "'NS.mantissa.bo': 1, 'NS.negative': False}\n"
-              "7 'l'\n"
-              "8 {'$class': UID(9), 'NS.objects': [UID(3)]}\n"
-              "9 {'$classes': ['NSArray', 'NSObject'], '$classname': 'NSArray'}\n"
-              "10 'n'\n"
-              "11 5\n"
-              "12 {'$classes': ['NSDictionary', 'NSObject'], '$classname': 'NSDictionary'}\n");
+    EXPECT_EQ(
+        output,
+        "['$archiver', '$objects', '$top', '$version'] NSKeyedArchiver 100000 {'root': UID(1)}\n"
+        "0 '$null'\n"
+        "1 {'$class': UID(12), 'NS.keys': [UID(2), UID(4), UID(7), UID(10)], "
+        "'NS.objects': [UID(3), UID(6), UID(8), UID(11)]}\n"
+        "2 'a'\n"
+        "3 'x'\n"
+        "4 'd'\n"
+        "5 {'$classes': ['NSDecimalNumber', 'NSNumber', 'NSValue', 'NSObject'], '$classname': 'NSDecimalNumber'}\n"
+        "6 {'$class': UID(5), 'NS.compact': True, 'NS.exponent': -2, 'NS.length': 1, "
+        "'NS.mantissa': b'\\xcf\\x07\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00\\x00', "
+        "'NS.mantissa.bo': 1, 'NS.negative': False}\n"
+        "7 'l'\n"
+        "8 {'$class': UID(9), 'NS.objects': [UID(3)]}\n"
+        "9 {'$classes': ['NSArray', 'NSObject'], '$classname': 'NSArray'}\n"
+        "10 'n'\n"
+        "11 5\n"
+        "12 {'$classes': ['NSDictionary', 'NSObject'], '$classname': 'NSDictionary'}\n");
 }
 
 TEST(KeyedArchiveTest, ReadsAnArchiveWrittenByPythonsPlistlib) {
@@ -396,7 +402,9 @@ TEST(KeyedArchiveTest, ObjectArchivesFailWithReasons) {
         EXPECT_FALSE(KeyedUnarchiver::unarchiveObjectWithData(*data, &error).has_value());
         EXPECT_NE(error.find("stands where a value is expected"), std::string::npos) << error;
         // A value archive where an object is expected.
-        EXPECT_EQ(KeyedUnarchiver::unarchiveArchivableWithData(KeyedArchiver::archivedDataWithRootObject(Value(1)), &error), nullptr);
+        EXPECT_EQ(
+            KeyedUnarchiver::unarchiveArchivableWithData(KeyedArchiver::archivedDataWithRootObject(Value(1)), &error),
+            nullptr);
         EXPECT_FALSE(error.empty());
     }
     {
@@ -466,14 +474,19 @@ TEST(KeyedArchiveTest, DamagedArchivesAreRefusedWithReasons) {
         {"no objects", without("$objects"), "no list of objects"},
         {"no top", without("$top"), "no root object"},
         {"root past the end", withTop(Value(Value::Dictionary{{"root", uid(99)}})), "outside the 23 entries"},
-        {"array contains itself", archiveOf(withField(good, 11, "NS.objects", Value(Value::Array{uid(11)}))), "contains itself"},
-        {"array contains its dictionary", archiveOf(withField(good, 11, "NS.objects", Value(Value::Array{uid(1)}))), "contains itself"},
-        {"keys and objects differ in number", archiveOf(withField(good, 1, "NS.keys", Value(Value::Array{uid(3)}))), "1 keys for 5 objects"},
-        {"key that is a number", archiveOf(withField(good, 1, "NS.keys", Value(Value::Array{uid(12), uid(4), uid(5), uid(6), uid(7)}))),
+        {"array contains itself", archiveOf(withField(good, 11, "NS.objects", Value(Value::Array{uid(11)}))),
+         "contains itself"},
+        {"array contains its dictionary", archiveOf(withField(good, 11, "NS.objects", Value(Value::Array{uid(1)}))),
+         "contains itself"},
+        {"keys and objects differ in number", archiveOf(withField(good, 1, "NS.keys", Value(Value::Array{uid(3)}))),
+         "1 keys for 5 objects"},
+        {"key that is a number",
+         archiveOf(withField(good, 1, "NS.keys", Value(Value::Array{uid(12), uid(4), uid(5), uid(6), uid(7)}))),
          "key that is not a string"},
         {"no class", archiveOf(withField(good, 15, "$class", std::nullopt)), "entry 15 has no valid class reference"},
         {"class past the end", archiveOf(withField(good, 15, "$class", uid(500))), "no valid class reference"},
-        {"class record without name", replaced(18, Value(Value::Dictionary{{"$classes", Value::Array{}}})), "without a name"},
+        {"class record without name", replaced(18, Value(Value::Dictionary{{"$classes", Value::Array{}}})),
+         "without a name"},
         {"unknown class", replaced(18, Value(Value::Dictionary{{"$classname", "NSFancy"}})), "NSFancy is not known"},
         {"decimal with nine words", archiveOf(withField(good, 9, "NS.length", Value(9))), "damaged fields"},
         {"decimal in a third byte order", archiveOf(withField(good, 9, "NS.mantissa.bo", Value(3))), "damaged fields"},
@@ -481,10 +494,12 @@ TEST(KeyedArchiveTest, DamagedArchivesAreRefusedWithReasons) {
         {"decimal mantissa as number", archiveOf(withField(good, 9, "NS.mantissa", Value(5))), "not data"},
         {"date without time", archiveOf(withField(good, 15, "NS.time", Value("noon"))), "no time"},
         {"list that is a number", archiveOf(withField(good, 11, "NS.objects", Value(5))), "not a list of references"},
-        {"list of plain numbers", archiveOf(withField(good, 11, "NS.objects", Value(Value::Array{5}))), "other than a reference"},
+        {"list of plain numbers", archiveOf(withField(good, 11, "NS.objects", Value(Value::Array{5}))),
+         "other than a reference"},
         {"reference as an entry", replaced(12, uid(3)), "neither a value nor an object"},
         {"raw array as an entry", replaced(12, Value(Value::Array{})), "neither a value nor an object"},
-        {"class record as an object", archiveOf(withField(good, 1, "NS.objects", Value(Value::Array{uid(2), uid(9), uid(11), uid(15), uid(17)}))),
+        {"class record as an object",
+         archiveOf(withField(good, 1, "NS.objects", Value(Value::Array{uid(2), uid(9), uid(11), uid(15), uid(17)}))),
          "entry 2 has no valid class reference"},
     };
     LogCapture capture;
@@ -503,7 +518,8 @@ TEST(KeyedArchiveTest, DeepChainsAreRefusedAndSharedPartsStayLinear) {
     // 1000 arrays, each holding the next: far deeper than any real archive.
     Value::Array chain{"$null"};
     for (int64_t i = 1; i <= 1000; ++i) {
-        chain.push_back(Value::Dictionary{{"$class", uid(1001)}, {"NS.objects", i < 1000 ? Value::Array{uid(i + 1)} : Value::Array{}}});
+        chain.push_back(Value::Dictionary{{"$class", uid(1001)},
+                                          {"NS.objects", i < 1000 ? Value::Array{uid(i + 1)} : Value::Array{}}});
     }
     chain.push_back(Value::Dictionary{{"$classname", "NSArray"}, {"$classes", Value::Array{"NSArray", "NSObject"}}});
     std::string error;
@@ -544,7 +560,8 @@ TEST(KeyedArchiveTest, TruncatedAndFlippedArchivesNeverCrash) {
         // A binary property list ends in its offset table and trailer: no cut-off survives.
         size_t truncatedDecoded = 0;
         for (size_t length = 0; length < original->size(); ++length) {
-            truncatedDecoded += decodes(Bytes(original->begin(), original->begin() + static_cast<ptrdiff_t>(length))) ? 1 : 0;
+            truncatedDecoded +=
+                decodes(Bytes(original->begin(), original->begin() + static_cast<ptrdiff_t>(length))) ? 1 : 0;
         }
         EXPECT_EQ(truncatedDecoded, 0u);
         size_t flipsRefused = 0;
@@ -575,10 +592,18 @@ TEST(KeyedArchiveTest, RandomlyDamagedArchivesInBothFormsNeverCrash) {
         for (int change = 0; change < changes && !damaged.empty(); ++change) {
             const size_t position = random() % damaged.size();
             switch (random() % 4) {
-            case 0: damaged[position] ^= static_cast<uint8_t>(1u << (random() % 8)); break;
-            case 1: damaged[position] = static_cast<uint8_t>(random()); break;
-            case 2: damaged.erase(damaged.begin() + static_cast<ptrdiff_t>(position)); break;
-            default: damaged[position] = static_cast<uint8_t>("\0\x0f\xff\x7f<>&#;"[random() % 9]); break;
+                case 0:
+                    damaged[position] ^= static_cast<uint8_t>(1u << (random() % 8));
+                    break;
+                case 1:
+                    damaged[position] = static_cast<uint8_t>(random());
+                    break;
+                case 2:
+                    damaged.erase(damaged.begin() + static_cast<ptrdiff_t>(position));
+                    break;
+                default:
+                    damaged[position] = static_cast<uint8_t>("\0\x0f\xff\x7f<>&#;"[random() % 9]);
+                    break;
             }
         }
         decoded += KeyedUnarchiver::unarchiveObjectWithData(damaged).has_value() ? 1 : 0;

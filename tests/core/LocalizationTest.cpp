@@ -1,5 +1,3 @@
-#include "core/Localization.h"
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "core/Localization.h"
 #include "core/Log.h"
 
 namespace brassline {
@@ -20,8 +19,7 @@ namespace {
 class LocalizationTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_folder = std::filesystem::path(::testing::TempDir()) /
-                   ("brassline-localization-" + std::to_string(getpid()));
+        m_folder = std::filesystem::path(::testing::TempDir()) / ("brassline-localization-" + std::to_string(getpid()));
         std::filesystem::create_directories(m_folder / "Localizable");
     }
     void TearDown() override {
@@ -96,11 +94,10 @@ TEST_F(LocalizationTest, FallsBackToEnglishAndThenToTheKey) {
         const char* expected;
     };
     const Row rows[] = {
-        {"de", "a", "Ä"},
-        {"de", "b", "B"},  // Missing in German: English.
-        {"de", "c", "c"},  // Missing everywhere: the key.
-        {"de", "n", "n"},  // Not a string: ignored.
-        {"fr", "a", "A"},  // No French table at all.
+        {"de", "a", "Ä"}, {"de", "b", "B"},  // Missing in German: English.
+        {"de", "c", "c"},                    // Missing everywhere: the key.
+        {"de", "n", "n"},                    // Not a string: ignored.
+        {"fr", "a", "A"},                    // No French table at all.
         {"en", "b", "B"},
     };
     for (const Row& row : rows) {
@@ -136,8 +133,8 @@ TEST_F(LocalizationTest, LanguageNamesReduceToTheirCode) {
         const char* expected;
     };
     const Row rows[] = {
-        {"de", "de"}, {"DE", "de"}, {"de_DE.UTF-8", "de"}, {"de-CH", "de"},
-        {"en_US@euro", "en"}, {"C", "en"}, {"POSIX", "en"}, {"1x", "en"},
+        {"de", "de"},         {"DE", "de"}, {"de_DE.UTF-8", "de"}, {"de-CH", "de"},
+        {"en_US@euro", "en"}, {"C", "en"},  {"POSIX", "en"},       {"1x", "en"},
     };
     LogCapture capture;
     for (const Row& row : rows) {

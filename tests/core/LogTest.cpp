@@ -1,5 +1,3 @@
-#include "core/Log.h"
-
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +11,7 @@
 #include <unistd.h>
 
 #include "core/Date.h"
+#include "core/Log.h"
 
 namespace brassline {
 namespace {
@@ -42,7 +41,7 @@ TEST(LogTest, FormatsPrintfConversionsAndObjects) {
         {formatMessage("%@", 2.5f), "2.5"},
         {formatMessage("%5.2f|", 3.14159), " 3.14|"},
         {formatMessage("%08.3f", -1.5), "-001.500"},
-        {formatMessage("%.0f", 2.5), "2"},  // printf rounds half to even.
+        {formatMessage("%.0f", 2.5), "2"},     // printf rounds half to even.
         {formatMessage("%f", 3), "3.000000"},  // An int handed to %f is converted, not misread.
         {formatMessage("%d", 3.9), "3"},
         {formatMessage("%x %X %o", 255, 255u, 8), "ff FF 10"},

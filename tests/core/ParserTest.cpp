@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "core/BLParser.h"
 
@@ -30,12 +30,15 @@ TEST(ParserTest, ExtractIBANsFindsRunsOfTheTableLengthAsWritten) {
         {"unknown country", "XX89370400440532013000", {}},
         // Each country searches the whole text on its own, so the Maltese account number
         // also holds a Lithuanian-shaped run ("LT01" and 16 more).
-        {"shortest and longest countries", "NO9386011117947 and MT84MALT011000012345MTLCAST001S",
+        {"shortest and longest countries",
+         "NO9386011117947 and MT84MALT011000012345MTLCAST001S",
          {"LT011000012345MTLCAS", "MT84MALT011000012345MTLCAST001S", "NO9386011117947"}},
-        {"two of one country in text order", "DE88370400440532013000/DE89370400440532013000",
+        {"two of one country in text order",
+         "DE88370400440532013000/DE89370400440532013000",
          {"DE88370400440532013000", "DE89370400440532013000"}},
         // Results come grouped by country in table order (CH, DE, GB), not in text order.
-        {"several countries", "GB29NWBK60161331926819; DE89370400440532013000; CH9300762011623852957",
+        {"several countries",
+         "GB29NWBK60161331926819; DE89370400440532013000; CH9300762011623852957",
          {"CH9300762011623852957", "DE89370400440532013000", "GB29NWBK60161331926819"}},
         {"Arabic text around", "حوّل المبلغ إلى SA0380000000608010167519 شكراً", {"SA0380000000608010167519"}},
         {"letters of another script right behind", "SA0380000000608010167519شكراً", {"SA0380000000608010167519"}},
@@ -82,16 +85,11 @@ TEST(ParserTest, IBANChecksumAndLengths) {
     };
     // Check digits worked out by the mod-97 rule (ISO 7064) by hand for the altered ones.
     const std::vector<Row> rows = {
-        {"DE89370400440532013000", true},
-        {"DE88370400440532013000", false},
-        {"de89370400440532013000", true},
-        {"GB29 NWBK 6016 1331 9268 19", true},
-        {"CH9300762011623852957", true},
-        {"MT84MALT011000012345MTLCAST001S", true},
-        {"DE8937040044053201300", false},
-        {"US12345678901234567890", false},
-        {"DE89-3704-0044-0532-0130-00", false},
-        {"", false},
+        {"DE89370400440532013000", true},       {"DE88370400440532013000", false},
+        {"de89370400440532013000", true},       {"GB29 NWBK 6016 1331 9268 19", true},
+        {"CH9300762011623852957", true},        {"MT84MALT011000012345MTLCAST001S", true},
+        {"DE8937040044053201300", false},       {"US12345678901234567890", false},
+        {"DE89-3704-0044-0532-0130-00", false}, {"", false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.iban);
@@ -119,8 +117,7 @@ TEST(ParserTest, ExtractNumbersUsesTheLocaleSeparators) {
         {"de_CH", "CHF 1\u2019234.50", {"1\u2019234.50"}},
         {"fr_FR", "1\u202F234,5 €", {"1\u202F234,5"}},
         // Digits of other scripts are digits to the pattern.
-        {"ar_EG", "المجموع \u0661\u066C\u0662\u0663\u0664\u066B\u0665",
-         {"\u0661\u066C\u0662\u0663\u0664\u066B\u0665"}},
+        {"ar_EG", "المجموع \u0661\u066C\u0662\u0663\u0664\u066B\u0665", {"\u0661\u066C\u0662\u0663\u0664\u066B\u0665"}},
         {"en_US", "no digits here", {}},
     };
     for (const Row& row : rows) {

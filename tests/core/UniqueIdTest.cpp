@@ -1,5 +1,3 @@
-#include "core/UniqueId.h"
-
 #include <array>
 #include <cstdint>
 #include <set>
@@ -10,17 +8,24 @@
 
 #include <gtest/gtest.h>
 
+#include "core/UniqueId.h"
+
 namespace brassline {
 namespace {
 
 // Decodes the URL-safe base64 alphabet by hand, independent of the encoder.
 std::vector<uint8_t> decodeUidBytes(const std::string& text) {
     auto value = [](char c) -> int {
-        if (c >= 'A' && c <= 'Z') return c - 'A';
-        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-        if (c >= '0' && c <= '9') return c - '0' + 52;
-        if (c == '-') return 62;
-        if (c == '_') return 63;
+        if (c >= 'A' && c <= 'Z')
+            return c - 'A';
+        if (c >= 'a' && c <= 'z')
+            return c - 'a' + 26;
+        if (c >= '0' && c <= '9')
+            return c - '0' + 52;
+        if (c == '-')
+            return 62;
+        if (c == '_')
+            return 63;
         return -1;
     };
     std::vector<uint8_t> bytes;

@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
+
+#include <gtest/gtest.h>
 
 #include "core/Value.h"
 
@@ -48,9 +48,10 @@ void checkRows(const std::vector<OrderingRow>& rows) {
         const std::partial_ordering forward = row.left.compare(row.right);
         const std::partial_ordering backward = row.right.compare(row.left);
         EXPECT_STREQ(orderingName(forward), orderingName(row.expected));
-        const std::partial_ordering mirrored = row.expected == std::partial_ordering::less      ? std::partial_ordering::greater
-                                               : row.expected == std::partial_ordering::greater ? std::partial_ordering::less
-                                                                                                : row.expected;
+        const std::partial_ordering mirrored =
+            row.expected == std::partial_ordering::less      ? std::partial_ordering::greater
+            : row.expected == std::partial_ordering::greater ? std::partial_ordering::less
+                                                             : row.expected;
         EXPECT_STREQ(orderingName(backward), orderingName(mirrored));
         const bool equal = row.expected == std::partial_ordering::equivalent;
         EXPECT_EQ(row.left == row.right, equal);
@@ -85,8 +86,10 @@ TEST(ValueTest, NumbersCompareNumericallyAcrossTypes) {
         {"int -2 > double -2.5", Value(-2), Value(-2.5), greater},
         {"int 2 < double 2.5", Value(2), Value(2.5), less},
         {"int 3 > double 2.5", Value(3), Value(2.5), greater},
-        {"int < decimal by a ten-thousandth", Value(int64_t{12345678901234567}), Value(dec("12345678901234567.0001")), less},
-        {"int64 max < decimal 2^63", Value(std::numeric_limits<int64_t>::max()), Value(dec("9223372036854775808")), less},
+        {"int < decimal by a ten-thousandth", Value(int64_t{12345678901234567}), Value(dec("12345678901234567.0001")),
+         less},
+        {"int64 max < decimal 2^63", Value(std::numeric_limits<int64_t>::max()), Value(dec("9223372036854775808")),
+         less},
         {"decimal -19.99 < decimal -19.9", Value(dec("-19.99")), Value(dec("-19.9")), less},
         // 1e300 lies far beyond the decimal's exponent range.
         {"double 1e300 > decimal 9e38", Value(1e300), Value(dec("9e38")), greater},
@@ -130,7 +133,8 @@ TEST(ValueTest, OtherTypesOrderByContentOrNotAtAll) {
         {"equal arrays", Value(Value::Array{1, "x"}), Value(Value::Array{1.0, "x"}), same},
         {"different arrays", Value(Value::Array{1, "x"}), Value(Value::Array{2, "x"}), none},
         {"array vs longer array", Value(Value::Array{1}), Value(Value::Array{1, 1}), none},
-        {"equal dictionaries", Value(Value::Dictionary{{"a", dec("2.50")}}), Value(Value::Dictionary{{"a", 2.5}}), same},
+        {"equal dictionaries", Value(Value::Dictionary{{"a", dec("2.50")}}), Value(Value::Dictionary{{"a", 2.5}}),
+         same},
         {"dictionaries with other keys", Value(Value::Dictionary{{"a", 1}}), Value(Value::Dictionary{{"b", 1}}), none},
         {"same object", Value(&first), Value(&first), same},
         {"other object", Value(&first), Value(&second), none},
@@ -156,7 +160,8 @@ TEST(ValueTest, ConversionsFollowNumberAndTextRules) {
         {"double 0.1", Value(0.1), true, 0, 0.1, "0.1", "0.1"},
         {"whole double", Value(1.0), true, 1, 1.0, "1", "1"},
         {"double -12.7 cuts toward zero", Value(-12.7), true, -12, -12.7, "-12.7", "-12.7"},
-        {"double 1e30 saturates", Value(1e30), true, std::numeric_limits<int64_t>::max(), 1e30, "1000000000000000000000000000000", "1e+30"},
+        {"double 1e30 saturates", Value(1e30), true, std::numeric_limits<int64_t>::max(), 1e30,
+         "1000000000000000000000000000000", "1e+30"},
         {"double nan", Value(nan), false, 0, nan, "NaN", "nan"},
         {"decimal -2.5", Value(dec("-2.5")), true, -2, -2.5, "-2.5", "-2.5"},
         {"decimal 1.50 canonical", Value(dec("1.50")), true, 1, 1.5, "1.5", "1.5"},
@@ -165,8 +170,8 @@ TEST(ValueTest, ConversionsFollowNumberAndTextRules) {
         {"text -12.7", Value("-12.7"), true, -12, -12.7, "-12.7", "-12.7"},
         {"text with blanks", Value(" 42 "), true, 42, 42.0, "42", " 42 "},
         {"text exponent", Value("1e3"), true, 1000, 1000.0, "1000", "1e3"},
-        {"text money digits", Value("12345678901234567890.12"), true, std::numeric_limits<int64_t>::max(), 12345678901234567890.12,
-         "12345678901234567890.12", "12345678901234567890.12"},
+        {"text money digits", Value("12345678901234567890.12"), true, std::numeric_limits<int64_t>::max(),
+         12345678901234567890.12, "12345678901234567890.12", "12345678901234567890.12"},
         {"text YES", Value("YES"), true, 0, 0.0, "0", "YES"},
         {"text no", Value("no"), false, 0, 0.0, "0", "no"},
         {"text +007", Value("  +007"), true, 7, 7.0, "7", "  +007"},
@@ -199,7 +204,8 @@ TEST(ValueTest, DescriptionRendersNestedValues) {
         {"e", Value(&object)},
         {"f", Value(false)},
     });
-    EXPECT_EQ(value.description(), R"({"a": [1, "x\"y\n"], "b": null, "c": <00ab>, "d": -0.5, "e": <NamedObject>, "f": false})");
+    EXPECT_EQ(value.description(),
+              R"({"a": [1, "x\"y\n"], "b": null, "c": <00ab>, "d": -0.5, "e": <NamedObject>, "f": false})");
     // toString of a container is its description; of a string, the string itself.
     EXPECT_EQ(Value(Value::Array{"a"}).toString(), R"(["a"])");
     EXPECT_EQ(Value("a").description(), R"("a")");

@@ -1,9 +1,9 @@
-#include "core/ValueTransformers.h"
-
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "core/ValueTransformers.h"
 
 namespace brassline {
 namespace {
@@ -194,16 +194,11 @@ TEST_F(ValueTransformersTest, FormatsAndReadsDatesInEachLocale) {
         const char* expected;
     };
     const Row rows[] = {
-        {DateStyle::Short, "en_US", "3/5/24"},
-        {DateStyle::Short, "de_DE", "05.03.24"},
-        {DateStyle::Short, "de_CH", "05.03.24"},
-        {DateStyle::Short, "fr_FR", "05/03/2024"},
-        {DateStyle::Medium, "en_US", "Mar 5, 2024"},
-        {DateStyle::Medium, "de_DE", "05.03.2024"},
-        {DateStyle::Medium, "fr_FR", "5 mars 2024"},
-        {DateStyle::Long, "en_US", "March 5, 2024"},
-        {DateStyle::Long, "de_CH", "5. März 2024"},
-        {DateStyle::Long, "fr_FR", "5 mars 2024"},
+        {DateStyle::Short, "en_US", "3/5/24"},       {DateStyle::Short, "de_DE", "05.03.24"},
+        {DateStyle::Short, "de_CH", "05.03.24"},     {DateStyle::Short, "fr_FR", "05/03/2024"},
+        {DateStyle::Medium, "en_US", "Mar 5, 2024"}, {DateStyle::Medium, "de_DE", "05.03.2024"},
+        {DateStyle::Medium, "fr_FR", "5 mars 2024"}, {DateStyle::Long, "en_US", "March 5, 2024"},
+        {DateStyle::Long, "de_CH", "5. März 2024"},  {DateStyle::Long, "fr_FR", "5 mars 2024"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.locale) + " " + row.expected);
@@ -243,11 +238,11 @@ TEST_F(ValueTransformersTest, DatePatternsUseTheLocalesWordsAndWeeks) {
         const char* expected;
     };
     const Row rows[] = {
-        {"%yyyy", "en_US", "2024"},     {"%yy", "de_DE", "24"},          {"%MM", "fr_FR", "03"},
-        {"%dd", "de_CH", "05"},         {"%LLL", "en_US", "Mar"},        {"%LLL", "de_DE", "Mär"},
-        {"%LLL", "fr_FR", "mars"},      {"LLL", "de_CH", "Mär"},         {"EEEE", "en_US", "Tuesday"},
-        {"EEEE", "de_DE", "Dienstag"},  {"EEEE", "fr_FR", "mardi"},      {"E", "en_US", "Tue"},
-        {"E", "de_DE", "Di."},          {"E", "fr_FR", "mar."},          {"yyyy-Q", "en_US", "2024-1"},
+        {"%yyyy", "en_US", "2024"},    {"%yy", "de_DE", "24"},     {"%MM", "fr_FR", "03"},
+        {"%dd", "de_CH", "05"},        {"%LLL", "en_US", "Mar"},   {"%LLL", "de_DE", "Mär"},
+        {"%LLL", "fr_FR", "mars"},     {"LLL", "de_CH", "Mär"},    {"EEEE", "en_US", "Tuesday"},
+        {"EEEE", "de_DE", "Dienstag"}, {"EEEE", "fr_FR", "mardi"}, {"E", "en_US", "Tue"},
+        {"E", "de_DE", "Di."},         {"E", "fr_FR", "mar."},     {"yyyy-Q", "en_US", "2024-1"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.locale) + " " + row.pattern);

@@ -1,12 +1,9 @@
-#include "money/ContactCommands.h"
-
-#include <unicode/uloc.h>
-
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unicode/uloc.h>
 
 #include "../store/StoreTestSupport.h"
 #include "core/Value.h"
@@ -14,6 +11,7 @@
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
 #include "model/entities/ModelHooks.h"
+#include "money/ContactCommands.h"
 #include "money/ItemHooks.h"
 #include "store/CompanyFileCommands.h"
 
@@ -47,7 +45,8 @@ protected:
         m_previousLocale = uloc_getDefault();
         uloc_setDefault("en_US", &status);
         m_path = m_folder / "Acme.brassline";
-        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -59,7 +58,8 @@ protected:
     }
 
     std::string insert(const std::string& entity, const std::vector<std::string>& values = {}) {
-        CommandResult result = runCommand([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
+        CommandResult result =
+            runCommand([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
         EXPECT_EQ(result.code, 0) << result.err;
         return result.out.substr(0, result.out.find('\n'));
     }
@@ -101,9 +101,10 @@ TEST_F(ContactCommandsTest, ClientsWithoutAPatternListByNameWithANullNumber) {
 }
 
 TEST_F(ContactCommandsTest, VCardAndAddressOfAClient) {
-    const std::string uid = insert("Client", {"firstName=Eva", "lastName=Muster", "address=Hauptstr. 1",
-                                              "zip=10115", "city=Berlin", "countryCode=DE", "notes=line one\nline two"});
-    CommandResult card = runCommand([&](auto& out, auto& err) { return contactcommands::vcard(m_path, uid, out, err); });
+    const std::string uid = insert("Client", {"firstName=Eva", "lastName=Muster", "address=Hauptstr. 1", "zip=10115",
+                                              "city=Berlin", "countryCode=DE", "notes=line one\nline two"});
+    CommandResult card =
+        runCommand([&](auto& out, auto& err) { return contactcommands::vcard(m_path, uid, out, err); });
     ASSERT_EQ(card.code, 0) << card.err;
     const std::vector<std::string> lines = linesOf(card.out);
     ASSERT_EQ(lines.size(), 12u) << card.out;
@@ -116,7 +117,8 @@ TEST_F(ContactCommandsTest, VCardAndAddressOfAClient) {
     EXPECT_EQ(lines[10], "NOTE:line one\\nline two");
     EXPECT_EQ(lines.back(), "END:VCARD");
 
-    CommandResult address = runCommand([&](auto& out, auto& err) { return contactcommands::address(m_path, uid, out, err); });
+    CommandResult address =
+        runCommand([&](auto& out, auto& err) { return contactcommands::address(m_path, uid, out, err); });
     ASSERT_EQ(address.code, 0) << address.err;
     const std::string nbsp = "\u00A0";
     EXPECT_EQ(address.out.rfind("Eva" + nbsp + "Muster\nHauptstr." + nbsp + "1\n10115" + nbsp + "Berlin", 0), 0u)
@@ -139,13 +141,15 @@ TEST_F(ContactCommandsTest, RefusedLookupsNameTheirCause) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         for (auto command : {&contactcommands::vcard, &contactcommands::address}) {
-            CommandResult result = runCommand([&](auto& out, auto& err) { return command(row.path, row.uid, out, err); });
+            CommandResult result =
+                runCommand([&](auto& out, auto& err) { return command(row.path, row.uid, out, err); });
             EXPECT_EQ(result.code, 1);
             EXPECT_TRUE(result.out.empty());
             EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
         }
     }
-    CommandResult missing = runCommand([&](auto& out, auto& err) { return contactcommands::clients(m_path + ".missing", true, out, err); });
+    CommandResult missing =
+        runCommand([&](auto& out, auto& err) { return contactcommands::clients(m_path + ".missing", true, out, err); });
     EXPECT_EQ(missing.code, 1);
     EXPECT_FALSE(missing.err.empty());
 }

@@ -1,11 +1,10 @@
-#include "lifecycle/ConversionCommands.h"
-
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "../store/StoreTestSupport.h"
+#include "lifecycle/ConversionCommands.h"
 #include "model/BLSyncHelper.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
@@ -26,7 +25,8 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
         resetModelHooks();
         m_path = m_folder / "Acme.brassline";
-        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
         client = insert("Client", {"name=Acme"});
         estimate = insert("Estimate", {"parentDocument=" + client, "name=AN-1"});
@@ -80,8 +80,8 @@ TEST_F(ConversionCommandsTest, EachConversionSavesANewDraftAndPrintsItsUid) {
     // 3 x 5 negated.
     EXPECT_NE(get(noteUid, "cost").find("-15"), std::string::npos) << get(noteUid, "cost");
 
-    CommandResult copy = runCommand(
-        [&](auto& out, auto& err) { return conversioncommands::duplicate(m_path, invoice, out, err); });
+    CommandResult copy =
+        runCommand([&](auto& out, auto& err) { return conversioncommands::duplicate(m_path, invoice, out, err); });
     ASSERT_EQ(copy.code, 0) << copy.err;
     EXPECT_NE(copy.out.substr(0, 22), invoice);
 }

@@ -1,5 +1,3 @@
-#include "lifecycle/Conversions.h"
-
 #include <string>
 #include <vector>
 
@@ -7,6 +5,7 @@
 
 #include "../money/ItemTestSupport.h"
 #include "core/Date.h"
+#include "lifecycle/Conversions.h"
 #include "model/BLSyncHelper.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLExternalFile.h"

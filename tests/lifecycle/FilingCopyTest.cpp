@@ -1,7 +1,3 @@
-#include "lifecycle/FilingCopy.h"
-
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -9,10 +5,12 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "../model/EntityFixture.h"
 #include "../store/StoreTestSupport.h"
 #include "core/Date.h"
+#include "lifecycle/FilingCopy.h"
 #include "lifecycle/Numbering.h"
 #include "lifecycle/SendableRules.h"
 #include "model/entities/BLClient.h"
@@ -100,7 +98,9 @@ TEST_F(FilingCopyTest, NamesAndFoldersComeFromThePatterns) {
         std::string expected;  // Below the root.
     };
     const Row rows[] = {
-        {"the number's slash made safe", {PatternElement::literal("Invoice "), PatternElement::token("name")}, {},
+        {"the number's slash made safe",
+         {PatternElement::literal("Invoice "), PatternElement::token("name")},
+         {},
          "/Invoice RE-7"},
         {"a folder below the root",
          {PatternElement::literal("Invoice "), PatternElement::token("name")},

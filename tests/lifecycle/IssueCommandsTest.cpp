@@ -1,5 +1,3 @@
-#include "lifecycle/IssueCommands.h"
-
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -10,6 +8,7 @@
 #include "../store/StoreTestSupport.h"
 #include "core/Date.h"
 #include "core/Value.h"
+#include "lifecycle/IssueCommands.h"
 #include "lifecycle/NumberingCommands.h"
 #include "lifecycle/SendableIssue.h"
 #include "model/NotificationCenter.h"
@@ -75,8 +74,7 @@ protected:
         return runCommand([&](auto& out, auto& err) { return issuecommands::settle(m_path, uid, mode, out, err); });
     }
     CommandResult transcripts(std::optional<std::string> folder = std::nullopt) {
-        return runCommand(
-            [&](auto& out, auto& err) { return issuecommands::transcripts(m_path, folder, out, err); });
+        return runCommand([&](auto& out, auto& err) { return issuecommands::transcripts(m_path, folder, out, err); });
     }
 
     storetest::TemporaryFolder m_folder;

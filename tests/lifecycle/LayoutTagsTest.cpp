@@ -1,5 +1,3 @@
-#include "lifecycle/BLLayoutTags.h"
-
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -7,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "../model/ContactFixture.h"
+#include "lifecycle/BLLayoutTags.h"
 #include "model/entities/BLCustomField.h"
 #include "model/entities/BLCustomFieldSet.h"
 #include "model/entities/BLItemGroup.h"
@@ -26,9 +25,7 @@ protected:
             field->setSet(set);
         }
     }
-    void itemGroup(const char* name) {
-        insert<BLItemGroup>()->setName(std::string(name));
-    }
+    void itemGroup(const char* name) { insert<BLItemGroup>()->setName(std::string(name)); }
     static const LayoutTagSection* section(const std::vector<LayoutTagSection>& sections, const std::string& name) {
         for (const LayoutTagSection& candidate : sections) {
             if (candidate.name == name) {
@@ -64,10 +61,12 @@ TEST_F(LayoutTagsTest, ResourceSectionsInOrderWithTheirPrefixes) {
         const char* tag;
     };
     const Row rows[] = {
-        {"document", "document.number"}, {"invoice", "invoice.costwithtaxesspelled"}, {"parent", "parent.conditions"},
-        {"sender", "sender.IBAN"},       {"recipient", "recipient.conditions"},       {"teamMember", "teamMember.signature"},
-        {"currency", "currency.symbol"}, {"item", "ean_ean13"},                       {"item", "currency.shortname"},
-        {"tax", "subtotal_it"},          {"page", "page.totalbefore"},                {"page", "document.pagenumber"},
+        {"document", "document.number"},       {"invoice", "invoice.costwithtaxesspelled"},
+        {"parent", "parent.conditions"},       {"sender", "sender.IBAN"},
+        {"recipient", "recipient.conditions"}, {"teamMember", "teamMember.signature"},
+        {"currency", "currency.symbol"},       {"item", "ean_ean13"},
+        {"item", "currency.shortname"},        {"tax", "subtotal_it"},
+        {"page", "page.totalbefore"},          {"page", "document.pagenumber"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.tag);
@@ -120,9 +119,12 @@ TEST_F(LayoutTagsTest, CustomFieldsGoToTheirSections) {
         const char* tag;
     };
     const Row rows[] = {
-        {"recipient", "recipient.custom.Kunden_Nummer"}, {"sender", "sender.custom.Kunden_Nummer"},
-        {"recipient", "recipient.custom.Rabatt_Stufe"},  {"document", "document.custom.Projekt_Code"},
-        {"invoice", "invoice.custom.Projekt_Code"},      {"item", "custom.Farbe"},
+        {"recipient", "recipient.custom.Kunden_Nummer"},
+        {"sender", "sender.custom.Kunden_Nummer"},
+        {"recipient", "recipient.custom.Rabatt_Stufe"},
+        {"document", "document.custom.Projekt_Code"},
+        {"invoice", "invoice.custom.Projekt_Code"},
+        {"item", "custom.Farbe"},
         {"project", "custom.Budget"},
     };
     for (const Row& row : rows) {
@@ -145,9 +147,9 @@ TEST_F(LayoutTagsTest, ItemGroupSumsFollowTheGroups) {
     EXPECT_EQ(sum->sections[0].name, "itemgroup.Hosting");
     const LayoutTagSection& web = sum->sections[1];
     EXPECT_EQ(web.name, "itemgroup.Web_Design");
-    const std::vector<std::string> expected = {
-        "itemgroup.Web_Design.net",  "itemgroup.Web_Design.gross",  "itemgroup.Web_Design.taxes",
-        "-itemgroup.Web_Design.net", "-itemgroup.Web_Design.gross", "-itemgroup.Web_Design.taxes"};
+    const std::vector<std::string> expected = {"itemgroup.Web_Design.net",    "itemgroup.Web_Design.gross",
+                                               "itemgroup.Web_Design.taxes",  "-itemgroup.Web_Design.net",
+                                               "-itemgroup.Web_Design.gross", "-itemgroup.Web_Design.taxes"};
     EXPECT_EQ(web.tags, expected);
 
     // Cached until the groups change.
@@ -181,11 +183,8 @@ TEST_F(LayoutTagsTest, PluginSectionsTitlesAndEditors) {
         std::optional<std::string> editor;
     };
     const Row rows[] = {
-        {"document.sent", "DateEditor"},
-        {"invoice.lead", "RichTextEditor"},
-        {"quantity", "NumberEditor"},
-        {"document.number", std::nullopt},
-        {"no.such.tag", std::nullopt},
+        {"document.sent", "DateEditor"},   {"invoice.lead", "RichTextEditor"}, {"quantity", "NumberEditor"},
+        {"document.number", std::nullopt}, {"no.such.tag", std::nullopt},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.tag);

@@ -1,5 +1,3 @@
-#include "lifecycle/NumberTokens.h"
-
 #include <string>
 
 #include <gtest/gtest.h>
@@ -7,6 +5,7 @@
 #include "../model/EntityFixture.h"
 #include "core/Localization.h"
 #include "core/ValueTransformers.h"
+#include "lifecycle/NumberTokens.h"
 #include "lifecycle/Numbering.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLInvoice.h"

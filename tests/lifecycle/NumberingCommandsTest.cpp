@@ -1,11 +1,10 @@
-#include "lifecycle/NumberingCommands.h"
-
 #include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "../store/StoreTestSupport.h"
+#include "lifecycle/NumberingCommands.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
 #include "model/entities/ModelHooks.h"
@@ -24,7 +23,8 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
         resetModelHooks();
         m_path = m_folder / "Acme.brassline";
-        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -40,7 +40,8 @@ protected:
         return runCommand([&](auto& out, auto& err) { return numbercommands::showNumber(m_path, uid, out, err); });
     }
     std::string insert(const std::string& entity, const std::vector<std::string>& values = {}) {
-        CommandResult result = runCommand([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
+        CommandResult result =
+            runCommand([&](auto& out, auto& err) { return companyfile::insert(m_path, entity, values, out, err); });
         EXPECT_EQ(result.code, 0) << result.err;
         return result.out.substr(0, result.out.find('\n'));
     }

@@ -1,5 +1,3 @@
-#include "lifecycle/Numbering.h"
-
 #include <string>
 #include <vector>
 
@@ -9,12 +7,13 @@
 #include "core/Localization.h"
 #include "core/ValueTransformers.h"
 #include "lifecycle/LifecycleHooks.h"
+#include "lifecycle/Numbering.h"
+#include "model/FetchRequest.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLEstimate.h"
 #include "model/entities/BLFollowUp.h"
 #include "model/entities/BLFollowUpType.h"
 #include "model/entities/BLInvoice.h"
-#include "model/FetchRequest.h"
 #include "model/entities/BLProject.h"
 
 namespace brassline {
@@ -190,11 +189,17 @@ TEST_F(NumberingTest, PeriodResetsAtYearAndMonthBoundaries) {
          Date::dateWithYear(2000, 1, 1),
          9,
          {{Date::dateWithYear(2030, 1, 1), "R009", 10}}},
-        {"absent", counterOnly, Value(), Date::dateWithYear(2000, 1, 1), 9, {{Date::dateWithYear(2030, 1, 1), "R009", 10}}},
+        {"absent",
+         counterOnly,
+         Value(),
+         Date::dateWithYear(2000, 1, 1),
+         9,
+         {{Date::dateWithYear(2030, 1, 1), "R009", 10}}},
     };
     for (const Case& testCase : cases) {
         SCOPED_TRACE(testCase.name);
-        for (ManagedObject* old : context().executeFetchRequest(FetchRequest("Invoice")).value_or(std::vector<ManagedObject*>{})) {
+        for (ManagedObject* old :
+             context().executeFetchRequest(FetchRequest("Invoice")).value_or(std::vector<ManagedObject*>{})) {
             context().deleteObject(old);
         }
         Numbering numbering(context(), prefs());
@@ -219,16 +224,18 @@ TEST_F(NumberingTest, PeriodTagsInThePatternHandOutTheLowestFreeNumberAgain) {
     EXPECT_EQ(numbering.currentCounter(invoiceKind()), 4);
     context().deleteObject(second);
     Numbering afterDelete(context(), prefs());
-    EXPECT_EQ(afterDelete.createNumber(*invoice(Date::dateWithYear(2024, 3, 2))), std::optional<std::string>("2024-002"));
+    EXPECT_EQ(afterDelete.createNumber(*invoice(Date::dateWithYear(2024, 3, 2))),
+              std::optional<std::string>("2024-002"));
     // Daily reset with year, month, day and counter in the pattern restarts every time too.
     NumberPattern daily = {tokenOf("year", "ZPYear"), tokenOf("month", "ZPMonth"), tokenOf("day", "ZPDay"),
                            PatternElement::literal("-"), tokenOf("increment", "ZPIncrement2")};
     Numbering perDay(context(), prefs());
     setInvoicePattern(perDay, daily, Value("day"), 30);
-    EXPECT_EQ(perDay.createNumber(*invoice(Date::dateWithYear(2024, 3, 10))), std::optional<std::string>("20240310-01"));
-    EXPECT_EQ(perDay.createNumber(*invoice(Date::dateWithYear(2024, 3, 10))), std::optional<std::string>("20240310-02"));
-    EXPECT_EQ(prefs().valueForKeyPath("invoice.numberLastReset"),
-              Value(Date::dateWithYear(2024, 3, 10)));
+    EXPECT_EQ(perDay.createNumber(*invoice(Date::dateWithYear(2024, 3, 10))),
+              std::optional<std::string>("20240310-01"));
+    EXPECT_EQ(perDay.createNumber(*invoice(Date::dateWithYear(2024, 3, 10))),
+              std::optional<std::string>("20240310-02"));
+    EXPECT_EQ(prefs().valueForKeyPath("invoice.numberLastReset"), Value(Date::dateWithYear(2024, 3, 10)));
 }
 
 TEST_F(NumberingTest, BackDatedDocumentsCountInTheirYearAndLeaveTheCounter) {
@@ -237,8 +244,7 @@ TEST_F(NumberingTest, BackDatedDocumentsCountInTheirYearAndLeaveTheCounter) {
                                    tokenOf("increment", "ZPIncrement")};
     Numbering numbering(context(), prefs());
     setInvoicePattern(numbering, pattern, Value("year"), 4);
-    prefs().setValueForKeyPath(Value(Date::dateWithYear(2025, 1, 1)),
-                                                               "invoice.numberLastReset");
+    prefs().setValueForKeyPath(Value(Date::dateWithYear(2025, 1, 1)), "invoice.numberLastReset");
     invoice(Date::dateWithYear(2024, 6, 1), std::string("2024/R1"));
     invoice(Date::dateWithYear(2024, 6, 2), std::string("2024/R2"));
     BLInvoice* late = invoice(Date::dateWithYear(2024, 12, 20));
@@ -370,8 +376,9 @@ TEST_F(NumberingTest, ClientAndProjectNumbersThroughTheHooks) {
     // Projects are numbered only with numbering on.
     auto* project = insert<BLProject>();
     project->setParentDocument(client);
-    numbering.setPattern(*numberingKindForPrefsKey("project"), {tokenOf("clientid", "ZPClientID"), PatternElement::literal("-"),
-                                                                tokenOf("increment", "ZPProjectIncrement3")});
+    numbering.setPattern(
+        *numberingKindForPrefsKey("project"),
+        {tokenOf("clientid", "ZPClientID"), PatternElement::literal("-"), tokenOf("increment", "ZPProjectIncrement3")});
     EXPECT_EQ(modelHooks().createProjectNumber(*project), std::nullopt);
     preferences.setValueForKeyPath(Value(true), "project.useNumbering");
     EXPECT_EQ(modelHooks().createProjectNumber(*project), std::optional<std::string>("K0013-001"));
@@ -401,16 +408,14 @@ TEST_F(NumberingTest, APatternCountingWithAnotherKindsCounterGivesUpInsteadOfSpi
 TEST_F(NumberingTest, PeekingTouchesNeitherCounterNorObject) {
     Numbering numbering(context(), prefs());
     setInvoicePattern(numbering, yearDashCounter(), Value("month"), 7);
-    prefs().setValueForKeyPath(Value(Date::dateWithYear(2024, 2, 1)),
-                                                               "invoice.numberLastReset");
+    prefs().setValueForKeyPath(Value(Date::dateWithYear(2024, 2, 1)), "invoice.numberLastReset");
     invoice(Date::dateWithYear(2024, 3, 1), std::string("2024-001"));
     BLInvoice* draft = invoice(std::nullopt);
     // March has begun since the last reset: the peek restarts at 1 and skips 001.
     EXPECT_EQ(numbering.peekNumber(*draft), std::optional<std::string>("2024-002"));
     EXPECT_EQ(draft->name(), std::nullopt);
     EXPECT_EQ(numbering.currentCounter(invoiceKind()), 7);
-    EXPECT_EQ(prefs().valueForKeyPath("invoice.numberLastReset"),
-              Value(Date::dateWithYear(2024, 2, 1)));
+    EXPECT_EQ(prefs().valueForKeyPath("invoice.numberLastReset"), Value(Date::dateWithYear(2024, 2, 1)));
     draft->setDateSent(Date::dateWithYear(2024, 3, 10));
     EXPECT_EQ(numbering.createNumber(*draft), std::optional<std::string>("2024-002"));
     EXPECT_EQ(numbering.peekNumber(*draft), std::optional<std::string>("2024-002"));
@@ -433,11 +438,11 @@ TEST_F(NumberingTest, DocumentNamesAndPathsAndImportTitles) {
     EXPECT_EQ(documentName(numbering, *sent), "2024-007 A-B");
     EXPECT_EQ(documentPath(numbering, *sent, "/srv/docs/"), "/srv/docs/2024/x/2024-007 A-B");
 
-    NumberPattern title = {tokenOf("project", nullptr), PatternElement::literal(": "), tokenOf("title", nullptr),
-                           PatternElement::literal(" ("), tokenOf("date", nullptr), PatternElement::literal(")"),
+    NumberPattern title = {tokenOf("project", nullptr),   PatternElement::literal(": "), tokenOf("title", nullptr),
+                           PatternElement::literal(" ("), tokenOf("date", nullptr),      PatternElement::literal(")"),
                            tokenOf("missing", nullptr)};
-    Value::Dictionary entry = {{"project", Value("Website")}, {"title", Value("Review")},
-                               {"date", Value(Date::dateWithYear(2024, 3, 5))}};
+    Value::Dictionary entry = {
+        {"project", Value("Website")}, {"title", Value("Review")}, {"date", Value(Date::dateWithYear(2024, 3, 5))}};
     EXPECT_EQ(timeImportTitle(title, entry), "Website: Review (3/5/24)");
 }
 

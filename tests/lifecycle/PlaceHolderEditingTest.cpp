@@ -1,5 +1,3 @@
-#include "lifecycle/BLPlaceHolderEditing.h"
-
 #include <string>
 #include <vector>
 
@@ -7,6 +5,7 @@
 
 #include "../model/ContactFixture.h"
 #include "core/Log.h"
+#include "lifecycle/BLPlaceHolderEditing.h"
 #include "lifecycle/PlaceHolderRoutes.h"
 #include "model/NotificationCenter.h"
 #include "model/entities/BLCost.h"
@@ -68,7 +67,8 @@ TEST_F(PlaceHolderEditingTest, TextCarriesTheFieldAttributes) {
     const Value::Dictionary firstGoal = view.attributesAtIndex(offsetOf(view, "[Ziel]"));
     const Value::Dictionary secondGoal = view.attributesAtIndex(offsetOf(view, "[Ziel]", 1));
     EXPECT_EQ(secondGoal.at(kWrapperAttributeName).toInt64(), 1);
-    EXPECT_EQ(firstGoal.at(kWrapperTagUIDAttributeName).toString(), secondGoal.at(kWrapperTagUIDAttributeName).toString());
+    EXPECT_EQ(firstGoal.at(kWrapperTagUIDAttributeName).toString(),
+              secondGoal.at(kWrapperTagUIDAttributeName).toString());
     EXPECT_NE(firstGoal.at(kWrapperTagUIDAttributeName).toString(), start.at(kWrapperTagUIDAttributeName).toString());
     EXPECT_TRUE(view.attributesAtIndex(view.string().size()).empty());
 }
@@ -186,12 +186,9 @@ TEST(PlaceHolderRouteTest, QuantityOfARouteThereAndBack) {
     };
     // 123.4 km doubled is 246.8 km, truncated 246; in miles 246.8 * 0.621371 = 153.35 -> 153.
     const Row rows[] = {
-        {123400, DistanceUnit::kilometres, 246},
-        {123400, DistanceUnit::miles, 153},
-        {999, DistanceUnit::kilometres, 1},
-        {0, DistanceUnit::miles, 0},
-        {123400, DistanceUnit::none, std::nullopt},
-        {-5, DistanceUnit::kilometres, std::nullopt},
+        {123400, DistanceUnit::kilometres, 246},    {123400, DistanceUnit::miles, 153},
+        {999, DistanceUnit::kilometres, 1},         {0, DistanceUnit::miles, 0},
+        {123400, DistanceUnit::none, std::nullopt}, {-5, DistanceUnit::kilometres, std::nullopt},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.metres);

@@ -1,11 +1,11 @@
-#include "lifecycle/PlaceHolderTokens.h"
-
 #include <random>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <unicode/utf8.h>
+
+#include "lifecycle/PlaceHolderTokens.h"
 
 namespace brassline {
 namespace {
@@ -121,28 +121,46 @@ TEST(PlaceHolderTokensTest, EachFinderOnItsOwn) {
         std::vector<Expected> expected;
     };
     const Row rows[] = {
-        {"organisation without the article", findNamesAndOrganizationsInString, "Die Bäckerei Schäfer GmbH liefert",
+        {"organisation without the article",
+         findNamesAndOrganizationsInString,
+         "Die Bäckerei Schäfer GmbH liefert",
          {{"Bäckerei Schäfer GmbH", kTokenTypeOrganization}}},
-        {"title stays with the name", findNamesAndOrganizationsInString, "Guten Tag Herr Dr. Jürgen Weiß,",
+        {"title stays with the name",
+         findNamesAndOrganizationsInString,
+         "Guten Tag Herr Dr. Jürgen Weiß,",
          {{"Dr. Jürgen Weiß", kTokenTypePersonalName}}},
         {"capitals alone are no name", findNamesAndOrganizationsInString, "Die Rechnung Nummer Vier", {}},
-        {"leap days only in leap years", analyzeString, "29.02.2024 und 2024-02-29, nicht 29.02.2023",
+        {"leap days only in leap years",
+         analyzeString,
+         "29.02.2024 und 2024-02-29, nicht 29.02.2023",
          {{"29.02.2024", kTokenTypeDate}, {"2024-02-29", kTokenTypeDate}, {"29.02.2023", kTokenTypeNumber}}},
-        {"mail address and amount", findNumbersURLsAndDatesInString, "an jörg@beispiel.de: 19 %",
+        {"mail address and amount",
+         findNumbersURLsAndDatesInString,
+         "an jörg@beispiel.de: 19 %",
          {{"jörg@beispiel.de", kTokenTypeLink}, {"19 %", kTokenTypeNumber}}},
-        {"German quotes", findQuotedTermsInString, "Projekt „Grüne Wiese“ und «Alpha»",
+        {"German quotes",
+         findQuotedTermsInString,
+         "Projekt „Grüne Wiese“ und «Alpha»",
          {{"Grüne Wiese", kTokenTypeQuote}, {"Alpha", kTokenTypeQuote}}},
         {"unclosed quote", findQuotedTermsInString, "Projekt „offen", {}},
-        {"month with year only", findCustomDatesInString, "ab Januar 2026 bis 3 Feb.",
+        {"month with year only",
+         findCustomDatesInString,
+         "ab Januar 2026 bis 3 Feb.",
          {{"Januar 2026", kTokenTypeDate}, {"3 Feb.", kTokenTypeDate}}},
         {"month alone is no date", findCustomDatesInString, "im Mai", {}},
         {"day 32 is no date", findCustomDatesInString, "32. März", {}},
-        {"countries and a postal city", findPlacesInString, "Lieferung nach Österreich und 8001 Zürich",
+        {"countries and a postal city",
+         findPlacesInString,
+         "Lieferung nach Österreich und 8001 Zürich",
          {{"Österreich", kTokenTypePlace}, {"Zürich", kTokenTypePlace}}},
         {"country codes are not places", findPlacesInString, "Das ist DE und in AT", {}},
-        {"street on two lines", findAddressesInString, "Lindenallee 12a\n50667 Köln",
+        {"street on two lines",
+         findAddressesInString,
+         "Lindenallee 12a\n50667 Köln",
          {{"Lindenallee 12a\n50667 Köln", kTokenTypeAddress}}},
-        {"French street", findAddressesInString, "12, rue de la Paix, 75002 Paris",
+        {"French street",
+         findAddressesInString,
+         "12, rue de la Paix, 75002 Paris",
          {{"12, rue de la Paix, 75002 Paris", kTokenTypeAddress}}},
     };
     for (const Row& row : rows) {
@@ -186,9 +204,10 @@ TEST(PlaceHolderTokensTest, OverlapsGoToTheLongerToken) {
 
 TEST(PlaceHolderTokensTest, ArbitraryTextNeverBreaksTheRanges) {
     const std::vector<std::string> fragments = {
-        "[", "]", "„", "“", "\"", "«", "»", " ", "\n", ".", ",", "ä", "ß", "Ö", "€", "%", "\xff", "\xc3", "\xe2\x80", "\xb8",
-        "12", "2025", "03.04.", "März", "March", "Herr", "Frau", "GmbH", "Straße", "Street", "80335", "München",
-        "Schweiz", "www.", "@", "+49", "0", "Mr.", "rue", "-"};
+        "[",     "]",       "„",       "“",    "\"",    "«",    "»",    " ",    "\n",       ".",
+        ",",     "ä",       "ß",       "Ö",    "€",     "%",    "\xff", "\xc3", "\xe2\x80", "\xb8",
+        "12",    "2025",    "03.04.",  "März", "March", "Herr", "Frau", "GmbH", "Straße",   "Street",
+        "80335", "München", "Schweiz", "www.", "@",     "+49",  "0",    "Mr.",  "rue",      "-"};
     std::mt19937 random(20250312);
     for (int round = 0; round < 400; ++round) {
         std::string text;

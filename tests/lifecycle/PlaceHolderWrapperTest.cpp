@@ -1,5 +1,3 @@
-#include "lifecycle/BLPlaceHolderWrapper.h"
-
 #include <string>
 #include <vector>
 
@@ -7,6 +5,7 @@
 
 #include "../model/ContactFixture.h"
 #include "core/Localization.h"
+#include "lifecycle/BLPlaceHolderWrapper.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLNote.h"
@@ -48,7 +47,8 @@ TEST_F(PlaceHolderWrapperTest, WrappersOnItemTextsAndTheLead) {
     auto* open = itemUnder<BLCost>(invoice, "nur eine [Klammer", "und ] hier");
 
     const std::vector<BLBase*> objects = {invoice, cost, both, note, title, open};
-    const std::vector<BLPlaceHolderWrapper> wrappers = BLPlaceHolderWrapper::wrappersForManagedObjects(objects, invoice);
+    const std::vector<BLPlaceHolderWrapper> wrappers =
+        BLPlaceHolderWrapper::wrappersForManagedObjects(objects, invoice);
     const std::vector<std::string> expected = {
         "lead=Sehr geehrte Damen und Herren, anbei [Betreff]. tokens 0",
         "name=Fahrt von [Start] nach [Ziel] tokens 0",
@@ -139,8 +139,9 @@ TEST_F(PlaceHolderWrapperTest, ApplyTokensTurnsChosenValuesIntoFields) {
     modelHooks().userDefaultBool = nullptr;
 
     // The first date and the third token (the second date); an index past the end is skipped.
-    const size_t applied = BLPlaceHolderWrapper::applyTokens(
-        wrappers, [](const auto&) { return std::optional<std::vector<size_t>>(std::vector<size_t>{0, 2, 7}); });
+    const size_t applied = BLPlaceHolderWrapper::applyTokens(wrappers, [](const auto&) {
+        return std::optional<std::vector<size_t>>(std::vector<size_t>{0, 2, 7});
+    });
     EXPECT_EQ(applied, 2u);
     EXPECT_EQ(*first->name(), "Termin [Date] in Österreich");
     EXPECT_EQ(*second->name(), "Ersatz [Date 2] statt [Date]");
@@ -182,7 +183,8 @@ TEST_F(PlaceHolderWrapperTest, AlteredRangesAreWordsSomeVariationLacks) {
          {"Lieferung nach Italien am Montag", "Lieferung nach Österreich am Freitag"},
          {{"Österreich", kTokenTypePlace}, {"Montag", kTokenTypeText}}},
         // Adjacent altered words are one range; the date stays one word.
-        {"Bitte neue Adresse bis 12.03.2025", {"Bitte alte Nummer bis 01.04.2025"},
+        {"Bitte neue Adresse bis 12.03.2025",
+         {"Bitte alte Nummer bis 01.04.2025"},
          {{"neue Adresse", kTokenTypeText}, {"12.03.2025", kTokenTypeDate}}},
         {"Gleich bleibt gleich", {"Gleich bleibt gleich"}, {}},
         {"Mit [Feld] schon fertig", {"anders"}, {}},

@@ -1,13 +1,12 @@
-#include "lifecycle/PlaceholderCommands.h"
-
-#include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "../store/StoreTestSupport.h"
 #include "core/ValueTransformers.h"
+#include "lifecycle/PlaceholderCommands.h"
 #include "lifecycle/SubstitutionCache.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
@@ -28,7 +27,8 @@ protected:
         resetModelHooks();
         setCurrentFormattingLocale("en_US");
         m_path = m_folder / "Acme.brassline";
-        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
         std::string client = insert("Client", {"firstName=Ada", "lastName=Lovelace"});
         m_invoice = insert("Invoice", {"name=RE-1", "parentDocument=" + client});

@@ -1,5 +1,3 @@
-#include "lifecycle/SendableIssue.h"
-
 #include <string>
 #include <vector>
 
@@ -10,6 +8,7 @@
 #include "core/Localization.h"
 #include "lifecycle/LifecycleHooks.h"
 #include "lifecycle/Numbering.h"
+#include "lifecycle/SendableIssue.h"
 #include "model/UndoManager.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLInvoice.h"

@@ -1,10 +1,9 @@
-#include "lifecycle/SendableRules.h"
-
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "../model/EntityFixture.h"
+#include "lifecycle/SendableRules.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLContact.h"
 #include "model/entities/BLCurrency.h"

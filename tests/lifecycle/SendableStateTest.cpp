@@ -98,10 +98,8 @@ TEST_F(SendableStateTest, EstimateReadsTheOldDeclinedMarkAndUsesItsOwnWords) {
         const char* displayStatus;
     };
     const Row rows[] = {
-        {-1, true, 2, "declined", "Abgelehnt"},
-        {2, false, 2, "declined", "Abgelehnt"},
-        {1, true, 1, "accepted", "Angenommen"},
-        {0, true, 0, "sent", "Versendet"},
+        {-1, true, 2, "declined", "Abgelehnt"}, {2, false, 2, "declined", "Abgelehnt"},
+        {1, true, 1, "accepted", "Angenommen"}, {0, true, 0, "sent", "Versendet"},
         {0, false, 0, "draft", "Entwurf"},
     };
     for (const Row& row : rows) {
@@ -313,9 +311,9 @@ TEST_F(SendableStateTest, ListIconTakesTheFirstReason) {
         const char* name;
         const char* price;  // nullptr: no line
         bool issued;
-        int dueDay;         // of March
+        int dueDay;  // of March
         int16_t completeMode;
-        const char* paid;   // nullptr: no payment
+        const char* paid;  // nullptr: no payment
         const char* icon;
     };
     const Row rows[] = {

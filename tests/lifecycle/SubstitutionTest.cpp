@@ -1,15 +1,14 @@
-#include "lifecycle/Substitution.h"
-
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "../money/ItemTestSupport.h"
 #include "core/Localization.h"
 #include "core/Log.h"
 #include "core/ValueTransformers.h"
 #include "lifecycle/DocumentTexts.h"
+#include "lifecycle/Substitution.h"
 #include "lifecycle/SubstitutionCache.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCustomField.h"
@@ -181,7 +180,8 @@ TEST_F(SubstitutionTest, LocalesFormatAmountsAndDatesButPaymentCodesKeepTheirMar
     };
     const Row rows[] = {
         {"en_US", "1,234.50", "Mar 5, 2026", "one thousand two hundred thirty-four point five"},
-        {"de_DE", "1.234,50", "05.03.2026", "ein\u00adtausend\u00adzwei\u00adhundert\u00advier\u00adund\u00addreißig Komma fünf"},
+        {"de_DE", "1.234,50", "05.03.2026",
+         "ein\u00adtausend\u00adzwei\u00adhundert\u00advier\u00adund\u00addreißig Komma fünf"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.locale);
@@ -432,7 +432,9 @@ TEST(FillTagsTest, ReplacesWellFormedTagsAndLeavesEverythingElse) {
         {"<<a/>", "<1"},
         {"<a/ >", "<a/ >"},
         {"", ""},
-        {"\xC3\xA4<a/>\xC3\xA4", "\xC3\xA4" "1\xC3\xA4"},
+        {"\xC3\xA4<a/>\xC3\xA4",
+         "\xC3\xA4"
+         "1\xC3\xA4"},
     };
     for (const KeyRow& row : rows) {
         SCOPED_TRACE(row.key);

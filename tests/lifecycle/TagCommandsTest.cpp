@@ -1,11 +1,10 @@
-#include "lifecycle/TagCommands.h"
-
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "../store/StoreTestSupport.h"
+#include "lifecycle/TagCommands.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
 #include "model/entities/ModelHooks.h"
@@ -24,7 +23,8 @@ protected:
         NotificationCenter::resetDefaultCenterForTesting();
         resetModelHooks();
         m_path = m_folder / "Acme.brassline";
-        CommandResult created = runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -64,8 +64,8 @@ TEST_F(TagCommandsTest, TagsListSectionsWithTheFilesItemGroups) {
     ASSERT_EQ(json.code, 0);
     EXPECT_EQ(json.out.rfind("[{\"name\":\"document\",", 0), 0u);
 
-    CommandResult missing = runCommand(
-        [&](auto& out, auto& err) { return tagcommands::tags(m_path + ".missing", false, out, err); });
+    CommandResult missing =
+        runCommand([&](auto& out, auto& err) { return tagcommands::tags(m_path + ".missing", false, out, err); });
     EXPECT_EQ(missing.code, 1);
     EXPECT_FALSE(missing.err.empty());
 }
@@ -83,8 +83,9 @@ TEST_F(TagCommandsTest, PlaceholdersOfADocumentAndATemplate) {
     CommandResult detected =
         runCommand([&](auto& out, auto& err) { return tagcommands::placeholders(m_path, stencil, true, out, err); });
     ASSERT_EQ(detected.code, 0) << detected.err;
-    EXPECT_NE(detected.out.find("{\"range\":{\"length\":14,\"location\":13},\"type\":\"Date\",\"value\":\"12. März 2025\"}"),
-              std::string::npos)
+    EXPECT_NE(
+        detected.out.find("{\"range\":{\"length\":14,\"location\":13},\"type\":\"Date\",\"value\":\"12. März 2025\"}"),
+        std::string::npos)
         << detected.out;
 
     CommandResult refused =

@@ -1,11 +1,10 @@
-#include "lifecycle/TokenFields.h"
-
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "lifecycle/NumberTokens.h"
+#include "lifecycle/TokenFields.h"
 
 namespace brassline {
 namespace {
@@ -34,7 +33,12 @@ TEST(TokenFieldsTest, CounterAndAutoIncrementExcludeEachOther) {
     const Row rows[] = {
         {"plain add", {year, dash}, {counter}, 2, true, "<year>-<increment>"},
         {"index past the end is clamped", {year}, {dash}, 9, true, "<year>-"},
-        {"auto increment removes counters", {counter, dash, year, counter}, {automatic}, 1, true, "<autoincrement>-<year>"},
+        {"auto increment removes counters",
+         {counter, dash, year, counter},
+         {automatic},
+         1,
+         true,
+         "<autoincrement>-<year>"},
         {"counter removes auto increments", {automatic, dash}, {counter}, 0, true, "<increment>-"},
         {"both at once add nothing", {year}, {counter, automatic}, 0, false, "<year>"},
         {"other tokens leave both", {automatic, counter}, {year}, 1, true, "<autoincrement><year><increment>"},
@@ -62,12 +66,18 @@ TEST(TokenFieldsTest, OptionListsNameKnownTokensWithTheDefaultFirst) {
         std::vector<std::string> expected;
     };
     const Row rows[] = {
-        {"clientnumbers", "increment", "",
+        {"clientnumbers",
+         "increment",
+         "",
          {"ZPClientIncrement", "ZPClientIncrement3", "ZPClientIncrement4", "ZPClientIncrement5"}},
-        {"estimatenumbers", "increment", "",
+        {"estimatenumbers",
+         "increment",
+         "",
          {"ZPEstimateIncrement", "ZPEstimateIncrement2", "ZPEstimateIncrement3", "ZPEstimateIncrement4",
           "ZPEstimateIncrement5"}},
-        {"conditions", "increment", "followUpType.A",
+        {"conditions",
+         "increment",
+         "followUpType.A",
          {"ZPIncrement.followUpType.A", "ZPIncrement2.followUpType.A", "ZPIncrement3.followUpType.A",
           "ZPIncrement4.followUpType.A", "ZPIncrement5.followUpType.A"}},
         {"invoicenumbers", "year", "", {"ZPYear", "ZPShortYear"}},
@@ -79,7 +89,8 @@ TEST(TokenFieldsTest, OptionListsNameKnownTokensWithTheDefaultFirst) {
         EXPECT_EQ(tokenOptions(row.settings, row.tag, row.prefsKey), row.expected);
     }
     // Every option offered anywhere is one the evaluator knows.
-    for (const char* settings : {"invoicenumbers", "estimatenumbers", "clientnumbers", "projectnumbers", "conditions"}) {
+    for (const char* settings :
+         {"invoicenumbers", "estimatenumbers", "clientnumbers", "projectnumbers", "conditions"}) {
         for (const char* tag : {"year", "month", "week", "day", "increment", "autoincrement", "clientid", "client",
                                 "reference", "project", "layout", "due", "amount", "amountdue", "currency"}) {
             for (const std::string& option : tokenOptions(settings, tag)) {

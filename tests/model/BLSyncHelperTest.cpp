@@ -1,6 +1,6 @@
-#include "model/BLSyncHelper.h"
-
 #include <gtest/gtest.h>
+
+#include "model/BLSyncHelper.h"
 
 namespace brassline {
 

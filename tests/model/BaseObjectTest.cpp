@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <limits>
 
+#include <gtest/gtest.h>
+
 #include "EntityFixture.h"
-#include "core/Localization.h"
 #include "core/Date.h"
+#include "core/Localization.h"
 #include "model/FetchRequest.h"
 #include "model/Predicate.h"
 #include "model/UndoManager.h"
@@ -138,9 +138,8 @@ TEST_F(BaseObjectTest, SettingADefaultClearsOnlySiblingsOfTheSameType) {
     BLPaymentType* otherSepa = insert<BLPaymentType>();
     otherSepa->setType(std::string("sepa"));
     std::vector<std::string> posted;
-    NotificationCenter::defaultCenter().addObserver("", nullptr, [&](const Notification& note) {
-        posted.push_back(note.name);
-    });
+    NotificationCenter::defaultCenter().addObserver("", nullptr,
+                                                    [&](const Notification& note) { posted.push_back(note.name); });
 
     plain->setIsDefault(true);
     sepa->setIsDefault(true);
@@ -346,12 +345,18 @@ TEST_F(BaseObjectTest, CanDeleteFollowsUsage) {
         bool canDelete;
     };
     const Row rows[] = {
-        {"default currency", defaultCurrency, false}, {"used currency", usedCurrency, false},
-        {"free currency", freeCurrency, true},        {"draft", draft, true},
-        {"issued invoice", issued, false},            {"client with a payment", client, false},
-        {"empty client", emptyClient, true},          {"payment", payment, true},
-        {"unused layout", layout, true},              {"layout of a statement", usedLayout, false},
-        {"label (base rule)", label, false},          {"line of a draft", line, true},
+        {"default currency", defaultCurrency, false},
+        {"used currency", usedCurrency, false},
+        {"free currency", freeCurrency, true},
+        {"draft", draft, true},
+        {"issued invoice", issued, false},
+        {"client with a payment", client, false},
+        {"empty client", emptyClient, true},
+        {"payment", payment, true},
+        {"unused layout", layout, true},
+        {"layout of a statement", usedLayout, false},
+        {"label (base rule)", label, false},
+        {"line of a draft", line, true},
         {"line of an issued invoice", issuedLine, false},
     };
     for (const Row& row : rows) {

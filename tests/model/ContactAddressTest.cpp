@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <unicode/locid.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <unicode/locid.h>
 
 #include "ContactFixture.h"
 #include "core/BLLocales.h"
@@ -33,34 +32,59 @@ TEST_F(ContactAddressTest, PostalAddressesFollowEachCountrysConventions) {
     // postcode on lines of their own in Britain, state after the town in Canada,
     // Australia and Brazil, postcode after the town in India with the state below.
     const std::vector<Row> rows = {
-        {"domestic German: no country line", "DE", {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
+        {"domestic German: no country line",
+         "DE",
+         {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
          "Hauptstr. 1\n10115 Berlin"},
-        {"US from Germany", "DE", {"1 Main St", "62701", "Springfield", "IL", "US"},
+        {"US from Germany",
+         "DE",
+         {"1 Main St", "62701", "Springfield", "IL", "US"},
          "1 Main St\nSpringfield, IL 62701\nUNITED STATES"},
         {"domestic US", "US", {"1 Main St", "62701", "Springfield", "IL", "US"}, "1 Main St\nSpringfield, IL 62701"},
-        {"British", "DE", {"10 Downing Street", "SW1A 2AA", "London", nullptr, "GB"},
+        {"British",
+         "DE",
+         {"10 Downing Street", "SW1A 2AA", "London", nullptr, "GB"},
          "10 Downing Street\nLondon\nSW1A 2AA\nUNITED KINGDOM"},
-        {"Italian with province", "DE", {"Via Roma 1", "00184", "Roma", "RM", "IT"}, "Via Roma 1\n00184 Roma RM\nITALY"},
-        {"Canadian", "US", {"111 Wellington St", "K1A 0A9", "Ottawa", "ON", "CA"},
+        {"Italian with province",
+         "DE",
+         {"Via Roma 1", "00184", "Roma", "RM", "IT"},
+         "Via Roma 1\n00184 Roma RM\nITALY"},
+        {"Canadian",
+         "US",
+         {"111 Wellington St", "K1A 0A9", "Ottawa", "ON", "CA"},
          "111 Wellington St\nOttawa ON K1A 0A9\nCANADA"},
         {"Australian", "GB", {"1 George St", "2000", "Sydney", "NSW", "AU"}, "1 George St\nSydney NSW 2000\nAUSTRALIA"},
-        {"Brazilian", "PT", {"Av. Paulista 1000", "01310-100", "São Paulo", "SP", "BR"},
+        {"Brazilian",
+         "PT",
+         {"Av. Paulista 1000", "01310-100", "São Paulo", "SP", "BR"},
          "Av. Paulista 1000\nSão Paulo-SP\n01310-100\nBRAZIL"},
-        {"Indian", "DE", {"12 MG Road", "560001", "Bengaluru", "Karnataka", "IN"},
+        {"Indian",
+         "DE",
+         {"12 MG Road", "560001", "Bengaluru", "Karnataka", "IN"},
          "12 MG Road\nBengaluru 560001\nKarnataka\nINDIA"},
-        {"Mexican", "ES", {"Av. Juárez 10", "06050", "Ciudad de México", "CDMX", "MX"},
+        {"Mexican",
+         "ES",
+         {"Av. Juárez 10", "06050", "Ciudad de México", "CDMX", "MX"},
          "Av. Juárez 10\n06050 Ciudad de México, CDMX\nMEXICO"},
-        {"Swiss, code stored in lower case", "DE", {"Bahnhofstrasse 1", "8001", "Zürich", nullptr, "ch"},
+        {"Swiss, code stored in lower case",
+         "DE",
+         {"Bahnhofstrasse 1", "8001", "Zürich", nullptr, "ch"},
          "Bahnhofstrasse 1\n8001 Zürich\nSWITZERLAND"},
         // Japan's record names the country in English whatever the sender's language.
-        {"Japan from abroad", "DE", {"1-1 Chiyoda", "100-0001", "Chiyoda-ku", "Tokyo", "JP"},
+        {"Japan from abroad",
+         "DE",
+         {"1-1 Chiyoda", "100-0001", "Chiyoda-ku", "Tokyo", "JP"},
          "1-1 Chiyoda\nChiyoda-ku, Tokyo\n100-0001\nJAPAN"},
         {"empty fields leave no empty lines", "DE", {nullptr, "10115", "Berlin", nullptr, "DE"}, "10115 Berlin"},
         // No code: the current locale's (US) template, and a country line since nothing
         // stored equals the sender's code.
-        {"no country code", "DE", {"1 Main St", "62701", "Springfield", "IL", nullptr},
+        {"no country code",
+         "DE",
+         {"1 Main St", "62701", "Springfield", "IL", nullptr},
          "1 Main St\nSpringfield, IL 62701\nUNITED STATES"},
-        {"sender without a country", nullptr, {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
+        {"sender without a country",
+         nullptr,
+         {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
          "Hauptstr. 1\n10115 Berlin\nGERMANY"},
     };
     for (const Row& row : rows) {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <unicode/uloc.h>
-
 #include <string>
+
+#include <unicode/uloc.h>
 
 #include "EntityFixture.h"
 #include "core/Localization.h"
 #include "model/entities/BLClient.h"
-#include "model/entities/BLContainer.h"
 #include "model/entities/BLContact.h"
+#include "model/entities/BLContainer.h"
 #include "model/entities/BLProfile.h"
 
 namespace brassline {

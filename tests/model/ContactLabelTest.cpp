@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "ContactFixture.h"
 
@@ -19,9 +19,7 @@ std::string nbsp(std::string text) {
 }
 
 void setName(BLContact* contact, const char* title, const char* first, const char* last) {
-    auto set = [](const char* value) {
-        return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-    };
+    auto set = [](const char* value) { return value != nullptr ? std::optional<std::string>(value) : std::nullopt; };
     contact->setTitle(set(title));
     contact->setFirstName(set(first));
     contact->setLastName(set(last));
@@ -37,12 +35,21 @@ TEST_F(ContactLabelTest, CompanyAddressLeavesOutThePersonUnlessThereIsNoOrganiza
         const char* expected;  // Blanks here stand for non-breaking spaces.
     };
     const std::vector<Row> rows = {
-        {"firm with department", "Muster GmbH", "Einkauf", {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
+        {"firm with department",
+         "Muster GmbH",
+         "Einkauf",
+         {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
          "Muster GmbH\nEinkauf\nHauptstr. 1\n10115 Berlin"},
-        {"foreign firm keeps its country line", "Acme Ltd", nullptr, {"1 High St", "LS1 1AA", "Leeds", nullptr, "GB"},
+        {"foreign firm keeps its country line",
+         "Acme Ltd",
+         nullptr,
+         {"1 High St", "LS1 1AA", "Leeds", nullptr, "GB"},
          "Acme Ltd\n1 High St\nLeeds\nLS1 1AA\nUNITED KINGDOM"},
-        {"private person: the whole formatted address", nullptr, nullptr,
-         {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"}, "Dr.\nEva Muster\nHauptstr. 1\n10115 Berlin"},
+        {"private person: the whole formatted address",
+         nullptr,
+         nullptr,
+         {"Hauptstr. 1", "10115", "Berlin", nullptr, "DE"},
+         "Dr.\nEva Muster\nHauptstr. 1\n10115 Berlin"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
@@ -50,8 +57,7 @@ TEST_F(ContactLabelTest, CompanyAddressLeavesOutThePersonUnlessThereIsNoOrganiza
         setName(client, "Dr.", "Eva", "Muster");
         client->setOrganization(row.organization != nullptr ? std::optional<std::string>(row.organization)
                                                             : std::nullopt);
-        client->setDepartment(row.department != nullptr ? std::optional<std::string>(row.department)
-                                                        : std::nullopt);
+        client->setDepartment(row.department != nullptr ? std::optional<std::string>(row.department) : std::nullopt);
         EXPECT_EQ(client->formattedCompanyAddress(), nbsp(row.expected));
     }
 }
@@ -80,8 +86,9 @@ TEST_F(ContactLabelTest, HTMLAddressEscapesMarkupAndBreaksLines) {
     profile("GB");
     BLClient* client = contactAt({"1 \"Rose\" Lane", "LS1 1AA", "Leeds", nullptr, "GB"});
     client->setOrganization(std::string("Smith & Sons <North>"));
-    EXPECT_EQ(client->formattedHTMLAddress(),
-              "Smith&nbsp;&amp;&nbsp;Sons&nbsp;&lt;North&gt;<br>1&nbsp;&quot;Rose&quot;&nbsp;Lane<br>Leeds<br>LS1&nbsp;1AA");
+    EXPECT_EQ(
+        client->formattedHTMLAddress(),
+        "Smith&nbsp;&amp;&nbsp;Sons&nbsp;&lt;North&gt;<br>1&nbsp;&quot;Rose&quot;&nbsp;Lane<br>Leeds<br>LS1&nbsp;1AA");
 
     BLClient* empty = contactAt({});
     EXPECT_EQ(empty->formattedHTMLAddress().find('\n'), std::string::npos);

@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "ContactFixture.h"
 #include "model/entities/BLPreference.h"
@@ -36,8 +36,7 @@ TEST_F(ContactNamesTest, DisplayAndShortNamesForEveryCombination) {
         // The blank behind a name is written whether or not another name follows.
         {"first name only", nullptr, "Jane", nullptr, nullptr, nullptr, "Jane ", "Jane", "Jane", "Jane"},
         {"last name only", nullptr, nullptr, "Doe", nullptr, nullptr, "Doe", "Doe ", "Doe", "Doe"},
-        {"organization only", "Acme", nullptr, nullptr, nullptr, "a@acme.test", "Acme", "Acme", "a@acme.test",
-         "Acme"},
+        {"organization only", "Acme", nullptr, nullptr, nullptr, "a@acme.test", "Acme", "Acme", "a@acme.test", "Acme"},
         {"e-mail only", nullptr, nullptr, nullptr, nullptr, "x@y.test", "New client", "New client", "x@y.test",
          "New contact"},
         {"department behind a name", nullptr, "Jane", "Doe", "Sales", nullptr, "Jane Doe", "Doe Jane",
@@ -97,7 +96,8 @@ TEST_F(ContactNamesTest, NameForAnAddressKeepsTitleOnItsOwnLineOnlyForPrivatePer
     };
     const std::string n = kNbsp;
     const std::vector<Row> rows = {
-        {"British private person", "GB", nullptr, nullptr, "Dr", "John", nullptr, "Smith", "Dr" + n + "John" + n + "Smith"},
+        {"British private person", "GB", nullptr, nullptr, "Dr", "John", nullptr, "Smith",
+         "Dr" + n + "John" + n + "Smith"},
         {"British code in lower case", "gb", nullptr, nullptr, "Dr", "John", nullptr, "Smith",
          "Dr" + n + "John" + n + "Smith"},
         {"German private person", "DE", nullptr, nullptr, "Dr.", "Eva", nullptr, "Muster", "Dr.\nEva" + n + "Muster"},

@@ -4,19 +4,19 @@
 #include "core/Date.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLContact.h"
+#include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLEstimate.h"
 #include "model/entities/BLExternalFile.h"
 #include "model/entities/BLExternalFileGroup.h"
 #include "model/entities/BLFollowUp.h"
+#include "model/entities/BLGroup.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLLayout.h"
 #include "model/entities/BLPartialInvoice.h"
 #include "model/entities/BLPayment.h"
 #include "model/entities/BLPaymentType.h"
 #include "model/entities/BLProject.h"
-#include "model/entities/BLCost.h"
-#include "model/entities/BLGroup.h"
 
 namespace brassline {
 namespace {
@@ -116,8 +116,8 @@ TEST_F(DocumentTreeTest, CountDocumentsCountsInvoicesAndEstimatesAndFollowsChang
     BLClient* client = insert<BLClient>();
     BLProject* project = insert<BLProject>();
     project->setParentDocument(client);
-    for (BLDocument* document : std::vector<BLDocument*>{insert<BLInvoice>(), insert<BLInvoice>(),
-                                                         insert<BLEstimate>(), insert<BLPayment>()}) {
+    for (BLDocument* document : std::vector<BLDocument*>{insert<BLInvoice>(), insert<BLInvoice>(), insert<BLEstimate>(),
+                                                         insert<BLPayment>()}) {
         document->setParentDocument(client);
     }
     insert<BLPartialInvoice>()->setParentDocument(project);
@@ -241,8 +241,7 @@ TEST_F(DocumentTreeTest, ItemTreeAccessors) {
     EXPECT_EQ(first->siblings(), (std::vector<BLContainer*>{group, second}));
     EXPECT_EQ(first->siblingsWithEntityName("Cost"), std::vector<BLContainer*>{second});
     EXPECT_EQ(invoice->combinedArray(), (std::vector<BLContainer*>{invoice, first, group, second}));
-    EXPECT_EQ(invoice->collectChildrenWithEntityName("Cost"),
-              (std::vector<BLContainer*>{first, inGroup, second}));
+    EXPECT_EQ(invoice->collectChildrenWithEntityName("Cost"), (std::vector<BLContainer*>{first, inGroup, second}));
     EXPECT_EQ(inGroup->invoice(), invoice);
     EXPECT_EQ(inGroup->sendable(), invoice);
     EXPECT_EQ(inGroup->document(), invoice);

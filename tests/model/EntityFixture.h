@@ -1,13 +1,13 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <memory>
+
+#include <gtest/gtest.h>
 
 #include "model/BLSyncHelper.h"
 #include "model/ManagedObjectContext.h"
-#include "model/PersistentStore.h"
 #include "model/NotificationCenter.h"
+#include "model/PersistentStore.h"
 #include "model/RunLoop.h"
 #include "model/entities/BLContextState.h"
 #include "model/entities/ModelHooks.h"

@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "model/EntityDescription.h"
 #include "model/entities/gen/BrasslineModel.h"
@@ -37,8 +37,7 @@ const EntityRow kEntities[] = {
      "type:string conditions:data iban:string bic:string excludeFromDirectDebit:bool excludeFromStatistics:bool",
      "documents:n:Document:paymentType"},
     {"SmartList", "Container", false, "predicate:string", ""},
-    {"TaxGroup", "Container", false, "shortName:string",
-     "itemGroups:n:ItemGroup:taxGroup taxRules:n:TaxRule:taxGroup"},
+    {"TaxGroup", "Container", false, "shortName:string", "itemGroups:n:ItemGroup:taxGroup taxRules:n:TaxRule:taxGroup"},
     {"Thread", "Container", false, "", "client:1:Client:-"},
     {"Preference", "Container", false, "type:string string:string number:decimal date:date data:data", ""},
     {"MetaValue", "Preference", false, "", "document:1:Document:metaValues"},
@@ -172,9 +171,9 @@ TEST(EntityModelTest, GeneratedModelMatchesTheEntityTable) {
 // to-one inverses only let go.
 TEST(EntityModelTest, DeleteRulesCascadeOnlyToOwnedObjects) {
     const ManagedObjectModel& model = gen::brasslineModel();
-    const std::set<std::string> cascading = {
-        "Container.childs",     "Document.customValues", "Document.metaValues", "ExternalFile.storage",
-        "Sendable.storage",     "Layout.storage",        "CatalogItem.files",   "Transcript.storage"};
+    const std::set<std::string> cascading = {"Container.childs",     "Document.customValues", "Document.metaValues",
+                                             "ExternalFile.storage", "Sendable.storage",      "Layout.storage",
+                                             "CatalogItem.files",    "Transcript.storage"};
     for (const auto& entity : model.entities()) {
         for (const RelationshipDescription* relationship : entity->relationships()) {
             if (relationship->entity != entity.get()) {
@@ -182,8 +181,7 @@ TEST(EntityModelTest, DeleteRulesCascadeOnlyToOwnedObjects) {
             }
             std::string key = entity->name() + "." + relationship->name;
             SCOPED_TRACE(key);
-            EXPECT_EQ(relationship->deleteRule,
-                      cascading.count(key) != 0 ? DeleteRule::Cascade : DeleteRule::Nullify);
+            EXPECT_EQ(relationship->deleteRule, cascading.count(key) != 0 ? DeleteRule::Cascade : DeleteRule::Nullify);
         }
     }
 }

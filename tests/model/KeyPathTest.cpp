@@ -19,7 +19,9 @@ private:
     Value::Dictionary m_values;
 };
 
-Decimal dec(std::string_view text) { return *Decimal::parse(text); }
+Decimal dec(std::string_view text) {
+    return *Decimal::parse(text);
+}
 
 class KeyPathTest : public ::testing::Test {
 protected:
@@ -71,8 +73,8 @@ TEST_F(KeyPathTest, ResolvesKeysAndCollectionOperators) {
         {"childs.@unionOfObjects.kind", Value::Array{"labour", "goods", "labour", "goods", "labour"}},
         {"childs.@distinctUnionOfObjects.kind", Value::Array{"labour", "goods"}},
         {"childs.@unionOfObjects.cost", Value::Array{dec("1.5"), 2, 0.25, "3"}},
-        {"childs.tags", Value::Array{Value::Array{"x", "y"}, Value::Array{"y"}, Value::Array{}, Value(),
-                                     Value::Array{"z", "x"}}},
+        {"childs.tags",
+         Value::Array{Value::Array{"x", "y"}, Value::Array{"y"}, Value::Array{}, Value(), Value::Array{"z", "x"}}},
         {"childs.@unionOfArrays.tags", Value::Array{"x", "y", "y", "z", "x"}},
         {"childs.@distinctUnionOfArrays.tags", Value::Array{"x", "y", "z"}},
     };

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <memory>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "core/Log.h"
 #include "model/FetchRequest.h"
@@ -132,12 +132,12 @@ TEST_F(RuntimeTest, SetValueForKeyConvertsAndRunsHandWrittenSetters) {
     const Row rows[] = {
         {line, "quantity", Value("2.5"), Value(Decimal::parse("2.5").value())},
         {line, "quantity", Value(3), Value(Decimal(3))},
-        {line, "quantity", Value("abc"), Value(Decimal(3))},      // Refused: not a number.
+        {line, "quantity", Value("abc"), Value(Decimal(3))},  // Refused: not a number.
         {line, "unitPrice", Value(0.5), Value(Decimal::parse("0.5").value())},
         {line, "optional", Value(1), Value(true)},
         {client, "number", Value(Decimal::parse("7").value()), Value(int64_t{7})},
-        {client, "name", Value(5), Value()},                       // Refused: not text.
-        {invoice, "discount", Value(250), Value(Decimal(100))},   // Capped by the hand-written setter.
+        {client, "name", Value(5), Value()},                     // Refused: not text.
+        {invoice, "discount", Value(250), Value(Decimal(100))},  // Capped by the hand-written setter.
         {invoice, "dateSent", Value(Date(1000.0)), Value(Date(1000.0))},
     };
     LogCapture capture;
@@ -220,8 +220,8 @@ TEST_F(RuntimeTest, DeleteRulesCascadeNullifyAndDeny) {
 
     ASSERT_TRUE(context->deleteObject(invoice));
     EXPECT_TRUE(invoice->isDeleted());
-    EXPECT_TRUE(line->isDeleted());     // childs cascade.
-    EXPECT_TRUE(storage->isDeleted());  // storage cascade.
+    EXPECT_TRUE(line->isDeleted());           // childs cascade.
+    EXPECT_TRUE(storage->isDeleted());        // storage cascade.
     EXPECT_TRUE(client->invoices().empty());  // client nullified.
     EXPECT_EQ(storage->invoice(), nullptr);
 
@@ -248,9 +248,9 @@ TEST_F(RuntimeTest, DeleteRulesCascadeNullifyAndDeny) {
 
 TEST_F(RuntimeTest, KeyPathsReachStoredDerivedAndUndefinedKeys) {
     TMInvoice* invoice = TMInvoice::insertInManagedObjectContext(*context);
-    cost(invoice, "2", "10.50");   // 21.00
-    cost(invoice, "3", "0.333");   // 0.999
-    cost(invoice, "1", "-5");      // -5
+    cost(invoice, "2", "10.50");  // 21.00
+    cost(invoice, "3", "0.333");  // 0.999
+    cost(invoice, "1", "-5");     // -5
     // 21 + 0.999 - 5 = 16.999
     EXPECT_EQ(invoice->valueForKeyPath("childs.@sum.cost"), Value(Decimal::parse("16.999").value()));
     EXPECT_EQ(invoice->valueForKey("total"), Value(Decimal::parse("16.999").value()));
@@ -274,9 +274,8 @@ TEST_F(RuntimeTest, DependentKeysNotifyTheirObservers) {
     std::vector<std::string> heard;
     line->addObserverForKey("cost", [&](ManagedObject&, std::string_view key) { heard.emplace_back(key); });
     line->addObserverForKey("costWithDiscount", [&](ManagedObject&, std::string_view key) { heard.emplace_back(key); });
-    uint64_t token = line->addObserverForKey("quantity", [&](ManagedObject&, std::string_view key) {
-        heard.emplace_back(key);
-    });
+    uint64_t token =
+        line->addObserverForKey("quantity", [&](ManagedObject&, std::string_view key) { heard.emplace_back(key); });
     line->setQuantity(Decimal(4));
     EXPECT_EQ(heard, (std::vector<std::string>{"quantity", "cost", "costWithDiscount"}));
     // The override dropped the cached cost: 4 × 3.
@@ -300,12 +299,12 @@ TEST_F(RuntimeTest, ChangesOfOneTurnPostOneNoticeWithTheirOldValues) {
     int notices = 0;
     Value::Dictionary seenChanges;
     size_t updatedCount = 0;
-    NotificationCenter::defaultCenter().addObserver(kObjectsDidChangeNotification, context.get(),
-                                                    [&](const Notification& notification) {
-                                                        ++notices;
-                                                        updatedCount = notification.userInfo.at(kUpdatedObjectsKey).count();
-                                                        seenChanges = line->changedValuesForCurrentEvent();
-                                                    });
+    NotificationCenter::defaultCenter().addObserver(
+        kObjectsDidChangeNotification, context.get(), [&](const Notification& notification) {
+            ++notices;
+            updatedCount = notification.userInfo.at(kUpdatedObjectsKey).count();
+            seenChanges = line->changedValuesForCurrentEvent();
+        });
     line->setQuantity(Decimal(2));
     line->setQuantity(Decimal(3));
     line->setUnitPrice(Decimal(7));
@@ -465,8 +464,9 @@ TEST_F(RuntimeTest, URIsResolveOnlyLiveObjectsOfThisStore) {
     std::string uri = invoice->URIString();
     EXPECT_EQ(uri.rfind("x-coredata://" + context->storeIdentifier() + "/Invoice/p", 0), 0u);
     EXPECT_EQ(context->objectForURIString(uri), invoice);
-    const std::string bad[] = {"", "x-coredata://other/Invoice/p1", "x-coredata://" + context->storeIdentifier() +
-                                                                         "/Invoice/p", "x-coredata://" + context->storeIdentifier() + "/Nothing/p1",
+    const std::string bad[] = {"", "x-coredata://other/Invoice/p1",
+                               "x-coredata://" + context->storeIdentifier() + "/Invoice/p",
+                               "x-coredata://" + context->storeIdentifier() + "/Nothing/p1",
                                "x-coredata://" + context->storeIdentifier() + "/Invoice/p12x"};
     for (const std::string& text : bad) {
         SCOPED_TRACE(text);
@@ -589,11 +589,10 @@ TEST_F(RuntimeTest, RefreshWithoutMergeDropsUnsavedChanges) {
     line->setQuantity(Decimal(9));
     line->setHoldfastCacheValue(Value(42), "anything");
     int refreshedCount = 0;
-    NotificationCenter::defaultCenter().addObserver(kObjectsDidChangeNotification, context.get(),
-                                                    [&](const Notification& notification) {
-                                                        refreshedCount += static_cast<int>(
-                                                            notification.userInfo.at(kRefreshedObjectsKey).count());
-                                                    });
+    NotificationCenter::defaultCenter().addObserver(
+        kObjectsDidChangeNotification, context.get(), [&](const Notification& notification) {
+            refreshedCount += static_cast<int>(notification.userInfo.at(kRefreshedObjectsKey).count());
+        });
     context->refreshObject(line, false);
     RunLoop::main().runUntilIdle();
     EXPECT_EQ(line->quantity(), Decimal(1));

@@ -1,11 +1,11 @@
-#include "model/NotificationCenter.h"
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "model/NotificationCenter.h"
 
 namespace brassline {
 

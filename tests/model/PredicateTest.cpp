@@ -19,7 +19,9 @@ private:
     Value::Dictionary m_values;
 };
 
-Decimal dec(std::string_view text) { return *Decimal::parse(text); }
+Decimal dec(std::string_view text) {
+    return *Decimal::parse(text);
+}
 
 // 2024-03-01 00:00:00 UTC: 8461 days after 2001-01-01.
 const Date kMarch1(8461.0 * 86400.0);
@@ -62,21 +64,45 @@ TEST_F(PredicateTest, ComparesNumbersAcrossTypesAndNil) {
         bool expected;
     };
     const Row rows[] = {
-        {"amount == 150.5", true},      {"amount = 150.50", true},   {"amount > 150", true},
-        {"amount < 150.5", false},      {"amount <= 150.5", true},   {"amount =< 150.5", true},
-        {"amount >= 151", false},       {"amount => 150.5", true},   {"amount != 150.5", false},
-        {"amount <> 1", true},          {"count == 3.0", true},      {"count < 3.5", true},
-        {"count > -4", true},           {"ratio == 0.5", true},      {"ratio > 0.49", true},
-        {"ratio < 5e-1", false},        {"flag == YES", true},       {"flag == true", true},
-        {"flag == NO", false},          {"amount > 1.5e2", true},
+        {"amount == 150.5", true},
+        {"amount = 150.50", true},
+        {"amount > 150", true},
+        {"amount < 150.5", false},
+        {"amount <= 150.5", true},
+        {"amount =< 150.5", true},
+        {"amount >= 151", false},
+        {"amount => 150.5", true},
+        {"amount != 150.5", false},
+        {"amount <> 1", true},
+        {"count == 3.0", true},
+        {"count < 3.5", true},
+        {"count > -4", true},
+        {"ratio == 0.5", true},
+        {"ratio > 0.49", true},
+        {"ratio < 5e-1", false},
+        {"flag == YES", true},
+        {"flag == true", true},
+        {"flag == NO", false},
+        {"amount > 1.5e2", true},
         // Strings and numbers never equal, never order.
-        {"name == 5", false},           {"name != 5", true},         {"name > 5", false},
-        {"name < 5", false},            {"amount == '150.5'", false}, {"amount < 'x'", false},
-        {"date < 5", false},            {"date > 'a'", false},
+        {"name == 5", false},
+        {"name != 5", true},
+        {"name > 5", false},
+        {"name < 5", false},
+        {"amount == '150.5'", false},
+        {"amount < 'x'", false},
+        {"date < 5", false},
+        {"date > 'a'", false},
         // nil: equal only to nil, unordered with everything.
-        {"missing == nil", true},       {"missing = NULL", true},    {"missing != nil", false},
-        {"name != nil", true},          {"name == nil", false},      {"missing < 5", false},
-        {"missing > 5", false},         {"missing >= nil", false},   {"missing != 5", true},
+        {"missing == nil", true},
+        {"missing = NULL", true},
+        {"missing != nil", false},
+        {"name != nil", true},
+        {"name == nil", false},
+        {"missing < 5", false},
+        {"missing > 5", false},
+        {"missing >= nil", false},
+        {"missing != 5", true},
         {"nil == missing", true},
     };
     for (const auto& row : rows) {

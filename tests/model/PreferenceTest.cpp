@@ -1,7 +1,7 @@
+#include <filesystem>
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <filesystem>
 
 #include "EntityFixture.h"
 #include "core/KeyedArchive.h"
@@ -79,7 +79,8 @@ TEST_F(PreferenceTest, NullClearsTheFieldsAndAnUnsupportedClassChangesNothing) {
 }
 
 TEST_F(PreferenceTest, KeychainPreferencesKeepTheirPayloadInTheSecretStore) {
-    std::filesystem::path directory = std::filesystem::temp_directory_path() / ("brassline-secrets-" + *insert<BLPreference>()->uid());
+    std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / ("brassline-secrets-" + *insert<BLPreference>()->uid());
     SecretStore::useDirectoryForTesting(directory.string());
     auto* preference = static_cast<BLPreference*>(
         BLBase::insertInManagedObjectContext(context(), "Preference", "BLPref.mail.password@keychain"));
@@ -129,8 +130,8 @@ TEST_F(PreferenceTest, MetaValuesAreFoundByNameAndRemovedByNull) {
 }
 
 TEST_F(PreferenceTest, CustomFieldsAreReachedThroughTheAccessorKey) {
-    auto* set = static_cast<BLCustomFieldSet*>(
-        BLBase::insertInManagedObjectContext(context(), "CustomFieldSet", "com.orvane.Brassline.customFieldSet.Invoice"));
+    auto* set = static_cast<BLCustomFieldSet*>(BLBase::insertInManagedObjectContext(
+        context(), "CustomFieldSet", "com.orvane.Brassline.customFieldSet.Invoice"));
     BLCustomField* field = insert<BLCustomField>();
     field->setName(std::string("Order number"));
     set->addFieldsObject(field);

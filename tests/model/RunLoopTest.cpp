@@ -1,14 +1,13 @@
-#include "model/RunLoop.h"
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "core/Log.h"
+#include "model/RunLoop.h"
 
 namespace brassline {
 

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
+
+#include <gtest/gtest.h>
 
 #include "core/Localization.h"
 #include "model/SortDescriptor.h"
@@ -33,7 +33,9 @@ private:
     Object* m_client;
 };
 
-Decimal dec(std::string_view text) { return *Decimal::parse(text); }
+Decimal dec(std::string_view text) {
+    return *Decimal::parse(text);
+}
 
 std::vector<std::string> texts(const std::vector<Value>& values) {
     std::vector<std::string> result;

@@ -1,12 +1,11 @@
-#include "model/UndoManager.h"
-
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "core/Log.h"
 #include "model/RunLoop.h"
+#include "model/UndoManager.h"
 
 namespace brassline {
 

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <map>
+
+#include <gtest/gtest.h>
 
 #include "ItemTestSupport.h"
 #include "model/entities/BLPartialInvoice.h"
@@ -99,9 +99,9 @@ TEST_F(BalanceAndNativeSumsTest, SumsInTheDefaultCurrencyGoThroughTheRate) {
         const char* value;
     };
     const Row rows[] = {
-        {"costInNativeCurrency", "99.00"},        {"netCostInNativeCurrency", "90.00"},
-        {"taxesInNativeCurrency", "9.00"},        {"taxInNativeCurrency", "9.00"},
-        {"balanceInNativeCurrency", "49.50"},     {"netBalanceInNativeCurrency", "45.00"},
+        {"costInNativeCurrency", "99.00"},    {"netCostInNativeCurrency", "90.00"},
+        {"taxesInNativeCurrency", "9.00"},    {"taxInNativeCurrency", "9.00"},
+        {"balanceInNativeCurrency", "49.50"}, {"netBalanceInNativeCurrency", "45.00"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.key);

@@ -1,14 +1,14 @@
-#include <signal.h>
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+#include <signal.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "CurrencyTestSupport.h"
 #include "core/Date.h"
@@ -88,9 +88,8 @@ class CurrencyRatesTest : public CurrencyFixture {
 protected:
     void SetUp() override {
         CurrencyFixture::SetUp();
-        m_root = fs::temp_directory_path() /
-                 ("brassline-rates-" + std::to_string(getpid()) + "-" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        m_root = fs::temp_directory_path() / ("brassline-rates-" + std::to_string(getpid()) + "-" +
+                                              ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(m_root);
         fs::create_directories(m_root / "www");
         BLExchangeRates::resetSharedExchangeRates();
@@ -163,8 +162,7 @@ TEST_F(CurrencyRatesTest, LoadTakesTheLatestRatesAndFailuresChangeNothing) {
 }
 
 TEST_F(CurrencyRatesTest, HistoricRatesComeFromTheMonthEndpointThenFromTheYearFile) {
-    writeFile(www() / "api/exchangerates.php",
-              R"({"rates": {"02": {"USD": 1.08, "CHF": 0.95}, "03": {"USD": 1.09}}})");
+    writeFile(www() / "api/exchangerates.php", R"({"rates": {"02": {"USD": 1.08, "CHF": 0.95}, "03": {"USD": 1.09}}})");
     LocalServer server(www());
     ASSERT_GT(server.port(), 0);
     setExchangeRatesServiceURLForTesting(server.url());

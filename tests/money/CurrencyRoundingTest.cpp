@@ -16,8 +16,8 @@ TEST_F(CurrencyTest, RoundsByMinorUnitsTableAndSwissRule) {
         const char* format;     // nullptr: none
         const char* reference;  // nullptr: none
         const char* value;
-        const char* rounded;       // roundingBehavior applied (line amounts)
-        const char* roundedCost;   // roundCost
+        const char* rounded;      // roundingBehavior applied (line amounts)
+        const char* roundedCost;  // roundCost
     };
     const Row rows[] = {
         // Two minor digits; a 5 goes away from zero on both sides.
@@ -156,9 +156,8 @@ TEST_F(CurrencyTest, NamesAndPickerList) {
 
     std::vector<Value::Dictionary> list = BLCurrency::currencies();
     auto count = [&](const char* code) {
-        return std::count_if(list.begin(), list.end(), [&](const Value::Dictionary& entry) {
-            return entry.at("name").toString() == code;
-        });
+        return std::count_if(list.begin(), list.end(),
+                             [&](const Value::Dictionary& entry) { return entry.at("name").toString() == code; });
     };
     // ISO codes come from the platform once; table-only codes (no ISO entry) follow.
     EXPECT_EQ(count("EUR"), 1);

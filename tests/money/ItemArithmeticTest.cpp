@@ -30,7 +30,7 @@ TEST_F(ItemArithmeticTest, LineRoundsByTheDocumentCurrency) {
         {"EUR", "0.005", "1", nullptr, "0.005", "0.01"},
         {"EUR", "-0.005", "1", nullptr, "-0.005", "-0.01"},
         {"EUR", "0.004", "1", nullptr, "0.004", "0"},
-        {"EUR", "19.99", "3", "10", "53.973", "53.97"},   // 59.97 - 5.997
+        {"EUR", "19.99", "3", "10", "53.973", "53.97"},  // 59.97 - 5.997
         {"JPY", "100.5", "1", nullptr, "100.5", "101"},
         {"JPY", "33.3", "3", nullptr, "99.9", "100"},
         {"KWD", "1.2345", "1", nullptr, "1.2345", "1.235"},
@@ -84,8 +84,11 @@ TEST_F(ItemArithmeticTest, TimeUnitLinesTakeTheDocumentRateAsTyped) {
     };
     // Only a missing or zero price takes the rate, and only for "h" as typed; "H" is a time
     // unit for durations all the same.
-    const Row rows[] = {{"h", nullptr, true, "80"}, {"H", nullptr, true, "0"}, {"std.", "0", true, "80"},
-                        {"h", "95", true, "95"}, {"pcs", nullptr, false, "0"}};
+    const Row rows[] = {{"h", nullptr, true, "80"},
+                        {"H", nullptr, true, "0"},
+                        {"std.", "0", true, "80"},
+                        {"h", "95", true, "95"},
+                        {"pcs", nullptr, false, "0"}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.unit);
         auto* line = insert<BLCost>();

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "TaxTestSupport.h"
 #include "model/NotificationCenter.h"

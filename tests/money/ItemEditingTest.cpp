@@ -87,9 +87,8 @@ TEST_F(ItemEditingTest, TitlesAndSubtotalsPerItemGroup) {
     wood->setName(std::string("wood"));
     wood->setItemGroup(material);
     controller.insertTitlesAndSubtotals();
-    EXPECT_EQ(entityNames(*invoice),
-              (std::vector<std::string>{"Title:Material", "Cost:wood", "SubTotal:Material", "Title:Labour", "Cost:work",
-                                        "SubTotal:Labour"}));
+    EXPECT_EQ(entityNames(*invoice), (std::vector<std::string>{"Title:Material", "Cost:wood", "SubTotal:Material",
+                                                               "Title:Labour", "Cost:work", "SubTotal:Labour"}));
     auto children = invoice->childsArray();
     EXPECT_EQ(static_cast<BLItem*>(children[2])->sum(), dec("20"));
     EXPECT_EQ(static_cast<BLItem*>(children[5])->sum(), dec("80"));

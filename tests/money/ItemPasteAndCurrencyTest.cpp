@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "ItemTestSupport.h"
 #include "model/BLSyncHelper.h"
@@ -124,8 +124,7 @@ TEST_F(ItemPasteAndCurrencyTest, PastedGroupKeepsItsStructureWithNewUidsAndUndoe
     UndoManager& undo = freshUndo();
     EXPECT_EQ(controller.paste(pasteboard), 1u);
 
-    EXPECT_EQ(names(*invoice),
-              (std::vector<std::string>{"Group:Fixings", "Cost:Labour", "Group:Fixings"}));
+    EXPECT_EQ(names(*invoice), (std::vector<std::string>{"Group:Fixings", "Cost:Labour", "Group:Fixings"}));
     BLContainer* copy = invoice->childsArray().back();
     EXPECT_NE(copy, group);
     EXPECT_NE(copy->uid(), group->uid());

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <functional>
+
+#include <gtest/gtest.h>
 
 #include "ItemTestSupport.h"
 #include "model/entities/BLCatalogItem.h"
@@ -155,7 +155,8 @@ TEST_F(ItemStructureTest, DynamicCostPicksItsRangeAndRunsThePluginOnce) {
         ++runs;
         Decimal price = input.at("unitPrice").toDecimal();
         cost.setQuantity(Decimal(1));
-        return std::optional<Value::Dictionary>(Value::Dictionary{{"cost", Value((price * Decimal(3) / Decimal(100)).toString())}});
+        return std::optional<Value::Dictionary>(
+            Value::Dictionary{{"cost", Value((price * Decimal(3) / Decimal(100)).toString())}});
     };
     dynamic->setRangeType(int16_t{1});
     EXPECT_EQ(runs, 1);

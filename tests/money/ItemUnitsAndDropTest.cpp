@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "ItemTestSupport.h"
 #include "model/entities/BLCatalogItem.h"
@@ -89,12 +89,8 @@ TEST_F(ItemUnitsAndDropTest, TypedNumbersAndTheLegacyRate) {
         const char* stored;
     };
     const Row rows[] = {
-        {"2.5", false, true, "2.5"},
-        {"3*4", false, true, "12"},
-        {"1'250.50", false, true, "1250.5"},
-        {"abc", false, false, "1250.5"},
-        {"15 %", true, true, "15"},
-        {"%", true, false, "15"},
+        {"2.5", false, true, "2.5"},     {"3*4", false, true, "12"}, {"1'250.50", false, true, "1250.5"},
+        {"abc", false, false, "1250.5"}, {"15 %", true, true, "15"}, {"%", true, false, "15"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.text);

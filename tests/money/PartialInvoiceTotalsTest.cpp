@@ -180,11 +180,11 @@ TEST_F(PartialInvoiceTotalsTest, FinalInvoiceMetricsLeaveOutIssuedInstalments) {
         const char* value;
     };
     const Row rows[] = {
-        {"amountForMetrics", "79.33"},       // 119.00 - 39.67
-        {"netAmountForMetrics", "66.67"},    // 100 - 33.33
-        {"grossAmountForMetrics", "119.00"}, // not reduced
-        {"taxAmountForMetrics", "12.66"},    // 79.33 - 66.67
-        {"exportTaxesAmount", "12.67"},      // 19.00 - 6.33
+        {"amountForMetrics", "79.33"},        // 119.00 - 39.67
+        {"netAmountForMetrics", "66.67"},     // 100 - 33.33
+        {"grossAmountForMetrics", "119.00"},  // not reduced
+        {"taxAmountForMetrics", "12.66"},     // 79.33 - 66.67
+        {"exportTaxesAmount", "12.67"},       // 19.00 - 6.33
         {"costForCashDiscount", "119.00"},
     };
     for (const Row& row : rows) {
@@ -231,9 +231,8 @@ TEST_F(PartialInvoiceTotalsTest, LinesCountInMetricsAtTheirInvoicesShare) {
         const char* value;
     };
     const Row rows[] = {
-        {"ratioForMetrics", "0.5"},         {"amountForMetrics", "49.995"},
-        {"grossAmountForMetrics", "49.995"}, {"netAmountForMetrics", "50.00"},
-        {"finalRate", "16.67"},             {"costInNativeCurrency", "99.99"},
+        {"ratioForMetrics", "0.5"},       {"amountForMetrics", "49.995"}, {"grossAmountForMetrics", "49.995"},
+        {"netAmountForMetrics", "50.00"}, {"finalRate", "16.67"},         {"costInNativeCurrency", "99.99"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.key);

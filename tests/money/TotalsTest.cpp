@@ -93,7 +93,7 @@ TEST_F(TotalsTest, NetDocumentDiscountAndPayableRounding) {
 
 TEST_F(TotalsTest, DiscountDisplayValues) {
     BLInvoice* invoice = invoiceIn("EUR");
-    addCost(invoice, "20.00", "1", "5");   // 19.00, line discount 1
+    addCost(invoice, "20.00", "1", "5");    // 19.00, line discount 1
     addCost(invoice, "14.33", "1", "1.5");  // 14.33 - 0.21495 = 14.11505 -> 14.12
     invoice->setDiscount(dec("10"));
     // Before the document discount: 19.00 + 14.12 = 33.12; its 10 % is 3.312 -> 3.31.
@@ -194,9 +194,9 @@ TEST_F(TotalsTest, BalanceToleranceThroughAFloat) {
     // |total - paid| as a float below 0.06 is paid; the float nearest 0.06 lies below the
     // double 0.06, so a difference of exactly 0.06 is paid and 0.07 stays open.
     const Row rows[] = {
-        {"100.00", "99.94", "0"},    {"100.00", "99.93", "0.07"},  {"100.00", "100.06", "0"},
-        {"100.00", "100.07", "-0.07"}, {"-100.00", "-99.94", "0"}, {"-100.00", "-99.93", "-0.07"},
-        {"-100.00", "-100.06", "0"}, {"-100.00", "-100.07", "0.07"}, {"100.00", "0", "100.00"},
+        {"100.00", "99.94", "0"},      {"100.00", "99.93", "0.07"},    {"100.00", "100.06", "0"},
+        {"100.00", "100.07", "-0.07"}, {"-100.00", "-99.94", "0"},     {"-100.00", "-99.93", "-0.07"},
+        {"-100.00", "-100.06", "0"},   {"-100.00", "-100.07", "0.07"}, {"100.00", "0", "100.00"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.total) + " paid " + row.paid);

@@ -1,9 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "StoreTestSupport.h"
 #include "model/BLSyncHelper.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
@@ -23,7 +24,6 @@
 #include "store/BLPreferenceController.h"
 #include "store/BLSetupDefaultsController.h"
 #include "store/BLUserDefaults.h"
-#include "StoreTestSupport.h"
 
 namespace brassline {
 namespace {

@@ -1,9 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "ObservationTestSupport.h"
 #include "model/ManagedObjectContext.h"
 #include "model/RunLoop.h"
 #include "model/UndoManager.h"
@@ -16,7 +17,6 @@
 #include "store/BLCustomFieldInvalidator.h"
 #include "store/BLDataObserver.h"
 #include "store/UndoSuspension.h"
-#include "ObservationTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -119,9 +119,7 @@ TEST_F(CacheInvalidatorTest, SuspensionRestoresRegistrationOnlyIfItWasOn) {
     EXPECT_TRUE(undo.isUndoRegistrationEnabled());
 
     undo.disableUndoRegistration();
-    {
-        UndoSuspension suspension(&context());
-    }
+    { UndoSuspension suspension(&context()); }
     EXPECT_FALSE(undo.isUndoRegistrationEnabled());  // Off before, off after.
     undo.enableUndoRegistration();
     UndoSuspension none(nullptr);  // No context: nothing to do, nothing to break.

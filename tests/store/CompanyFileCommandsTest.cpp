@@ -1,10 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "StoreTestSupport.h"
 #include "core/Date.h"
 #include "core/Value.h"
 #include "model/BLSyncHelper.h"
@@ -14,7 +15,6 @@
 #include "store/BLDocumentController.h"
 #include "store/BLUserDefaults.h"
 #include "store/CompanyFileCommands.h"
-#include "StoreTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -41,7 +41,8 @@ protected:
         m_path = m_folder / "Acme.brassline";
         cf::NewOptions options;
         options.taxes = {"VAT=19", "reduced=7"};
-        CommandResult created = runCommand([&](auto& out, auto& err) { return cf::newFile(m_path, options, out, err); });
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return cf::newFile(m_path, options, out, err); });
         ASSERT_EQ(created.code, 0) << created.err;
     }
     void TearDown() override {
@@ -106,7 +107,7 @@ TEST_F(CompanyFileCommandsTest, NewFileHoldsTheFirstRunObjects) {
 TEST_F(CompanyFileCommandsTest, InsertedValuesReadBackInTheirCanonicalForm) {
     std::string client = insertClient("Acme GmbH");
     CommandResult invoice = insert("Invoice", {"parentDocument=" + client, "dateCreation=2026-11-22", "subject=First",
-                                        "toDo=yes", "payInterval=14", "discount=-0.005"});
+                                               "toDo=yes", "payInterval=14", "discount=-0.005"});
     ASSERT_EQ(invoice.code, 0) << invoice.err;
     std::string uid = firstLine(invoice.out);
     EXPECT_EQ(uid.size(), 22u);
@@ -114,8 +115,8 @@ TEST_F(CompanyFileCommandsTest, InsertedValuesReadBackInTheirCanonicalForm) {
     ASSERT_EQ(line.code, 0) << line.err;
     std::string lineUid = firstLine(line.out);
 
-    CommandResult read = get(uid, {"subject", "client", "client.name", "dateCreation", "toDo", "payInterval", "discount",
-                            "dateSent", "childs"});
+    CommandResult read = get(uid, {"subject", "client", "client.name", "dateCreation", "toDo", "payInterval",
+                                   "discount", "dateSent", "childs"});
     ASSERT_EQ(read.code, 0) << read.err;
     std::string expected = "First\n" + client + "\nAcme GmbH\n" + Date::parseISO8601("2026-11-22")->iso8601String() +
                            "\n1\n14\n-0.005\n\n[\"" + lineUid + "\"]\n";
@@ -243,7 +244,8 @@ TEST_F(CompanyFileCommandsTest, ExportWritesTheDatabase) {
     CommandResult result = runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, out, o, e); });
     ASSERT_EQ(result.code, 0) << result.err;
     EXPECT_GT(std::filesystem::file_size(out), 0u);
-    CommandResult refused = runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, m_folder / "no/such/dir.sqlite", o, e); });
+    CommandResult refused =
+        runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, m_folder / "no/such/dir.sqlite", o, e); });
     EXPECT_EQ(refused.code, 2);
     EXPECT_NE(refused.err.find("ExportSQLiteError"), std::string::npos);
 }
@@ -259,7 +261,8 @@ TEST_F(CompanyFileCommandsTest, RefusedFilesAreReportedAndKept) {
         EXPECT_EQ(info.code, 1);
         EXPECT_TRUE(info.out.empty());
         EXPECT_NE(info.err.find(CompanyPackage::displayName(path)), std::string::npos) << info.err;
-        CommandResult inserted = runCommand([&](auto& out, auto& err) { return cf::insert(path, "Client", {"name=x"}, out, err); });
+        CommandResult inserted =
+            runCommand([&](auto& out, auto& err) { return cf::insert(path, "Client", {"name=x"}, out, err); });
         EXPECT_EQ(inserted.code, 1);
         EXPECT_EQ(storetest::treeContents(path), before);
     }

@@ -1,13 +1,13 @@
+#include <random>
+#include <set>
+
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <random>
-#include <set>
-
-#include "core/Log.h"
 #include "StoreTestSupport.h"
+#include "core/Log.h"
 
 namespace brassline {
 namespace {

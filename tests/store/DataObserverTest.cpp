@@ -1,9 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "ObservationTestSupport.h"
 #include "model/ManagedObjectContext.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
@@ -15,7 +16,6 @@
 #include "model/entities/BLTaxRule.h"
 #include "store/BLDataObserver.h"
 #include "store/ObservationNames.h"
-#include "ObservationTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -91,7 +91,9 @@ TEST_F(DataObserverTest, HandlersAreFoundByNameOverSuperEntities) {
         std::vector<std::string> expected;  // Sorted.
     } rows[] = {
         {"Client", "archived", Value(true), {kRefreshSourceListsNotification, kInvalidateAddressesNotification}},
-        {"Client", "sendPluginIdentifier", Value("mail"),
+        {"Client",
+         "sendPluginIdentifier",
+         Value("mail"),
          {kRefreshClientInfoNotification, kInvalidateAddressesNotification}},
         {"Client", "notes", Value("x"), {kInvalidateAddressesNotification}},
         {"TaxGroup", "archived", Value(true), {kRefreshSourceListsNotification, kRefreshTaxTableNotification}},
@@ -149,8 +151,9 @@ TEST_F(DataObserverTest, DocumentTreeChangesReachParentAndChild) {
     settle();
     // The invoice's "documents": the Document and the Invoice handler; the payment's
     // "parentDocument" only logs when the parent is gone.
-    EXPECT_EQ(log().names(), (std::vector<std::string>{kDocumentsChangedNotification, kDocumentsChangedInInvoiceNotification,
-                                                       kUpdateStateControllerNotification}));
+    EXPECT_EQ(log().names(),
+              (std::vector<std::string>{kDocumentsChangedNotification, kDocumentsChangedInInvoiceNotification,
+                                        kUpdateStateControllerNotification}));
     EXPECT_EQ(log().entries().size(), 3u);
 }
 

@@ -1,10 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
 
+#include <gtest/gtest.h>
+
+#include "DocumentTestSupport.h"
 #include "core/Date.h"
 #include "model/BLSyncHelper.h"
 #include "model/ManagedObjectContext.h"
@@ -20,7 +21,6 @@
 #include "store/CompanyPackage.h"
 #include "store/DocumentHooks.h"
 #include "store/SQLiteConnection.h"
-#include "DocumentTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -44,7 +44,6 @@ protected:
         EXPECT_TRUE(CompanyPackage::writeInfo(path, info));
         return path;
     }
-
 };
 
 TEST_F(DatabaseInfoAndBackupTest, InfoTellsTheKindOfStore) {
@@ -164,9 +163,9 @@ TEST_F(DatabaseInfoAndBackupTest, AdditionalBackupsFillTheTemplateAndExportLayou
     EXPECT_FALSE(fs::exists(backup + "/Layouts"));
     std::string html = storetest::readBytes(backup + "/QuickLook/Preview.html");
     // First-run objects: 2 client groups, 1 not-taxable tax group, 1 item group.
-    for (const char* expected : {"Backup of Smith &amp; &lt;Sons&gt;", "Made on 2026-04-05T06:07:08Z",
-                                 "Client (3) <br/>", "ClientGroup (2) <br/>", "TaxGroup (1) <br/>",
-                                 "ItemGroup (1) <br/>", "Invoice (0) <br/>"}) {
+    for (const char* expected :
+         {"Backup of Smith &amp; &lt;Sons&gt;", "Made on 2026-04-05T06:07:08Z", "Client (3) <br/>",
+          "ClientGroup (2) <br/>", "TaxGroup (1) <br/>", "ItemGroup (1) <br/>", "Invoice (0) <br/>"}) {
         SCOPED_TRACE(expected);
         EXPECT_NE(html.find(expected), std::string::npos) << html;
     }

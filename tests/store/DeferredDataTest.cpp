@@ -1,12 +1,12 @@
+#include <atomic>
+
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <atomic>
-
+#include "StoreTestSupport.h"
 #include "core/Log.h"
 #include "model/RunLoop.h"
 #include "model/UndoManager.h"
-#include "StoreTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -136,8 +136,8 @@ TEST(DeferredDataTest, SavesWriteOnlyTheDataTheyChanged) {
         std::optional<Bytes> data;
     };
     const Expected rows[] = {
-        {0, "renamed", pattern(0)},      {1, "renamed", pattern(1)}, {2, "", pattern(2, 1)},
-        {3, "", pattern(3, 1, 10)},      {4, "", std::nullopt},      {5, "", pattern(5)},
+        {0, "renamed", pattern(0)}, {1, "renamed", pattern(1)}, {2, "", pattern(2, 1)},
+        {3, "", pattern(3, 1, 10)}, {4, "", std::nullopt},      {5, "", pattern(5)},
     };
     for (const Expected& row : rows) {
         SCOPED_TRACE(row.index);

@@ -1,10 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "DocumentTestSupport.h"
 #include "core/Date.h"
 #include "model/BLSyncHelper.h"
 #include "model/FetchRequest.h"
@@ -18,18 +19,17 @@
 #include "model/entities/BLInvoice.h"
 #include "model/entities/ModelHooks.h"
 #include "store/BLApplication.h"
-#include "store/BLDoc.h"
 #include "store/BLDataObserver.h"
+#include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
 #include "store/BLMaintenance.h"
 #include "store/BLPreferenceController.h"
+#include "store/BLStateController.h"
 #include "store/BLUserDefaults.h"
 #include "store/CompanyPackage.h"
-#include "store/BLStateController.h"
-#include "store/SQLiteStore.h"
 #include "store/DocumentHooks.h"
+#include "store/SQLiteStore.h"
 #include "store/URLCommands.h"
-#include "DocumentTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -55,8 +55,7 @@ protected:
     static URLResult run(BLDoc* document, const std::string& url) {
         std::optional<URLRequest> request = URLRequest::parse(url);
         EXPECT_TRUE(request) << url;
-        return request ? handleURL(BLDocumentController::shared(), document, *request)
-                       : URLResult::failed("unparsed");
+        return request ? handleURL(BLDocumentController::shared(), document, *request) : URLResult::failed("unparsed");
     }
     static std::vector<ManagedObject*> fetch(BLDoc& document, const std::string& entity) {
         return storetest::fetchAll(document.managedObjectContext(), entity);
@@ -66,7 +65,6 @@ protected:
         object->setValueForKey(Value(uid), "uid");
         return object;
     }
-
 };
 
 TEST_F(DocumentLifeCycleTest, URLsParseIntoCommandAndDecodedQuery) {
@@ -113,8 +111,8 @@ TEST_F(DocumentLifeCycleTest, CommandsRunInOrderAndMissingSubsystemsChangeNothin
     EXPECT_EQ(unknown.message, "The command frobnicate is not supported");
 
     // Context and application commands whose subsystem is missing: reported, no change.
-    for (const char* url : {"brassline://fixtaxrules", "brassline://updatelayouts", "brassline://installplugin",
-                            "brassline://crash"}) {
+    for (const char* url :
+         {"brassline://fixtaxrules", "brassline://updatelayouts", "brassline://installplugin", "brassline://crash"}) {
         SCOPED_TRACE(url);
         URLResult result = run(document, url);
         EXPECT_EQ(result.status, URLResult::Status::NotAvailable);
@@ -140,10 +138,9 @@ TEST_F(DocumentLifeCycleTest, CommandsRunInOrderAndMissingSubsystemsChangeNothin
 
     // overview posts its notice with the selected uid.
     std::string selected;
-    NotificationCenter::defaultCenter().addObserver("updateOverviewAndSelectUID", nullptr,
-                                                     [&selected](const Notification& notification) {
-                                                         selected = notification.userInfo.at("uid").toString();
-                                                     });
+    NotificationCenter::defaultCenter().addObserver(
+        "updateOverviewAndSelectUID", nullptr,
+        [&selected](const Notification& notification) { selected = notification.userInfo.at("uid").toString(); });
     EXPECT_EQ(run(document, "brassline://overview?select=abc").status, URLResult::Status::Done);
     EXPECT_EQ(selected, "abc");
 
@@ -171,8 +168,7 @@ TEST_F(DocumentLifeCycleTest, OpenDocumentsObserveTheirChanges) {
     EXPECT_GT(document->dataObserver().sentNotifications(), sent);
     // The refresh runs on the overview queue; one still running when asked reruns a
     // second later, so wait for it rather than for an idle loop.
-    EXPECT_TRUE(RunLoop::main().runUntil(
-        [&] { return document->stateController().refreshCount() > refreshes; }, 10.0));
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return document->stateController().refreshCount() > refreshes; }, 10.0));
 }
 
 TEST_F(DocumentLifeCycleTest, FixZombiesDeletesOnlyUnsentDraftsWithoutClient) {
@@ -332,8 +328,8 @@ TEST_F(DocumentLifeCycleTest, RecentDocumentsAreLoggedRewrittenAndReopened) {
     std::string legacy = m_folder / "Old Firm.brassline";
     fs::create_directory(legacy);
     UserDefaults::standard().setObject(
-        Value(Value::Dictionary{{"file://" + (m_folder / "Old%20Firm.brassline"),
-                                 Value(Value::Dictionary{{"File Exists", Value(true)}})}}),
+        Value(Value::Dictionary{
+            {"file://" + (m_folder / "Old%20Firm.brassline"), Value(Value::Dictionary{{"File Exists", Value(true)}})}}),
         BLDocumentController::kRecentDocumentsKey);
     EXPECT_EQ(controller.recentDocumentDictionaries().count(legacy), 1u);
 
@@ -440,8 +436,7 @@ TEST_F(DocumentLifeCycleTest, NewDocumentsMigrateGlobalSettings) {
     std::string error;
     std::unique_ptr<BLDoc> document = BLDoc::create(m_folder / "New.brassline", {}, &error);
     ASSERT_TRUE(document) << error;
-    EXPECT_EQ(document->userDefaults().dictionary(),
-              (Value::Dictionary{{"overview.range.length", Value(int64_t{3})}}));
+    EXPECT_EQ(document->userDefaults().dictionary(), (Value::Dictionary{{"overview.range.length", Value(int64_t{3})}}));
     EXPECT_EQ(document->managedObjectContext().undoManager() == nullptr ||
                   !document->managedObjectContext().undoManager()->canUndo(),
               true);

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <optional>
 
+#include <gtest/gtest.h>
+
+#include "StoreTestSupport.h"
 #include "core/Date.h"
 #include "model/BLSyncHelper.h"
 #include "model/NotificationCenter.h"
@@ -12,7 +13,6 @@
 #include "store/BLDocumentController.h"
 #include "store/BLUserDefaults.h"
 #include "store/DocumentHooks.h"
-#include "StoreTestSupport.h"
 
 namespace brassline::storetest {
 

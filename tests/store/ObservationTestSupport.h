@@ -1,11 +1,11 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "model/BLSyncHelper.h"
 #include "model/ManagedObjectContext.h"
@@ -44,8 +44,8 @@ public:
 
     const std::vector<Entry>& entries() const { return m_entries; }
     size_t count(const std::string& name) const {
-        return static_cast<size_t>(std::count_if(m_entries.begin(), m_entries.end(),
-                                                 [&](const Entry& entry) { return entry.name == name; }));
+        return static_cast<size_t>(
+            std::count_if(m_entries.begin(), m_entries.end(), [&](const Entry& entry) { return entry.name == name; }));
     }
     // The distinct names posted with a context in the user info (the observer's posts,
     // not the model's own), sorted.

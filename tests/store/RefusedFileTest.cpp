@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <functional>
 
+#include <gtest/gtest.h>
+
+#include "StoreTestSupport.h"
 #include "core/Log.h"
 #include "store/SQLiteConnection.h"
 #include "store/StoreMessages.h"
-#include "StoreTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -51,7 +51,10 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
         {"plain file", "Notes.brassline", [](const std::string& path) { writeBytes(path, "just text"); },
          "\"Notes.brassline\" is not a company file."},
         {"folder without the extension", "Acme",
-         [](const std::string& path) { makeSavedCompany(path + ".brassline"); std::filesystem::rename(path + ".brassline", path); },
+         [](const std::string& path) {
+             makeSavedCompany(path + ".brassline");
+             std::filesystem::rename(path + ".brassline", path);
+         },
          "\"Acme\" is not a company file."},
         {"empty package", "Empty.brassline", [](const std::string& path) { std::filesystem::create_directory(path); },
          "\"Empty.brassline\" is not a company file."},

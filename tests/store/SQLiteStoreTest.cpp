@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
+#include "StoreTestSupport.h"
 #include "core/Log.h"
 #include "store/SQLiteConnection.h"
 #include "store/StoreMessages.h"
-#include "StoreTestSupport.h"
 
 namespace brassline {
 namespace {
@@ -97,11 +97,7 @@ TEST(SQLiteStoreTest, DecimalsAndDatesAreExact) {
     const std::vector<std::string> decimals = {
         "12345678901234567890.123456789012345678",  // 38 digits
         "99999999999999999999999999999999999999",   // the largest 38-digit integer
-        "-0.00000000000000000000000000000000000001",
-        "0.1",
-        "-7",
-        "0",
-        "NaN",
+        "-0.00000000000000000000000000000000000001", "0.1", "-7", "0", "NaN",
     };
     const std::vector<double> dates = {0.0, -978307200.0, 1e9 + 0.123456, -1.5, 7.25e8};
     TemporaryFolder folder;
@@ -265,7 +261,7 @@ TEST(SQLiteStoreTest, ChangeSetsRecordInsertUpdateAndDelete) {
     invoice->setValueForKey(Value(static_cast<Object*>(client)), "client");
     ASSERT_TRUE(context->save());
     client->setValueForKey(Value("Acme Ltd"), "name");
-    client->setValueForKey(Value(), "archived");  // Absent already: no change.
+    client->setValueForKey(Value(), "archived");   // Absent already: no change.
     invoice->setValueForKey(Value(), "operator");  // Likewise.
     invoice->setValueForKey(Value(int64_t{7}), "recurringMode");
     ASSERT_TRUE(context->save());
@@ -398,11 +394,10 @@ TEST(SQLiteStoreTest, ExportWritesOneTablePerEntityWithObjectIDs) {
         types[columns.text(0)] = columns.text(1) + (columns.integer(2) != 0 ? " PK" : "");
     }
     const std::map<std::string, std::string> expected = {
-        {"objectID", "TEXT PK"},   {"uid", "TEXT"},          {"name", "TEXT"},
-        {"archived", "INTEGER"},   {"isDefault", "INTEGER"}, {"dateSent", "REAL"},
-        {"discount", "TEXT"},      {"operator", "TEXT"},     {"recurringMode", "INTEGER"},
-        {"source_id", "TEXT"},     {"parent_id", "TEXT"},    {"client_id", "TEXT"},
-        {"storage_id", "TEXT"},    {"derivates_ids", "TEXT"}, {"childs_ids", "TEXT"},
+        {"objectID", "TEXT PK"},      {"uid", "TEXT"},           {"name", "TEXT"},       {"archived", "INTEGER"},
+        {"isDefault", "INTEGER"},     {"dateSent", "REAL"},      {"discount", "TEXT"},   {"operator", "TEXT"},
+        {"recurringMode", "INTEGER"}, {"source_id", "TEXT"},     {"parent_id", "TEXT"},  {"client_id", "TEXT"},
+        {"storage_id", "TEXT"},       {"derivates_ids", "TEXT"}, {"childs_ids", "TEXT"},
     };
     EXPECT_EQ(types, expected);
     SQLiteStatement row = db.prepare(

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <set>
@@ -7,6 +5,10 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "ObservationTestSupport.h"
+#include "StoreTestSupport.h"
 #include "model/ManagedObjectContext.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
@@ -16,8 +18,6 @@
 #include "store/BLStateController.h"
 #include "store/BLUserDefaults.h"
 #include "store/ObservationNames.h"
-#include "ObservationTestSupport.h"
-#include "StoreTestSupport.h"
 
 namespace brassline {
 namespace {

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -10,6 +7,9 @@
 #include <memory>
 #include <sstream>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "model/FetchRequest.h"
 #include "model/ManagedObject.h"

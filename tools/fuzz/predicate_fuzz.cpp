@@ -48,11 +48,20 @@ struct World {
     std::vector<Value> arguments;
 
     World() {
-        objects = {Value(&record), Value(&child1), Value(), Value("Müller"), Value(3),
-                   Value(Value::Dictionary{{"a", 1}, {"name", "x"}})};
-        arguments = {Value("name"),      Value("Müller"), Value(3),           Value(2.5),
-                     Value(Date(1e6)),   Value(),         Value("childs.cost"), Value(Value::Array{1, "a", Value()}),
-                     Value(*Decimal::parse("-0.001")), Value("client.name"), Value(true), Value("Z.*")};
+        objects = {Value(&record),  Value(&child1), Value(),
+                   Value("Müller"), Value(3),       Value(Value::Dictionary{{"a", 1}, {"name", "x"}})};
+        arguments = {Value("name"),
+                     Value("Müller"),
+                     Value(3),
+                     Value(2.5),
+                     Value(Date(1e6)),
+                     Value(),
+                     Value("childs.cost"),
+                     Value(Value::Array{1, "a", Value()}),
+                     Value(*Decimal::parse("-0.001")),
+                     Value("client.name"),
+                     Value(true),
+                     Value("Z.*")};
         brassline::setLogEchoesToStandardError(false);
         brassline::setLogFilePath("");
     }

@@ -87,16 +87,19 @@ const std::set<std::string> kTypes = {"string", "decimal", "date", "data", "bool
 const std::set<std::string> kKinds = {"toOne", "toMany", "toManyOrdered"};
 const std::set<std::string> kRules = {"nullify", "cascade", "deny", "noAction"};
 const std::set<std::string> kCppKeywords = {
-    "alignas", "alignof", "and", "asm", "auto", "bool", "break", "case", "catch", "char", "class", "const",
-    "constexpr", "continue", "default", "delete", "do", "double", "else", "enum", "explicit", "export", "extern",
-    "false", "float", "for", "friend", "goto", "if", "inline", "int", "long", "mutable", "namespace", "new",
-    "noexcept", "not", "nullptr", "operator", "or", "private", "protected", "public", "register", "return", "short",
-    "signed", "sizeof", "static", "struct", "switch", "template", "this", "throw", "true", "try", "typedef",
-    "typeid", "typename", "union", "unsigned", "using", "virtual", "void", "volatile", "while", "xor"};
+    "alignas", "alignof",  "and",      "asm",       "auto",     "bool",      "break",     "case",     "catch",
+    "char",    "class",    "const",    "constexpr", "continue", "default",   "delete",    "do",       "double",
+    "else",    "enum",     "explicit", "export",    "extern",   "false",     "float",     "for",      "friend",
+    "goto",    "if",       "inline",   "int",       "long",     "mutable",   "namespace", "new",      "noexcept",
+    "not",     "nullptr",  "operator", "or",        "private",  "protected", "public",    "register", "return",
+    "short",   "signed",   "sizeof",   "static",    "struct",   "switch",    "template",  "this",     "throw",
+    "true",    "try",      "typedef",  "typeid",    "typename", "union",     "unsigned",  "using",    "virtual",
+    "void",    "volatile", "while",    "xor"};
 // Members of ManagedObject that a property getter would hide.
-const std::set<std::string> kReservedNames = {
-    "entity", "entityName", "className", "managedObjectContext", "objectID", "isInserted", "isDeleted",
-    "isUpdated", "hasChanges", "isFault", "changedValues", "valueForKey", "willSave", "didSave", "self"};
+const std::set<std::string> kReservedNames = {"entity",     "entityName", "className",     "managedObjectContext",
+                                              "objectID",   "isInserted", "isDeleted",     "isUpdated",
+                                              "hasChanges", "isFault",    "changedValues", "valueForKey",
+                                              "willSave",   "didSave",    "self"};
 
 bool isIdentifier(const std::string& text) {
     if (text.empty() || !(std::isalpha(static_cast<unsigned char>(text[0])) || text[0] == '_')) {
@@ -157,7 +160,9 @@ bool parse(std::istream& input, Model& model) {
             if (!seenStatements.insert(keyword).second) {
                 fail(number, keyword + " given twice");
             }
-            (keyword == "model" ? model.name : keyword == "classPrefix" ? model.classPrefix : model.includePrefix) = w[1];
+            (keyword == "model"         ? model.name
+             : keyword == "classPrefix" ? model.classPrefix
+                                        : model.includePrefix) = w[1];
         } else if (keyword == "entity") {
             if (w.size() < 2 || !isIdentifier(w[1])) {
                 fail(number, "entity needs a name");
@@ -288,15 +293,16 @@ bool check(Model& model) {
         for (Relationship& relationship : entity.relationships) {
             relationship.slot = relationship.toMany() ? toMany++ : toOne++;
             if (!names.insert(relationship.name).second) {
-                fail(entity.line, entity.name + "." + relationship.name + " is declared twice in the inheritance chain");
+                fail(entity.line,
+                     entity.name + "." + relationship.name + " is declared twice in the inheritance chain");
             }
             if (kReservedNames.count(relationship.name) != 0) {
                 fail(entity.line, entity.name + "." + relationship.name + " would hide a member of ManagedObject");
             }
             const Entity* destination = model.find(relationship.destination);
             if (destination == nullptr) {
-                fail(entity.line, entity.name + "." + relationship.name + ": unknown destination " +
-                                      relationship.destination);
+                fail(entity.line,
+                     entity.name + "." + relationship.name + ": unknown destination " + relationship.destination);
                 continue;
             }
             if (relationship.inverse.empty()) {
@@ -324,27 +330,35 @@ bool check(Model& model) {
 }
 
 struct CppType {
-    std::string value;     // Getter result / setter argument.
-    std::string toValue;   // attributes:: conversion from the typed value.
-    std::string fromValue; // attributes:: conversion to the typed value.
-    std::string scalar;    // The Value-accessor type for bool/int16, else empty.
+    std::string value;      // Getter result / setter argument.
+    std::string toValue;    // attributes:: conversion from the typed value.
+    std::string fromValue;  // attributes:: conversion to the typed value.
+    std::string scalar;     // The Value-accessor type for bool/int16, else empty.
 };
 
 CppType cppType(const std::string& type) {
-    if (type == "string") return {"std::optional<std::string>", "fromString", "toString", ""};
-    if (type == "decimal") return {"std::optional<Decimal>", "fromDecimal", "toDecimal", ""};
-    if (type == "date") return {"std::optional<Date>", "fromDate", "toDate", ""};
-    if (type == "data") return {"const Bytes*", "fromData", "toData", ""};
-    if (type == "bool") return {"std::optional<bool>", "fromBool", "toBool", "bool"};
-    if (type == "int16") return {"std::optional<int16_t>", "fromInt16", "toInt16", "int16_t"};
-    if (type == "int32") return {"std::optional<int32_t>", "fromInt32", "toInt32", ""};
-    if (type == "int64") return {"std::optional<int64_t>", "fromInt64", "toInt64", ""};
+    if (type == "string")
+        return {"std::optional<std::string>", "fromString", "toString", ""};
+    if (type == "decimal")
+        return {"std::optional<Decimal>", "fromDecimal", "toDecimal", ""};
+    if (type == "date")
+        return {"std::optional<Date>", "fromDate", "toDate", ""};
+    if (type == "data")
+        return {"const Bytes*", "fromData", "toData", ""};
+    if (type == "bool")
+        return {"std::optional<bool>", "fromBool", "toBool", "bool"};
+    if (type == "int16")
+        return {"std::optional<int16_t>", "fromInt16", "toInt16", "int16_t"};
+    if (type == "int32")
+        return {"std::optional<int32_t>", "fromInt32", "toInt32", ""};
+    if (type == "int64")
+        return {"std::optional<int64_t>", "fromInt64", "toInt64", ""};
     return {"std::optional<double>", "fromDouble", "toDouble", ""};
 }
 
 std::string attributeTypeEnum(const std::string& type) {
     static const std::map<std::string, std::string> names = {
-        {"string", "String"}, {"decimal", "Decimal"}, {"date", "Date"},   {"data", "Data"},     {"bool", "Bool"},
+        {"string", "String"}, {"decimal", "Decimal"}, {"date", "Date"},   {"data", "Data"},    {"bool", "Bool"},
         {"int16", "Int16"},   {"int32", "Int32"},     {"int64", "Int64"}, {"double", "Double"}};
     return "AttributeType::" + names.at(type);
 }
@@ -392,7 +406,8 @@ std::string builderName(const Model& model) {
 std::string entityHeader(const Model& model, const Entity& entity) {
     const std::string cls = model.className(entity.name);
     std::ostringstream out;
-    out << banner(model) << "#pragma once\n\n#include <cstdint>\n#include <optional>\n#include <string>\n#include <vector>\n\n";
+    out << banner(model)
+        << "#pragma once\n\n#include <cstdint>\n#include <optional>\n#include <string>\n#include <vector>\n\n";
     if (entity.superName.empty()) {
         out << "#include \"model/ManagedObject.h\"\n";
     } else {
@@ -406,7 +421,8 @@ std::string entityHeader(const Model& model, const Entity& entity) {
     for (const std::string& forward : forwards) {
         out << "class " << forward << ";\n";
     }
-    const std::string base = entity.superName.empty() ? "ManagedObject" : "brassline::" + model.className(entity.superName);
+    const std::string base =
+        entity.superName.empty() ? "ManagedObject" : "brassline::" + model.className(entity.superName);
     out << "\nnamespace gen {\n\n";
     out << "// The stored properties of the entity \"" << entity.name << "\"; logic belongs in brassline::" << cls
         << ".\n";
@@ -476,14 +492,14 @@ std::string entitySource(const Model& model, const Entity& entity) {
     if (!entity.isAbstract) {
         out << "\nbrassline::" << cls << "* " << cls
             << "::insertInManagedObjectContext(ManagedObjectContext& context) {\n"
-            << "    return static_cast<brassline::" << cls
-            << "*>(context.insertNewObject(entityDescription()));\n}\n";
+            << "    return static_cast<brassline::" << cls << "*>(context.insertNewObject(entityDescription()));\n}\n";
     }
     for (const Attribute& attribute : entity.attributes) {
         const CppType type = cppType(attribute.type);
         const std::string cap = capitalized(attribute.name);
         const std::string slot = std::to_string(attribute.slot);
-        out << "\n" << type.value << " " << cls << "::" << getterName(attribute.name) << "() const {\n"
+        out << "\n"
+            << type.value << " " << cls << "::" << getterName(attribute.name) << "() const {\n"
             << "    return attributes::" << type.fromValue << "(attributeSlot(" << slot << "));\n}\n";
         out << "void " << cls << "::set" << cap << "(" << setterArgument(attribute.type) << " value) {\n"
             << "    setAttributeSlotWithNotices(" << slot << ", attributes::" << type.toValue
@@ -494,8 +510,7 @@ std::string entitySource(const Model& model, const Entity& entity) {
             << "    setAttributeSlot(" << slot << ", attributes::" << type.toValue << "(std::move(value)));\n}\n";
         if (!type.scalar.empty()) {
             out << type.scalar << " " << cls << "::" << attribute.name << "Value() const {\n"
-                << "    return attributes::" << type.fromValue << "(attributeSlot(" << slot
-                << ")).value_or(0);\n}\n";
+                << "    return attributes::" << type.fromValue << "(attributeSlot(" << slot << ")).value_or(0);\n}\n";
             // Through the virtual setter, so hand-written side effects run for both forms.
             out << "void " << cls << "::set" << cap << "Value(" << type.scalar << " value) {\n"
                 << "    set" << cap << "(value);\n}\n";
@@ -505,10 +520,11 @@ std::string entitySource(const Model& model, const Entity& entity) {
         const std::string target = "brassline::" + model.className(relationship.destination);
         const std::string cap = capitalized(relationship.name);
         const std::string slot = std::to_string(relationship.slot);
-        const std::string rel = std::string("relationshipAt(") + (relationship.toMany() ? "true" : "false") + ", " +
-                                slot + ")";
+        const std::string rel =
+            std::string("relationshipAt(") + (relationship.toMany() ? "true" : "false") + ", " + slot + ")";
         if (!relationship.toMany()) {
-            out << "\n" << target << "* " << cls << "::" << getterName(relationship.name) << "() const {\n"
+            out << "\n"
+                << target << "* " << cls << "::" << getterName(relationship.name) << "() const {\n"
                 << "    return static_cast<" << target << "*>(toOneSlot(" << slot << "));\n}\n";
             out << "void " << cls << "::set" << cap << "(" << target << "* value) {\n"
                 << "    setToOneObject(" << rel << ", value);\n}\n";
@@ -589,8 +605,9 @@ std::string modelSource(const Model& model) {
             }
             out << "    model->addAttribute(" << var << ", \"" << attribute.name << "\", "
                 << attributeTypeEnum(attribute.type) << ", " << (attribute.transient ? "true" : "false") << ", "
-                << attribute.slot << ",\n        [](ManagedObject& object, const Value& value) { static_cast<brassline::"
-                << cls << "&>(object).set" << capitalized(attribute.name) << "(" << convert << "); });\n";
+                << attribute.slot
+                << ",\n        [](ManagedObject& object, const Value& value) { static_cast<brassline::" << cls
+                << "&>(object).set" << capitalized(attribute.name) << "(" << convert << "); });\n";
         }
         for (const Relationship& relationship : entity.relationships) {
             const std::string target = "brassline::" + model.className(relationship.destination);

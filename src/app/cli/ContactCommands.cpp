@@ -1,12 +1,12 @@
-#include "app/cli/Commands.h"
-
-#include <CLI/CLI.hpp>
+#include "money/ContactCommands.h"
 
 #include <iostream>
 #include <memory>
 #include <string>
 
-#include "money/ContactCommands.h"
+#include <CLI/CLI.hpp>
+
+#include "app/cli/Commands.h"
 
 namespace brassline::cli {
 

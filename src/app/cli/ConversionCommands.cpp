@@ -1,10 +1,12 @@
-#include <CLI/CLI.hpp>
+#include "lifecycle/ConversionCommands.h"
+
 #include <iostream>
 #include <memory>
 #include <string>
 
+#include <CLI/CLI.hpp>
+
 #include "app/cli/Commands.h"
-#include "lifecycle/ConversionCommands.h"
 
 namespace brassline::cli {
 
@@ -16,8 +18,9 @@ void addConversionCommands(CLI::App& app, int& exitCode) {
     };
     auto convert = std::make_shared<ConvertOptions>();
     CLI::App* convertCommand = app.add_subcommand(
-        "convert", "Make a new draft from a document: an invoice from an estimate, an estimate or a credit note "
-                   "from an invoice; prints the new document's uid");
+        "convert",
+        "Make a new draft from a document: an invoice from an estimate, an estimate or a credit note "
+        "from an invoice; prints the new document's uid");
     convertCommand->add_option("path", convert->path, "The company file")->required();
     convertCommand->add_option("uid", convert->uid, "The source document's uid")->required();
     convertCommand->add_option("target", convert->target, "invoice, estimate or credit-note")

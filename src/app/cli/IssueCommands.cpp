@@ -1,12 +1,14 @@
-#include <CLI/CLI.hpp>
+#include "lifecycle/IssueCommands.h"
+
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "app/cli/Commands.h"
-#include "lifecycle/IssueCommands.h"
 
 namespace brassline::cli {
 
@@ -52,9 +54,8 @@ void addIssueCommands(CLI::App& app, int& exitCode) {
         app.add_subcommand("unlock", "Return an issued document to draft, keeping its number and a transcript");
     unlockCommand->add_option("path", unlock->path, "The company file")->required();
     unlockCommand->add_option("uid", unlock->uid, "The document's uid")->required();
-    unlockCommand->callback([unlock, &exitCode] {
-        exitCode = issuecommands::unlock(unlock->path, unlock->uid, std::cout, std::cerr);
-    });
+    unlockCommand->callback(
+        [unlock, &exitCode] { exitCode = issuecommands::unlock(unlock->path, unlock->uid, std::cout, std::cerr); });
 
     auto settle = std::make_shared<DocumentArguments>();
     CLI::App* settleCommand = app.add_subcommand("settle", "Mark a document open, settled or canceled");

@@ -1,11 +1,10 @@
-#include "app/cli/Commands.h"
-
-#include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <memory>
 #include <string>
 
+#include <CLI/CLI.hpp>
+
+#include "app/cli/Commands.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLSendable.h"
 #include "money/ItemReport.h"
@@ -69,8 +68,7 @@ void addItemCommands(CLI::App& app, int& exitCode) {
     addReportCommand(app, exitCode, "items",
                      "Print a document's item tree: position, entity, name, quantity x price, line amount",
                      itemTreeReport);
-    addReportCommand(app, exitCode, "totals", "Print a document's net, tax, gross, discount and balance",
-                     totalsReport);
+    addReportCommand(app, exitCode, "totals", "Print a document's net, tax, gross, discount and balance", totalsReport);
 }
 
 }  // namespace brassline::cli

@@ -1,10 +1,10 @@
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <memory>
 #include <sstream>
+
+#include <CLI/CLI.hpp>
 
 #include "app/cli/Commands.h"
 #include "model/FetchRequest.h"
@@ -112,9 +112,8 @@ int showRates(const std::string& path, bool update) {
     std::cout << std::left << std::setw(8) << "code" << std::setw(8) << "symbol" << std::setw(8) << "digits"
               << "rate\n";
     for (const BLCurrency* currency : currencies) {
-        std::cout << std::setw(8) << currency->shortName() << std::setw(8) << currency->symbolOrName()
-                  << std::setw(8) << digitsText(*currency)
-                  << currency->rate().value_or(Decimal()).toString()
+        std::cout << std::setw(8) << currency->shortName() << std::setw(8) << currency->symbolOrName() << std::setw(8)
+                  << digitsText(*currency) << currency->rate().value_or(Decimal()).toString()
                   << (currency->isDefaultValue() ? "  (default)" : "") << "\n";
     }
     return 0;

@@ -1,8 +1,9 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
+
+#include <CLI/CLI.hpp>
 
 #include "app/cli/Commands.h"
 #include "lifecycle/NumberingCommands.h"

@@ -1,10 +1,12 @@
-#include <CLI/CLI.hpp>
+#include "lifecycle/PlaceholderCommands.h"
+
 #include <iostream>
 #include <memory>
 #include <string>
 
+#include <CLI/CLI.hpp>
+
 #include "app/cli/Commands.h"
-#include "lifecycle/PlaceholderCommands.h"
 
 namespace brassline::cli {
 
@@ -36,8 +38,8 @@ void addPlaceholderCommands(CLI::App& app, int& exitCode) {
     dictionaryCommand->add_option("uid", dictionary->uid, "The object's uid")->required();
     dictionaryCommand->add_flag("--json", dictionary->json, "One JSON object");
     dictionaryCommand->callback([dictionary, &exitCode] {
-        exitCode = placeholdercommands::dictionary(dictionary->path, dictionary->uid, dictionary->json, std::cout,
-                                                   std::cerr);
+        exitCode =
+            placeholdercommands::dictionary(dictionary->path, dictionary->uid, dictionary->json, std::cout, std::cerr);
     });
 }
 

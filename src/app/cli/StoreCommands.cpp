@@ -1,5 +1,6 @@
-#include <CLI/CLI.hpp>
 #include <iostream>
+
+#include <CLI/CLI.hpp>
 
 #include "app/cli/Commands.h"
 #include "store/CompanyFileCommands.h"
@@ -23,9 +24,8 @@ void addNewCommand(CLI::App& app, int& exitCode) {
     command->add_flag("--gross-prices", options->setup.useGrossPrices, "Enter prices including taxes");
     command->add_option("--tax", options->setup.taxes, "A tax rate NAME=PERCENT (repeatable); the first is the default")
         ->allow_extra_args(false);
-    command->callback([options, &exitCode] {
-        exitCode = companyfile::newFile(options->path, options->setup, std::cout, std::cerr);
-    });
+    command->callback(
+        [options, &exitCode] { exitCode = companyfile::newFile(options->path, options->setup, std::cout, std::cerr); });
 }
 
 void addInfoCommand(CLI::App& app, int& exitCode) {
@@ -81,16 +81,17 @@ void addGetCommand(CLI::App& app, int& exitCode) {
         bool json = false;
     };
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand(
-        "get",
-        "Print values of an object by key path, one line each: decimals as text, dates ISO 8601,\n"
-        "bools 1/0, objects by uid, absent as an empty line, lists and dictionaries as JSON");
+    CLI::App* command =
+        app.add_subcommand("get",
+                           "Print values of an object by key path, one line each: decimals as text, dates ISO 8601,\n"
+                           "bools 1/0, objects by uid, absent as an empty line, lists and dictionaries as JSON");
     command->add_option("path", options->path, "The company file")->required();
     command->add_option("uid", options->uid, "The object's uid")->required();
     command->add_option("keypaths", options->keyPaths, "Key paths (name, client.name, total, ...)")->required();
     command->add_flag("--json", options->json, "Print one JSON object by key path");
     command->callback([options, &exitCode] {
-        exitCode = companyfile::get(options->path, options->uid, options->keyPaths, options->json, std::cout, std::cerr);
+        exitCode =
+            companyfile::get(options->path, options->uid, options->keyPaths, options->json, std::cout, std::cerr);
     });
 }
 
@@ -104,8 +105,7 @@ void addFetchCommand(CLI::App& app, int& exitCode) {
     CLI::App* command = app.add_subcommand(
         "fetch", "List the objects of an entity that match a predicate: uid and keys tab-separated, or JSON");
     command->add_option("path", options->path, "The company file")->required();
-    command->add_option("entity", options->entity, "Entity name (abstract ones include their subentities)")
-        ->required();
+    command->add_option("entity", options->entity, "Entity name (abstract ones include their subentities)")->required();
     command->add_option("predicate", options->fetch.predicate, "A predicate such as \"name BEGINSWITH 'A'\"");
     command->add_option("--keys", options->fetch.keys, "Key paths to print, comma-separated")->delimiter(',');
     command->add_option("--sort", options->fetch.sort, "KEY or KEY:desc, comma-separated")->delimiter(',');
@@ -127,8 +127,7 @@ void addDeleteCommand(CLI::App& app, int& exitCode) {
 void addExportCommand(CLI::App& app, int& exitCode) {
     auto path = std::make_shared<std::string>();
     auto out = std::make_shared<std::string>();
-    CLI::App* command =
-        app.add_subcommand("export-sqlite", "Write the whole company file to a plain SQLite database");
+    CLI::App* command = app.add_subcommand("export-sqlite", "Write the whole company file to a plain SQLite database");
     command->add_option("path", *path, "The company file")->required();
     command->add_option("out", *out, "The SQLite file to write")->required();
     command->callback(

@@ -1,12 +1,12 @@
-#include "app/cli/Commands.h"
-
-#include <CLI/CLI.hpp>
+#include "lifecycle/TagCommands.h"
 
 #include <iostream>
 #include <memory>
 #include <string>
 
-#include "lifecycle/TagCommands.h"
+#include <CLI/CLI.hpp>
+
+#include "app/cli/Commands.h"
 
 namespace brassline::cli {
 
@@ -17,11 +17,13 @@ void addTagCommands(CLI::App& app, int& exitCode) {
         auto path = std::make_shared<std::string>();
         auto json = std::make_shared<bool>(false);
         CLI::App* command =
-            app.add_subcommand("tags", "List the layout tags of a company file by section (custom fields and item "
-                                       "groups included)");
+            app.add_subcommand("tags",
+                               "List the layout tags of a company file by section (custom fields and item "
+                               "groups included)");
         command->add_option("path", *path, "The company file")->required();
         command->add_flag("--json", *json, "One JSON array of sections (name, tags, sections)");
-        command->callback([path, json, &exitCode] { exitCode = tagcommands::tags(*path, *json, std::cout, std::cerr); });
+        command->callback(
+            [path, json, &exitCode] { exitCode = tagcommands::tags(*path, *json, std::cout, std::cerr); });
     }
     {
         auto path = std::make_shared<std::string>();

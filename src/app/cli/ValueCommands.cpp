@@ -1,7 +1,8 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iomanip>
 #include <iostream>
+
+#include <CLI/CLI.hpp>
 
 #include "app/cli/Commands.h"
 #include "core/Date.h"
@@ -89,8 +90,8 @@ void addDateCommand(CLI::App& app, int& exitCode) {
         if (!options->zone.empty()) {
             TimeZone::setCurrent(options->zone);
         }
-        std::optional<Date> parsed = options->date == "now" ? std::optional<Date>(Date::now())
-                                                             : Date::parseISO8601(options->date);
+        std::optional<Date> parsed =
+            options->date == "now" ? std::optional<Date>(Date::now()) : Date::parseISO8601(options->date);
         if (!parsed) {
             std::cerr << "brassline date: not an ISO 8601 date: '" << options->date << "'\n";
             exitCode = 1;

@@ -1,6 +1,6 @@
-#include <CLI/CLI.hpp>
-
 #include <cstdlib>
+
+#include <CLI/CLI.hpp>
 
 #include "app/cli/Commands.h"
 #include "core/Log.h"

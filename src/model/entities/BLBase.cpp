@@ -63,9 +63,8 @@ void BLBase::setupClass(EntityDescription& entity) {
         }
         return Value(std::move(array));
     });
-    entity.registerDerivedProperty("effectiveCostPrice", [](const ManagedObject&) -> Value {
-        return Value(Decimal());
-    });
+    entity.registerDerivedProperty("effectiveCostPrice",
+                                   [](const ManagedObject&) -> Value { return Value(Decimal()); });
 }
 
 int64_t BLBase::countInContext(ManagedObjectContext& context, std::string_view className) {

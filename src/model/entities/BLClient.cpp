@@ -1,18 +1,18 @@
 #include "model/entities/BLClient.h"
 
+#include "core/Log.h"
+#include "core/ValueTransformers.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClientGroup.h"
 #include "model/entities/BLCurrency.h"
+#include "model/entities/BLInvoice.h"
 #include "model/entities/BLLanguage.h"
 #include "model/entities/BLPaymentType.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLProfile.h"
-#include "model/entities/ModelHooks.h"
 #include "model/entities/ContactStrings.h"
+#include "model/entities/ModelHooks.h"
 #include "model/entities/ModelStrings.h"
-#include "core/Log.h"
-#include "core/ValueTransformers.h"
-#include "model/entities/BLInvoice.h"
 
 namespace brassline {
 

@@ -149,7 +149,9 @@ Value textGetter(const ManagedObject& object) {
 }  // namespace
 
 void BLContact::setupClass(EntityDescription& entity) {
-    auto textProperty = [&entity](const char* key, DerivedGetter getter) { entity.registerDerivedProperty(key, getter); };
+    auto textProperty = [&entity](const char* key, DerivedGetter getter) {
+        entity.registerDerivedProperty(key, getter);
+    };
     textProperty("displayNameFirst", &textGetter<&BLContact::displayNameFirst>);
     textProperty("displayNameLast", &textGetter<&BLContact::displayNameLast>);
     textProperty("shortContactName", &textGetter<&BLContact::shortContactName>);
@@ -484,12 +486,23 @@ std::string BLContact::formattedHTMLAddress() const {
             continue;
         }
         switch (c) {
-            case '&': html += "&amp;"; break;
-            case '<': html += "&lt;"; break;
-            case '>': html += "&gt;"; break;
-            case '"': html += "&quot;"; break;
-            case '\n': html += "<br>"; break;
-            default: html.push_back(c);
+            case '&':
+                html += "&amp;";
+                break;
+            case '<':
+                html += "&lt;";
+                break;
+            case '>':
+                html += "&gt;";
+                break;
+            case '"':
+                html += "&quot;";
+                break;
+            case '\n':
+                html += "<br>";
+                break;
+            default:
+                html.push_back(c);
         }
     }
     return html;
@@ -505,8 +518,8 @@ std::string BLContact::labelAddressForContact(const BLContact* contact) const {
     label.lastName = named.lastName;
     // The person's own address does not count here: the label goes to this address.
     BLProfile* profile = sender();
-    const std::string address = brassline::formattedAddress(
-        label, titleAndNameInOneLine(), profile != nullptr ? profile->countryCode() : std::nullopt);
+    const std::string address = brassline::formattedAddress(label, titleAndNameInOneLine(),
+                                                            profile != nullptr ? profile->countryCode() : std::nullopt);
     // Label sheets wrap by their own box width, so the blanks need not hold lines together.
     return stringByReplacingNbspWithSpaces(address);
 }

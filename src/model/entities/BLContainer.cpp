@@ -120,22 +120,54 @@ Value amountValue(const ManagedObject& object) {
     return Value();
 }
 
-Decimal itemCost(BLItem& item) { return item.cost(); }
-Decimal itemNet(BLItem& item) { return item.net(); }
-Decimal itemTax(BLItem& item) { return item.lineTaxes(); }
-Decimal itemGross(BLItem& item) { return item.gross(); }
-Decimal itemMargin(BLItem& item) { return item.margin(); }
-Decimal itemDiscount(BLItem& item) { return item.totalDiscount(); }
-Decimal itemWeight(BLItem& item) { return item.totalWeight(); }
-Decimal itemCostForGroup(BLItem& item) { return item.costForGroup(); }
-Decimal sendableCost(BLSendable& sendable) { return sendable.cost(); }
-Decimal sendableTax(BLSendable& sendable) { return sendable.tax(); }
-Decimal sendableGross(BLSendable& sendable) { return sendable.costWithTaxes(); }
-Decimal sendableMargin(BLSendable& sendable) { return sendable.margin(); }
-Decimal sendableDiscount(BLSendable& sendable) { return sendable.totalDiscount(); }
-Decimal sendableWeight(BLSendable& sendable) { return sendable.totalWeight(); }
-Decimal sendableBalance(BLSendable& sendable) { return sendable.balance(); }
-Decimal sendableDiscountAmount(BLSendable& sendable) { return sendable.discountAmount(); }
+Decimal itemCost(BLItem& item) {
+    return item.cost();
+}
+Decimal itemNet(BLItem& item) {
+    return item.net();
+}
+Decimal itemTax(BLItem& item) {
+    return item.lineTaxes();
+}
+Decimal itemGross(BLItem& item) {
+    return item.gross();
+}
+Decimal itemMargin(BLItem& item) {
+    return item.margin();
+}
+Decimal itemDiscount(BLItem& item) {
+    return item.totalDiscount();
+}
+Decimal itemWeight(BLItem& item) {
+    return item.totalWeight();
+}
+Decimal itemCostForGroup(BLItem& item) {
+    return item.costForGroup();
+}
+Decimal sendableCost(BLSendable& sendable) {
+    return sendable.cost();
+}
+Decimal sendableTax(BLSendable& sendable) {
+    return sendable.tax();
+}
+Decimal sendableGross(BLSendable& sendable) {
+    return sendable.costWithTaxes();
+}
+Decimal sendableMargin(BLSendable& sendable) {
+    return sendable.margin();
+}
+Decimal sendableDiscount(BLSendable& sendable) {
+    return sendable.totalDiscount();
+}
+Decimal sendableWeight(BLSendable& sendable) {
+    return sendable.totalWeight();
+}
+Decimal sendableBalance(BLSendable& sendable) {
+    return sendable.balance();
+}
+Decimal sendableDiscountAmount(BLSendable& sendable) {
+    return sendable.discountAmount();
+}
 
 void registerAmountKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("cost", amountValue<itemCost, sendableCost>);

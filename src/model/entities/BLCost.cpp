@@ -8,10 +8,10 @@
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLItemGroup.h"
-#include "model/entities/ModelHooks.h"
-#include "model/entities/ModelStrings.h"
 #include "model/entities/BLSendable.h"
 #include "model/entities/LineRounding.h"
+#include "model/entities/ModelHooks.h"
+#include "model/entities/ModelStrings.h"
 
 namespace brassline {
 
@@ -29,12 +29,20 @@ void BLCost::setupClass(EntityDescription& entity) {
         return Value(static_cast<Object*>(const_cast<BLCost&>(static_cast<const BLCost&>(object)).catalogItem()));
     });
     // The metric amounts that the overview and charts sum over lines.
-    entity.registerDerivedProperty("ratioForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).ratioForMetrics()); });
-    entity.registerDerivedProperty("amountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).amountForMetrics()); });
-    entity.registerDerivedProperty("netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).netAmountForMetrics()); });
-    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).grossAmountForMetrics()); });
-    entity.registerDerivedProperty("finalRate", [](const ManagedObject& o) -> Value { return Value(lineOf(o).finalRate()); });
-    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(lineOf(o).costInNativeCurrency()); });
+    entity.registerDerivedProperty("ratioForMetrics",
+                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).ratioForMetrics()); });
+    entity.registerDerivedProperty("amountForMetrics",
+                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).amountForMetrics()); });
+    entity.registerDerivedProperty(
+        "netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).netAmountForMetrics()); });
+    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value {
+        return Value(lineOf(o).grossAmountForMetrics());
+    });
+    entity.registerDerivedProperty("finalRate",
+                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).finalRate()); });
+    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(lineOf(o).costInNativeCurrency());
+    });
 }
 
 BLCatalogItem* BLCost::catalogItem() {

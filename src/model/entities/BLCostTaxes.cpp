@@ -27,7 +27,8 @@ void BLCost::updateTaxRuleInternal() {
     if (isSyncing()) {
         return;
     }
-    BLTaxRule* rule = BLTaxRule::matrixCell(taxClientGroup(), itemGroup() != nullptr ? itemGroup()->taxGroup() : nullptr);
+    BLTaxRule* rule =
+        BLTaxRule::matrixCell(taxClientGroup(), itemGroup() != nullptr ? itemGroup()->taxGroup() : nullptr);
     if (rule != taxRule()) {
         setTaxRule(rule);
         resetCaches();

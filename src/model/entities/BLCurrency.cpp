@@ -173,7 +173,9 @@ Decimal BLCurrency::decimalNumberByRoundingToCHF(const Decimal& value) {
     return (value * Decimal(20)).rounded(0) / Decimal(20);
 }
 
-Decimal BLCurrency::decimalNumberByRoundingToSEK(const Decimal& value) { return value.rounded(0); }
+Decimal BLCurrency::decimalNumberByRoundingToSEK(const Decimal& value) {
+    return value.rounded(0);
+}
 
 Decimal BLCurrency::convertValue(const Decimal& value, const BLCurrency* target) const {
     if (target == nullptr || target == this || rate().value_or(Decimal()).isZero()) {
@@ -181,8 +183,8 @@ Decimal BLCurrency::convertValue(const Decimal& value, const BLCurrency* target)
     }
     // Conversions go through binary floating point on purpose: converted amounts are
     // estimates, and the figures must match what earlier versions stored.
-    double converted = value.toDouble() * rate().value_or(Decimal()).toDouble() /
-                       target->rate().value_or(Decimal()).toDouble();
+    double converted =
+        value.toDouble() * rate().value_or(Decimal()).toDouble() / target->rate().value_or(Decimal()).toDouble();
     converted = std::round(converted * 100.0) / 100.0;
     if (!std::isfinite(converted)) {
         return Decimal::notANumber();
@@ -253,8 +255,8 @@ BLCurrency* BLCurrency::defaultCurrencyForObject(ManagedObjectContext& context) 
     if (!found.empty()) {
         return found.front();
     }
-    auto* currency = static_cast<BLCurrency*>(BLBase::insertInManagedObjectContext(context, "Currency",
-                                                                                  kDefaultCurrencyUID));
+    auto* currency =
+        static_cast<BLCurrency*>(BLBase::insertInManagedObjectContext(context, "Currency", kDefaultCurrencyUID));
     if (currency != nullptr && !currency->name()) {
         currency->setName(std::string(kDefaultCurrencyName));
     }

@@ -89,7 +89,9 @@ void BLDocument::setupClass(EntityDescription& entity) {
     });
     entity.registerDerivedProperty(
         "project",
-        [](const ManagedObject& object) -> Value { return objectValue(static_cast<const BLDocument&>(object).project()); },
+        [](const ManagedObject& object) -> Value {
+            return objectValue(static_cast<const BLDocument&>(object).project());
+        },
         [](ManagedObject& object, const Value& value) {
             auto& document = static_cast<BLDocument&>(object);
             // Text is the legacy project name of old files; an object is a new parent.
@@ -289,7 +291,8 @@ std::string BLDocument::translateString(std::string_view text) const {
 bool BLDocument::allowsDocuments(const std::vector<BLDocument*>& candidates) const {
     const std::vector<std::string> allowed = allowedDocuments();
     for (const BLDocument* candidate : candidates) {
-        if (candidate == nullptr || std::find(allowed.begin(), allowed.end(), candidate->className()) == allowed.end()) {
+        if (candidate == nullptr ||
+            std::find(allowed.begin(), allowed.end(), candidate->className()) == allowed.end()) {
             return false;
         }
     }

@@ -12,7 +12,8 @@ namespace brassline {
 
 void BLPreference::setupClass(EntityDescription& entity) {
     entity.registerDerivedProperty(
-        "payload", [](const ManagedObject& object) -> Value { return static_cast<const BLPreference&>(object).payload(); },
+        "payload",
+        [](const ManagedObject& object) -> Value { return static_cast<const BLPreference&>(object).payload(); },
         [](ManagedObject& object, const Value& value) { static_cast<BLPreference&>(object).setPayload(value); });
     entity.registerDerivedProperty("displayValue", [](const ManagedObject& object) -> Value {
         return Value(static_cast<const BLPreference&>(object).displayValue());
@@ -95,43 +96,43 @@ void BLPreference::setPayload(const Value& value) {
         return;
     }
     switch (value.type()) {
-    case Value::Type::Null:
-        setType(std::string(kPreferenceTypeNull));
-        setString(std::string());
-        setData(Bytes());
-        setNumber(std::nullopt);
-        setDate(std::nullopt);
-        return;
-    case Value::Type::String:
-        setType(std::string(kPreferenceTypeString));
-        setString(*value.string());
-        return;
-    case Value::Type::Bool:
-    case Value::Type::Integer:
-    case Value::Type::Double:
-    case Value::Type::Decimal:
-        setType(std::string(kPreferenceTypeNumber));
-        setNumber(value.toDecimal());
-        return;
-    case Value::Type::Date:
-        setType(std::string(kPreferenceTypeDate));
-        setDate(*value.date());
-        return;
-    case Value::Type::Bytes:
-        setType(std::string(kPreferenceTypeData));
-        setData(*value.bytes());
-        return;
-    case Value::Type::Dictionary:
-        setType(std::string(kPreferenceTypeDictionary));
-        setData(KeyedArchiver::archivedDataWithRootObject(value));
-        return;
-    case Value::Type::Array:
-        // Archived like a dictionary but typed as bytes: it reads back as the archive's bytes.
-        setType(std::string(kPreferenceTypeData));
-        setData(KeyedArchiver::archivedDataWithRootObject(value));
-        return;
-    case Value::Type::Object:
-        break;
+        case Value::Type::Null:
+            setType(std::string(kPreferenceTypeNull));
+            setString(std::string());
+            setData(Bytes());
+            setNumber(std::nullopt);
+            setDate(std::nullopt);
+            return;
+        case Value::Type::String:
+            setType(std::string(kPreferenceTypeString));
+            setString(*value.string());
+            return;
+        case Value::Type::Bool:
+        case Value::Type::Integer:
+        case Value::Type::Double:
+        case Value::Type::Decimal:
+            setType(std::string(kPreferenceTypeNumber));
+            setNumber(value.toDecimal());
+            return;
+        case Value::Type::Date:
+            setType(std::string(kPreferenceTypeDate));
+            setDate(*value.date());
+            return;
+        case Value::Type::Bytes:
+            setType(std::string(kPreferenceTypeData));
+            setData(*value.bytes());
+            return;
+        case Value::Type::Dictionary:
+            setType(std::string(kPreferenceTypeDictionary));
+            setData(KeyedArchiver::archivedDataWithRootObject(value));
+            return;
+        case Value::Type::Array:
+            // Archived like a dictionary but typed as bytes: it reads back as the archive's bytes.
+            setType(std::string(kPreferenceTypeData));
+            setData(KeyedArchiver::archivedDataWithRootObject(value));
+            return;
+        case Value::Type::Object:
+            break;
     }
     logMessage("Preference %@: a value of class %@ can't be stored", uid().value_or(""),
                value.object() != nullptr ? std::string(value.object()->className()) : std::string("unknown"));

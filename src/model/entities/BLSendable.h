@@ -173,7 +173,9 @@ public:
     virtual Decimal amountForMetrics() { return costWithTaxes(); }
     virtual Decimal netAmountForMetrics() { return includeInDashboard() ? cost() : Decimal(); }
     Decimal grossAmountForMetrics() { return includeInDashboard() ? costWithTaxes() : Decimal(); }
-    Decimal taxAmountForMetrics() { return includeInDashboard() ? amountForMetrics() - netAmountForMetrics() : Decimal(); }
+    Decimal taxAmountForMetrics() {
+        return includeInDashboard() ? amountForMetrics() - netAmountForMetrics() : Decimal();
+    }
     virtual Decimal exportTaxesAmount() { return tax(); }
     // The share of the sums that metrics count: 1, a partial invoice's portion.
     virtual Decimal ratioForMetrics() const { return Decimal(1); }

@@ -434,16 +434,25 @@ Value optionalDate(const std::optional<Date>& date) {
 }  // namespace
 
 void BLSendable::registerStateKeys(EntityDescription& entity) {
-    entity.registerDerivedProperty("status", [](const ManagedObject& o) -> Value { return Value(stateOf(o).status()); });
-    entity.registerDerivedProperty("displayStatus", [](const ManagedObject& o) -> Value { return Value(stateOf(o).displayStatus()); });
-    entity.registerDerivedProperty("isDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).isDraft()); });
+    entity.registerDerivedProperty("status",
+                                   [](const ManagedObject& o) -> Value { return Value(stateOf(o).status()); });
+    entity.registerDerivedProperty("displayStatus",
+                                   [](const ManagedObject& o) -> Value { return Value(stateOf(o).displayStatus()); });
+    entity.registerDerivedProperty("isDraft",
+                                   [](const ManagedObject& o) -> Value { return Value(stateOf(o).isDraft()); });
     entity.registerDerivedProperty("label", [](const ManagedObject& o) -> Value { return Value(stateOf(o).label()); });
-    entity.registerDerivedProperty("documentType", [](const ManagedObject& o) -> Value { return Value(stateOf(o).documentType()); });
-    entity.registerDerivedProperty("nameOrDraft", [](const ManagedObject& o) -> Value { return Value(stateOf(o).nameOrDraft()); });
-    entity.registerDerivedProperty("activityDate", [](const ManagedObject& o) -> Value { return optionalDate(stateOf(o).activityDate()); });
-    entity.registerDerivedProperty("statusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).statusImage()); });
-    entity.registerDerivedProperty("extraStatusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).extraStatusImage()); });
-    entity.registerDerivedProperty("state", [](const ManagedObject& o) -> Value { return Value(static_cast<int64_t>(stateOf(o).state())); });
+    entity.registerDerivedProperty("documentType",
+                                   [](const ManagedObject& o) -> Value { return Value(stateOf(o).documentType()); });
+    entity.registerDerivedProperty("nameOrDraft",
+                                   [](const ManagedObject& o) -> Value { return Value(stateOf(o).nameOrDraft()); });
+    entity.registerDerivedProperty(
+        "activityDate", [](const ManagedObject& o) -> Value { return optionalDate(stateOf(o).activityDate()); });
+    entity.registerDerivedProperty("statusImage",
+                                   [](const ManagedObject& o) -> Value { return Value(stateOf(o).statusImage()); });
+    entity.registerDerivedProperty(
+        "extraStatusImage", [](const ManagedObject& o) -> Value { return Value(stateOf(o).extraStatusImage()); });
+    entity.registerDerivedProperty(
+        "state", [](const ManagedObject& o) -> Value { return Value(static_cast<int64_t>(stateOf(o).state())); });
     entity.registerDerivedProperty("isDue", [](const ManagedObject& o) -> Value {
         BLInvoice* invoice = invoiceOf(o);
         return invoice != nullptr ? Value(invoice->isDue()) : Value();

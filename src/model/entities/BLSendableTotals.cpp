@@ -365,33 +365,74 @@ BLSendable& totalsOf(const ManagedObject& object) {
 }  // namespace
 
 void BLSendable::registerTotalKeys(EntityDescription& entity) {
-    entity.registerDerivedProperty("balanceForLayout", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForLayout()); });
-    entity.registerDerivedProperty("balanceAtSendDate", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceAtSendDate()); });
-    entity.registerDerivedProperty("balanceForFollowUp", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForFollowUp()); });
-    entity.registerDerivedProperty("prepaidAmount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).prepaidAmount()); });
-    entity.registerDerivedProperty("taxBalance", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxBalance()); });
-    entity.registerDerivedProperty("netBalance", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netBalance()); });
-    entity.registerDerivedProperty("costBeforeDiscount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costBeforeDiscount()); });
-    entity.registerDerivedProperty("discountFraction", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).discountFraction()); });
-    entity.registerDerivedProperty("amountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).amountForMetrics()); });
-    entity.registerDerivedProperty("netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netAmountForMetrics()); });
-    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).grossAmountForMetrics()); });
-    entity.registerDerivedProperty("taxAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxAmountForMetrics()); });
-    entity.registerDerivedProperty("exportTaxesAmount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).exportTaxesAmount()); });
-    entity.registerDerivedProperty("ratioForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).ratioForMetrics()); });
-    entity.registerDerivedProperty("costForCashDiscount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costForCashDiscount()); });
-    entity.registerDerivedProperty("balanceInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceInNativeCurrency()); });
-    entity.registerDerivedProperty("netBalanceInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netBalanceInNativeCurrency()); });
-    entity.registerDerivedProperty("taxInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxInNativeCurrency()); });
-    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costInNativeCurrency()); });
-    entity.registerDerivedProperty("netCostInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netCostInNativeCurrency()); });
-    entity.registerDerivedProperty("taxesInNativeCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxesInNativeCurrency()); });
-    entity.registerDerivedProperty("partialInvoicePercentage", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).partialInvoicePercentage()); });
-    entity.registerDerivedProperty("partialInvoiceDeductionPercentage", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).partialInvoiceDeductionPercentage()); });
-    entity.registerDerivedProperty("costForDashboard", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costForDashboard()); });
-    entity.registerDerivedProperty("balanceForDashboard", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForDashboard()); });
-    entity.registerDerivedProperty("balanceWithoutCurrency", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceWithoutCurrency()); });
-    entity.registerDerivedProperty("amountDecimal", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).amountDecimal()); });
+    entity.registerDerivedProperty(
+        "balanceForLayout", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForLayout()); });
+    entity.registerDerivedProperty(
+        "balanceAtSendDate", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceAtSendDate()); });
+    entity.registerDerivedProperty(
+        "balanceForFollowUp", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balanceForFollowUp()); });
+    entity.registerDerivedProperty("prepaidAmount",
+                                   [](const ManagedObject& o) -> Value { return Value(totalsOf(o).prepaidAmount()); });
+    entity.registerDerivedProperty("taxBalance",
+                                   [](const ManagedObject& o) -> Value { return Value(totalsOf(o).taxBalance()); });
+    entity.registerDerivedProperty("netBalance",
+                                   [](const ManagedObject& o) -> Value { return Value(totalsOf(o).netBalance()); });
+    entity.registerDerivedProperty(
+        "costBeforeDiscount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costBeforeDiscount()); });
+    entity.registerDerivedProperty(
+        "discountFraction", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).discountFraction()); });
+    entity.registerDerivedProperty(
+        "amountForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).amountForMetrics()); });
+    entity.registerDerivedProperty("netAmountForMetrics", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).netAmountForMetrics());
+    });
+    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).grossAmountForMetrics());
+    });
+    entity.registerDerivedProperty("taxAmountForMetrics", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).taxAmountForMetrics());
+    });
+    entity.registerDerivedProperty(
+        "exportTaxesAmount", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).exportTaxesAmount()); });
+    entity.registerDerivedProperty(
+        "ratioForMetrics", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).ratioForMetrics()); });
+    entity.registerDerivedProperty("costForCashDiscount", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).costForCashDiscount());
+    });
+    entity.registerDerivedProperty("balanceInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).balanceInNativeCurrency());
+    });
+    entity.registerDerivedProperty("netBalanceInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).netBalanceInNativeCurrency());
+    });
+    entity.registerDerivedProperty("taxInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).taxInNativeCurrency());
+    });
+    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).costInNativeCurrency());
+    });
+    entity.registerDerivedProperty("netCostInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).netCostInNativeCurrency());
+    });
+    entity.registerDerivedProperty("taxesInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).taxesInNativeCurrency());
+    });
+    entity.registerDerivedProperty("partialInvoicePercentage", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).partialInvoicePercentage());
+    });
+    entity.registerDerivedProperty("partialInvoiceDeductionPercentage", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).partialInvoiceDeductionPercentage());
+    });
+    entity.registerDerivedProperty(
+        "costForDashboard", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costForDashboard()); });
+    entity.registerDerivedProperty("balanceForDashboard", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).balanceForDashboard());
+    });
+    entity.registerDerivedProperty("balanceWithoutCurrency", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).balanceWithoutCurrency());
+    });
+    entity.registerDerivedProperty("amountDecimal",
+                                   [](const ManagedObject& o) -> Value { return Value(totalsOf(o).amountDecimal()); });
     entity.registerDerivedProperty("includeInDashboard", [](const ManagedObject& o) -> Value {
         return Value(static_cast<const BLSendable&>(o).includeInDashboard());
     });

@@ -42,7 +42,9 @@ int activeSlots(const std::array<Slot, 3>& slots) {
 }
 
 // The percentage as the calculation reads it: absent is not-a-number, which taxes nothing.
-Decimal percentageOf(const Slot& slot) { return slot.value.value_or(Decimal::notANumber()); }
+Decimal percentageOf(const Slot& slot) {
+    return slot.value.value_or(Decimal::notANumber());
+}
 
 using PercentageStep = Decimal (*)(const Decimal& amount, const Decimal& percentage, BLTaxDetails* details,
                                    const BLSendable* document);
@@ -145,8 +147,7 @@ Decimal decimalNumberByDeductingPercentage(const Decimal& value, const Decimal& 
     return value - decimalNumberCalculatePercentage(value, percentage, &blank);
 }
 
-Decimal decimalNumberByAddingPercentage(const Decimal& value, const Decimal& percentage,
-                                        const BLSendable* document) {
+Decimal decimalNumberByAddingPercentage(const Decimal& value, const Decimal& percentage, const BLSendable* document) {
     BLTaxDetails blank;
     blank.document = document;
     return value + decimalNumberCalculatePercentage(value, percentage, &blank);

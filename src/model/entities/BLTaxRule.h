@@ -84,9 +84,7 @@ Decimal decimalNumberCalculateIncludedPercentage(const Decimal& amount, const De
 // then written to it (amount, percentage, tax).
 Decimal decimalNumberCalculatePercentage(const Decimal& amount, const Decimal& percentage, BLTaxDetails* details);
 // `value` less or plus its percentage, rounded to 2 digits (the forms with a document).
-Decimal decimalNumberByDeductingPercentage(const Decimal& value, const Decimal& percentage,
-                                           const BLSendable* document);
-Decimal decimalNumberByAddingPercentage(const Decimal& value, const Decimal& percentage,
-                                        const BLSendable* document);
+Decimal decimalNumberByDeductingPercentage(const Decimal& value, const Decimal& percentage, const BLSendable* document);
+Decimal decimalNumberByAddingPercentage(const Decimal& value, const Decimal& percentage, const BLSendable* document);
 
 }  // namespace brassline

@@ -29,8 +29,7 @@ std::optional<Value> BLTranscript::record() const {
     std::string error;
     std::optional<Value> value = KeyedUnarchiver::unarchiveObjectWithData(*data, &error);
     if (!value) {
-        logMessage("Transcript %s: the stored record does not read: %s", fixedAttribute(uid()).c_str(),
-                   error.c_str());
+        logMessage("Transcript %s: the stored record does not read: %s", fixedAttribute(uid()).c_str(), error.c_str());
     }
     return value;
 }

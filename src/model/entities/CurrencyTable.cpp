@@ -42,7 +42,9 @@ CurrencyTable& CurrencyTable::sharedTable() {
     return *instance;
 }
 
-void CurrencyTable::resetSharedTable() { sharedInstance().reset(); }
+void CurrencyTable::resetSharedTable() {
+    sharedInstance().reset();
+}
 
 void CurrencyTable::load() {
     if (m_loaded) {

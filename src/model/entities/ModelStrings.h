@@ -69,10 +69,26 @@ inline constexpr const char* kErrorFetchingCountMessage = "Error fetching count:
 inline constexpr const char* kErrorFindingObjectMessage = "Error finding object: %@: %@";
 
 // The derived keys whose observers hear of a cache reset, in this order.
-inline constexpr std::array<std::string_view, 21> kResetCachesKeys = {
-    "cost",        "costWithTaxes", "documentsString", "margin",     "activityDate", "tableDate",
-    "dateRangeForOverview", "displayName", "totalWeight", "windowName", "canPay",    "statusImage",
-    "image",       "icon",          "balance",         "tableInfo",  "isDue",        "isOverDue",
-    "isDraft",     "canEditCurrency", "isCashDiscount"};
+inline constexpr std::array<std::string_view, 21> kResetCachesKeys = {"cost",
+                                                                      "costWithTaxes",
+                                                                      "documentsString",
+                                                                      "margin",
+                                                                      "activityDate",
+                                                                      "tableDate",
+                                                                      "dateRangeForOverview",
+                                                                      "displayName",
+                                                                      "totalWeight",
+                                                                      "windowName",
+                                                                      "canPay",
+                                                                      "statusImage",
+                                                                      "image",
+                                                                      "icon",
+                                                                      "balance",
+                                                                      "tableInfo",
+                                                                      "isDue",
+                                                                      "isOverDue",
+                                                                      "isDraft",
+                                                                      "canEditCurrency",
+                                                                      "isCashDiscount"};
 
 }  // namespace brassline

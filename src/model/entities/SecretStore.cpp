@@ -1,16 +1,16 @@
 #include "model/entities/SecretStore.h"
 
-#include <fcntl.h>
-#include <libsecret/secret.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include <fcntl.h>
+#include <libsecret/secret.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/Log.h"
 
@@ -19,13 +19,19 @@ namespace brassline {
 namespace {
 
 const SecretSchema* schema() {
-    static const SecretSchema kSchema = {
-        "org.brassline.Preference",
-        SECRET_SCHEMA_NONE,
-        {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING},
-         {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
-         {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
-        0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    static const SecretSchema kSchema = {"org.brassline.Preference",
+                                         SECRET_SCHEMA_NONE,
+                                         {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                          {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                          {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
+                                         0,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr};
     return &kSchema;
 }
 
@@ -42,9 +48,9 @@ public:
     bool storeSecret(const std::string& service, const std::string& account, const std::string& secret) override {
         GError* error = nullptr;
         std::string label = service + " (" + account + ")";
-        gboolean ok = secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(), secret.c_str(),
-                                                 nullptr, &error, "service", service.c_str(), "account",
-                                                 account.c_str(), nullptr);
+        gboolean ok =
+            secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(), secret.c_str(), nullptr,
+                                       &error, "service", service.c_str(), "account", account.c_str(), nullptr);
         if (!ok) {
             logMessage("Could not store the secret %@: %@", service, takeError(error));
         }
@@ -53,8 +59,8 @@ public:
 
     std::optional<std::string> readSecret(const std::string& service, const std::string& account) override {
         GError* error = nullptr;
-        gchar* password = secret_password_lookup_sync(schema(), nullptr, &error, "service", service.c_str(),
-                                                      "account", account.c_str(), nullptr);
+        gchar* password = secret_password_lookup_sync(schema(), nullptr, &error, "service", service.c_str(), "account",
+                                                      account.c_str(), nullptr);
         if (error != nullptr) {
             logMessage("Could not read the secret %@: %@", service, takeError(error));
             return std::nullopt;
@@ -69,8 +75,8 @@ public:
 
     bool removeSecret(const std::string& service, const std::string& account) override {
         GError* error = nullptr;
-        secret_password_clear_sync(schema(), nullptr, &error, "service", service.c_str(), "account",
-                                   account.c_str(), nullptr);
+        secret_password_clear_sync(schema(), nullptr, &error, "service", service.c_str(), "account", account.c_str(),
+                                   nullptr);
         if (error != nullptr) {
             logMessage("Could not remove the secret %@: %@", service, takeError(error));
             return false;

@@ -3,9 +3,8 @@
 namespace brassline {
 
 void TMCost::setupClass(EntityDescription& entity) {
-    entity.registerDerivedProperty("cost", [](const ManagedObject& object) -> Value {
-        return Value(static_cast<const TMCost&>(object).cost());
-    });
+    entity.registerDerivedProperty(
+        "cost", [](const ManagedObject& object) -> Value { return Value(static_cast<const TMCost&>(object).cost()); });
     entity.registerDerivedProperty("costWithDiscount", [](const ManagedObject& object) -> Value {
         return Value(static_cast<const TMCost&>(object).cost() * Decimal(9) / Decimal(10));
     });

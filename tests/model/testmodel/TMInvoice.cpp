@@ -3,9 +3,8 @@
 namespace brassline {
 
 void TMInvoice::setupClass(EntityDescription& entity) {
-    entity.registerDerivedProperty("total", [](const ManagedObject& object) -> Value {
-        return object.valueForKeyPath("childs.@sum.cost");
-    });
+    entity.registerDerivedProperty(
+        "total", [](const ManagedObject& object) -> Value { return object.valueForKeyPath("childs.@sum.cost"); });
 }
 
 void TMInvoice::awakeFromCreate() {
