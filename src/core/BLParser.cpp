@@ -292,6 +292,25 @@ bool hasValidIBANChecksum(std::string_view iban) {
     return remainder == 1;
 }
 
+bool isValidBIC(std::string_view bic) {
+    std::string compact;
+    for (char c : bic) {
+        if (c != ' ') {
+            compact.push_back(static_cast<char>(std::toupper(static_cast<unsigned char>(c))));
+        }
+    }
+    if (compact.size() != 8 && compact.size() != 11) {
+        return false;
+    }
+    for (size_t i = 0; i < compact.size(); ++i) {
+        const auto c = static_cast<unsigned char>(compact[i]);
+        if (i < 6 ? !std::isalpha(c) : !std::isalnum(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 std::vector<std::string> extractNumbers(std::string_view text, std::string_view localeID) {
     UErrorCode status = U_ZERO_ERROR;
     const std::string locale = localeOrDefault(localeID);

@@ -45,6 +45,10 @@ std::vector<std::string> extractIBANs(std::string_view text);
 bool hasValidIBANChecksum(std::string_view iban);
 // The total IBAN length of a country, 0 for a country without IBANs in the table.
 int ibanLengthForCountry(std::string_view countryCode);
+// The ISO 9362 shape of a BIC: four letters for the bank, two for the country, two
+// letters or digits for the place and optionally three for the branch (blanks allowed,
+// case ignored). Whether the bank exists is not known here.
+bool isValidBIC(std::string_view bic);
 
 // Numbers written with the locale's grouping and decimal separators ("-1.234,56" in
 // de_DE), as they stand in the text; empty `localeID` means ICU's default locale.

@@ -102,6 +102,22 @@ TEST(ParserTest, IBANChecksumAndLengths) {
     EXPECT_EQ(ibanCharacterSet().size(), 36u);
 }
 
+TEST(ParserTest, BICShape) {
+    struct Row {
+        const char* bic;
+        bool valid;
+    };
+    const std::vector<Row> rows = {
+        {"COBADEFF", true},     {"COBADEFFXXX", true}, {"cobadeff 370", true},  {"DEUTDEDB110", true},
+        {"COBADEF", false},     {"COBADEFFXX", false}, {"C0BADEFF", false},     {"COBAD3FF", false},
+        {"COBADEFF-XX", false}, {"", false},           {"COBADEFF1234", false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.bic);
+        EXPECT_EQ(isValidBIC(row.bic), row.valid);
+    }
+}
+
 TEST(ParserTest, ExtractNumbersUsesTheLocaleSeparators) {
     struct Row {
         const char* locale;
