@@ -143,6 +143,7 @@ ClientEditor::ClientEditor(DocumentSession& session, BLClient& client, QWidget* 
     form->addRow(loc("Payment terms"), m_payInterval);
     m_plugin = new QComboBox(this);
     m_plugin->setEditable(true);
+    m_plugin->setMinimumWidth(260);
     m_plugin->setToolTip(loc("The plug-in that writes this client's electronic invoices"));
     form->addRow(loc("E-invoice"), m_plugin);
     m_balance = new QLabel(this);
@@ -282,7 +283,7 @@ QLineEdit* ClientEditor::field(const std::string& key) const {
 QString ClientEditor::problem(const std::string& key) const {
     for (const TextField& field : m_fields) {
         if (field.key == key) {
-            return field.problem->isVisible() ? field.problem->text() : QString();
+            return field.problem->isHidden() ? QString() : field.problem->text();
         }
     }
     return {};
@@ -296,10 +297,11 @@ void ClientEditor::reload() {
     const QString name = qs(m_client.displayName());
     m_heading->setText(name.isEmpty() ? loc("new client") : name);
     for (const TextField& field : m_fields) {
+        if (!field.problem->isHidden()) {
+            continue;  // What was typed stays in view with its reason until it is fixed.
+        }
         const Value value = m_client.valueForKey(field.key);
         field.edit->setText(value.isNull() ? QString() : qs(value.toString()));
-        field.problem->hide();
-        field.edit->setStyleSheet({});
     }
     m_address->setPlainText(qs(m_client.address()));
     m_country->setCurrentIndex(std::max(0, m_country->findData(qs(m_client.countryCode()).toUpper())));

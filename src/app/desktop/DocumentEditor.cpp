@@ -54,6 +54,13 @@ private:
     std::function<void()> m_action;
 };
 
+// The item tree, telling whether a cell is being edited.
+class ItemView : public QTreeView {
+public:
+    using QTreeView::QTreeView;
+    bool isEditing() const { return state() == EditingState; }
+};
+
 QDate toQDate(std::optional<Date> date) {
     return date ? QDate(date->yearOfCommonEra(), date->monthOfYear(), date->dayOfMonth()) : QDate();
 }
@@ -102,6 +109,7 @@ DocumentEditor::DocumentEditor(DocumentSession& session, BLSendable& document, Q
     m_previewTimer->setInterval(150);
     connect(m_previewTimer, &QTimer::timeout, this, [this] { m_preview->showDocument(&m_document); });
     reload();
+    m_preview->showDocument(&m_document);
 }
 
 DocumentEditor::~DocumentEditor() = default;
@@ -211,7 +219,7 @@ void DocumentEditor::buildForm() {
     column->addWidget(m_itemButtons);
 
     m_itemModel = new ItemTreeModel(m_session, m_document, *m_controller, this);
-    m_itemView = new QTreeView(editor);
+    m_itemView = new ItemView(editor);
     m_itemView->setModel(m_itemModel);
     m_itemView->setItemDelegate(new ItemDelegate(*m_itemModel, m_itemView));
     m_itemView->setSelectionMode(QAbstractItemView::ExtendedSelection);
@@ -220,6 +228,7 @@ void DocumentEditor::buildForm() {
     m_itemView->setDefaultDropAction(Qt::MoveAction);
     m_itemView->setAlternatingRowColors(true);
     m_itemView->setUniformRowHeights(true);
+    m_itemView->setStyleSheet(QStringLiteral("QTreeView::item { padding: 3px 2px; }"));
     m_itemView->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                                 QAbstractItemView::AnyKeyPressed | QAbstractItemView::SelectedClicked);
     m_itemView->setMinimumHeight(200);
@@ -379,8 +388,11 @@ void DocumentEditor::reload() {
     names.sort(Qt::CaseInsensitive);
     static_cast<QStringListModel*>(m_catalog->completer()->model())->setStringList(names);
 
-    m_itemModel->refresh();
-    m_itemView->expandAll();
+    // A reset would close the cell being typed into; its own edits repaint the rows already.
+    if (!static_cast<ItemView*>(m_itemView)->isEditing()) {
+        m_itemModel->refresh();
+        m_itemView->expandAll();
+    }
     updateLockState();
     updateTotals();
     m_loading = false;
@@ -428,7 +440,7 @@ void DocumentEditor::updateTotals() {
         QString label = qs(entry.rule->taxNames());
         const QString rate = qs(entry.rule->taxRates());
         if (!rate.isEmpty()) {
-            label += QLatin1Char(' ') + rate;
+            label += QLatin1Char(' ') + rate + (rate.contains(QLatin1Char('%')) ? QString() : QStringLiteral(" %"));
         }
         row(label.trimmed().isEmpty() ? loc("Tax") : label, entry.rule->taxForAmount(entry.amount, &m_document));
     }

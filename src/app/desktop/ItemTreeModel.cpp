@@ -195,7 +195,8 @@ QVariant ItemTreeModel::data(const QModelIndex& index, int role) const {
             if (item->entityName() == "SubTotal") {
                 return formatAmount(item->sum());
             }
-            return formatAmount(item->documentUsesGrossPrices() ? item->gross() : item->net());
+            // The line's own amount, before the document's discount, as the person priced it.
+            return formatAmount(item->cost());
         default:
             return {};
     }
@@ -312,8 +313,9 @@ void ItemTreeModel::applyTyping(const QModelIndex& index, const QString& text) {
     m_session.beginLongStep(loc("Change %1", columnTitle(index.column())));
     if (applyValue(*item, index.column(), text)) {
         m_session.noteChange();
-        // The rows repaint in place: a reset would close the editor being typed into.
-        touchAll({});
+        // Only the amounts repaint: a reset would close the editor being typed into, and
+        // a change reported for its own cell would write the formatted value back into it.
+        touchColumn({}, Total);
         Q_EMIT amountsChanged();
     }
 }
@@ -341,6 +343,17 @@ void ItemTreeModel::touchAll(const QModelIndex& parent) {
     Q_EMIT dataChanged(index(0, 0, parent), index(rows - 1, ColumnCount - 1, parent), {Qt::DisplayRole});
     for (int row = 0; row < rows; ++row) {
         touchAll(index(row, 0, parent));
+    }
+}
+
+void ItemTreeModel::touchColumn(const QModelIndex& parent, int column) {
+    const int rows = rowCount(parent);
+    if (rows == 0) {
+        return;
+    }
+    Q_EMIT dataChanged(index(0, column, parent), index(rows - 1, column, parent), {Qt::DisplayRole});
+    for (int row = 0; row < rows; ++row) {
+        touchColumn(index(row, 0, parent), column);
     }
 }
 

@@ -65,6 +65,7 @@ private:
     std::vector<BLItem*> draggedItems(const QMimeData* data) const;
     // Every row's values may have moved (positions, sums): the views repaint them.
     void touchAll(const QModelIndex& parent);
+    void touchColumn(const QModelIndex& parent, int column);
 
     DocumentSession& m_session;
     BLSendable& m_document;

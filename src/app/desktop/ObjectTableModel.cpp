@@ -1,7 +1,9 @@
 #include "app/desktop/ObjectTableModel.h"
 
+#include <QApplication>
 #include <QPainter>
 #include <QStringList>
+#include <QStyle>
 
 #include "app/desktop/DesktopText.h"
 #include "core/Log.h"
@@ -183,10 +185,12 @@ int ObjectTableModel::rowOf(const ManagedObject* object) const {
 }
 
 void StatusDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const {
+    // The cell's background and selection as the style draws them, without the word.
     QStyleOptionViewItem plain = option;
     initStyleOption(&plain, index);
     plain.text.clear();
-    QStyledItemDelegate::paint(painter, plain, index);
+    const QStyle* style = plain.widget != nullptr ? plain.widget->style() : QApplication::style();
+    style->drawControl(QStyle::CE_ItemViewItem, &plain, painter, plain.widget);
     const QString word = index.data(Qt::DisplayRole).toString();
     const QColor color = index.data(kStatusColorRole).value<QColor>();
     if (word.isEmpty()) {

@@ -52,7 +52,7 @@ std::vector<ListColumn> sendableColumns(const QString& dueTitle) {
              return amountWithCurrency(sendable, sendable.costWithTaxes());
          },
          120},
-        {loc("State"), "status", Kind::Status, [](ManagedObject&) { return QString(); }, 110},
+        {loc("State"), "status", Kind::Status, [](ManagedObject&) { return QString(); }, 120},
     };
 }
 

@@ -1,0 +1,420 @@
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QRegularExpression>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTreeView>
+
+#include "app/desktop/ClientEditor.h"
+#include "app/desktop/CompanySetup.h"
+#include "app/desktop/DesktopShell.h"
+#include "app/desktop/DocumentEditor.h"
+#include "app/desktop/DocumentSession.h"
+#include "app/desktop/DocumentWindow.h"
+#include "app/desktop/ItemTreeModel.h"
+#include "app/desktop/NumberingText.h"
+#include "app/desktop/ObjectTableModel.h"
+#include "app/desktop/PagePreview.h"
+#include "app/desktop/PreferencesDialog.h"
+#include "app/desktop/SetupDialog.h"
+#include "core/Date.h"
+#include "model/entities/BLClient.h"
+#include "model/entities/BLCost.h"
+#include "model/entities/BLSendable.h"
+#include "store/BLDocumentController.h"
+
+using namespace brassline;
+using namespace brassline::desktop;
+
+namespace {
+
+// Types into a cell of the item tree as a person does: select it, start editing, type,
+// and confirm with Return (or leave with Escape).
+void typeIntoCell(QTreeView* view, const QModelIndex& index, const QString& text, int finalKey = Qt::Key_Return) {
+    view->setCurrentIndex(index);
+    view->edit(index);
+    auto* editor = qobject_cast<QLineEdit*>(QApplication::focusWidget());
+    QVERIFY2(editor != nullptr, "no line editor opened on the cell");
+    editor->selectAll();
+    QTest::keyClicks(editor, text);
+    QTest::keyClick(editor, static_cast<Qt::Key>(finalKey));
+    // The view commits and closes its editor on the next turn of the event loop.
+    QApplication::processEvents();
+}
+
+void typeIntoField(QLineEdit* field, const QString& text) {
+    field->setFocus();
+    field->selectAll();
+    // Key events exist for ASCII only; other letters arrive as an input method's text.
+    bool ascii = true;
+    for (QChar c : text) {
+        ascii = ascii && c.unicode() < 128;
+    }
+    if (ascii) {
+        QTest::keyClicks(field, text);
+    } else {
+        field->insert(text);
+    }
+    QTest::keyClick(field, Qt::Key_Return);
+    QApplication::processEvents();
+}
+
+QString cell(ItemTreeModel* model, int row, int column) {
+    return model->data(model->index(row, column), Qt::DisplayRole).toString();
+}
+
+}  // namespace
+
+class DesktopTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void cleanup();
+
+    void patternTextReadsOnlyTheKindsTokens();
+    void companyClientAndInvoiceWithThreeLines();
+    void totalsFollowTheQuantityAsItIsTyped();
+    void escapeTakesTypedValuesBack();
+    void undoRestoresTheOldValueInOneStep();
+    void issueGivesTheNumberAndLocksTheEditor();
+    void deleteFollowsTheModelsRules();
+    void listsSearchAndSortThroughFetches();
+    void clientEditorRefusesAWrongIBAN();
+    void numbersPreviewBeforeTheyAreStored();
+    void previewWaitsForTheLayoutEngine();
+
+private:
+    // A company with a client and a draft invoice of three lines, made through the window.
+    DocumentEditor* makeInvoice();
+
+    QTemporaryDir* m_home = nullptr;
+    DesktopShell* m_shell = nullptr;
+    DocumentWindow* m_window = nullptr;
+    int m_company = 0;
+};
+
+void DesktopTest::initTestCase() {
+    Clock::setNow(Date::dateWithYear(2026, 11, 25));
+}
+
+void DesktopTest::cleanupTestCase() {
+    Clock::setNow(std::nullopt);
+}
+
+void DesktopTest::init() {
+    m_home = new QTemporaryDir;
+    QVERIFY(m_home->isValid());
+    qputenv("HOME", m_home->path().toLocal8Bit());
+    m_shell = new DesktopShell;
+    SetupDialog setup;
+    QTest::keyClicks(setup.field(QStringLiteral("company")), QStringLiteral("Atelier %1").arg(++m_company));
+    setup.field(QStringLiteral("folder"))->setText(m_home->path());
+    QTest::keyClicks(setup.field(QStringLiteral("street")), QStringLiteral("Hafenstraße 1"));
+    QString error;
+    m_window = m_shell->createCompany(setup.path(), setup.setup(), &error);
+    QVERIFY2(m_window != nullptr, qPrintable(error));
+    QVERIFY(QFileInfo::exists(setup.path()));
+    m_window->show();
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window));
+}
+
+void DesktopTest::cleanup() {
+    delete m_shell;
+    m_shell = nullptr;
+    m_window = nullptr;
+    BLDocumentController::resetSharedForTesting();
+    delete m_home;
+    m_home = nullptr;
+}
+
+DocumentEditor* DesktopTest::makeInvoice() {
+    m_window->action(QStringLiteral("newClient"))->trigger();
+    ClientEditor* client = m_window->clientEditor();
+    if (client == nullptr) {
+        return nullptr;
+    }
+    typeIntoField(client->field("organization"), QStringLiteral("Miller & Sons"));
+    m_window->action(QStringLiteral("newInvoice"))->trigger();
+    DocumentEditor* editor = m_window->documentEditor();
+    if (editor == nullptr) {
+        return nullptr;
+    }
+    const struct {
+        const char* name;
+        const char* quantity;
+        const char* price;
+    } lines[] = {{"Design", "10", "85"}, {"Hosting", "12", "19.99"}, {"Domain", "1", "12"}};
+    for (const auto& line : lines) {
+        editor->addItem("Cost");
+        auto* nameEditor = qobject_cast<QLineEdit*>(QApplication::focusWidget());
+        if (nameEditor == nullptr) {
+            return nullptr;
+        }
+        QTest::keyClicks(nameEditor, QString::fromLatin1(line.name));
+        QTest::keyClick(nameEditor, Qt::Key_Return);
+        QApplication::processEvents();
+        const int row = editor->itemModel()->rowCount() - 1;
+        typeIntoCell(editor->itemView(), editor->itemModel()->index(row, ItemTreeModel::Quantity),
+                     QString::fromLatin1(line.quantity));
+        typeIntoCell(editor->itemView(), editor->itemModel()->index(row, ItemTreeModel::Price),
+                     QString::fromLatin1(line.price));
+    }
+    return editor;
+}
+
+void DesktopTest::patternTextReadsOnlyTheKindsTokens() {
+    std::optional<NumberPattern> invoice = parsePatternText("RE-{Year}-{Increment3}", "invoice");
+    QVERIFY(invoice.has_value());
+    QCOMPARE(invoice->size(), size_t{4});
+    QCOMPARE(QString::fromStdString((*invoice)[1].field), QStringLiteral("year"));
+    QCOMPARE(QString::fromStdString(patternText(*invoice)), QStringLiteral("RE-{Year}-{Increment3}"));
+    std::string error;
+    // An estimate counts on its own counter; a client number knows no year.
+    QVERIFY(!parsePatternText("AN-{Increment3}", "estimate", &error));
+    QVERIFY(error.find("{Increment3}") != std::string::npos);
+    QVERIFY(parsePatternText("AN-{EstimateIncrement3}", "estimate").has_value());
+    QVERIFY(!parsePatternText("{Year}", "client"));
+    QVERIFY(!parsePatternText("RE-{Year", "invoice"));
+    QVERIFY(!parsePatternText("RE-}", "invoice"));
+    QCOMPARE(parsePatternText("", "invoice")->size(), size_t{0});
+}
+
+void DesktopTest::companyClientAndInvoiceWithThreeLines() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    BLSendable& invoice = editor->document();
+    QVERIFY(invoice.client() != nullptr);
+    QCOMPARE(QString::fromStdString(invoice.client()->organization().value_or("")), QStringLiteral("Miller & Sons"));
+    QCOMPARE(editor->itemModel()->rowCount(), 3);
+    QCOMPARE(cell(editor->itemModel(), 1, ItemTreeModel::Name), QStringLiteral("Hosting"));
+    // 10 × 85 + 12 × 19.99 + 1 × 12 = 850 + 239.88 + 12 = 1,101.88 net; 19 % of it is
+    // 209.3572, 209.36 rounded; 1,311.24 in all.
+    QCOMPARE(invoice.cost().toString(), std::string("1101.88"));
+    QCOMPARE(invoice.costWithTaxes().toString(), std::string("1311.24"));
+    QVERIFY2(editor->totalsLabel()->text().contains(QStringLiteral("1,311.24")),
+             qPrintable(editor->totalsLabel()->text()));
+    // The invoice shows in the list as a draft of that client.
+    m_window->showSource(Source::Invoices);
+    QCOMPARE(m_window->listModel()->rowCount(), 1);
+    QCOMPARE(m_window->listModel()->data(m_window->listModel()->index(0, 6), Qt::DisplayRole).toString(),
+             QStringLiteral("Draft"));
+}
+
+void DesktopTest::totalsFollowTheQuantityAsItIsTyped() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    const QString before = editor->totalsLabel()->text();
+    QTreeView* view = editor->itemView();
+    const QModelIndex quantity = editor->itemModel()->index(0, ItemTreeModel::Quantity);
+    view->setCurrentIndex(quantity);
+    view->edit(quantity);
+    auto* field = qobject_cast<QLineEdit*>(QApplication::focusWidget());
+    QVERIFY(field != nullptr);
+    field->selectAll();
+    // Still typing, nothing confirmed: 20 × 85 = 1,700 net in the first line, so
+    // 1,700 + 239.88 + 12 = 1,951.88 net, 370.8572 tax, 2,322.74 in all.
+    QTest::keyClicks(field, QStringLiteral("20"));
+    QVERIFY(editor->totalsLabel()->text() != before);
+    QVERIFY2(editor->totalsLabel()->text().contains(QStringLiteral("2,322.74")),
+             qPrintable(editor->totalsLabel()->text()));
+    QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Total), QStringLiteral("1,700.00"));
+    QTest::keyClick(field, Qt::Key_Return);
+    QApplication::processEvents();
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("2,322.74")));
+    QCOMPARE(static_cast<BLCost*>(editor->itemModel()->itemAt(quantity))->quantity()->toString(), std::string("20"));
+}
+
+void DesktopTest::escapeTakesTypedValuesBack() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    const QString before = editor->totalsLabel()->text();
+    const QModelIndex quantity = editor->itemModel()->index(1, ItemTreeModel::Quantity);
+    typeIntoCell(editor->itemView(), quantity, QStringLiteral("99"), Qt::Key_Escape);
+    QCOMPARE(cell(editor->itemModel(), 1, ItemTreeModel::Quantity), QStringLiteral("12"));
+    QCOMPARE(editor->totalsLabel()->text(), before);
+    // Half a number changes nothing while it doesn't read.
+    typeIntoCell(editor->itemView(), quantity, QStringLiteral("abc"));
+    QCOMPARE(cell(editor->itemModel(), 1, ItemTreeModel::Quantity), QStringLiteral("12"));
+}
+
+void DesktopTest::undoRestoresTheOldValueInOneStep() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    QAction* undo = m_window->action(QStringLiteral("undo"));
+    QAction* redo = m_window->action(QStringLiteral("redo"));
+    // Two keys typed into the quantity are one step: one undo brings back 10, not 1.
+    typeIntoCell(editor->itemView(), editor->itemModel()->index(0, ItemTreeModel::Quantity), QStringLiteral("25"));
+    QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Quantity), QStringLiteral("25"));
+    undo->trigger();
+    QApplication::processEvents();
+    editor = m_window->documentEditor();
+    QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Quantity), QStringLiteral("10"));
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("1,311.24")));
+    redo->trigger();
+    QApplication::processEvents();
+    QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Quantity), QStringLiteral("25"));
+
+    typeIntoField(editor->subjectField(), QStringLiteral("Online shop"));
+    QCOMPARE(QString::fromStdString(editor->document().subject().value_or("")), QStringLiteral("Online shop"));
+    QVERIFY(undo->text().contains(QStringLiteral("Subject")));
+    undo->trigger();
+    QApplication::processEvents();
+    QVERIFY(!editor->document().subject().has_value());
+    QCOMPARE(editor->subjectField()->text(), QString());
+}
+
+void DesktopTest::issueGivesTheNumberAndLocksTheEditor() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    QVERIFY(!editor->isLocked());
+    QVERIFY(m_window->issueCurrent(false));
+    QApplication::processEvents();
+    BLSendable& invoice = editor->document();
+    QCOMPARE(QString::fromStdString(invoice.name().value_or("")), QStringLiteral("INV-2026-001"));
+    QVERIFY(m_window->lastMessage().contains(QStringLiteral("INV-2026-001")));
+    QVERIFY(editor->isLocked());
+    QVERIFY(!editor->subjectField()->isEnabled());
+    const QModelIndex quantity = editor->itemModel()->index(0, ItemTreeModel::Quantity);
+    QVERIFY(!(editor->itemModel()->flags(quantity) & Qt::ItemIsEditable));
+    QVERIFY(!editor->itemModel()->setData(quantity, QStringLiteral("3"), Qt::EditRole));
+    QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Quantity), QStringLiteral("10"));
+    QVERIFY(!m_window->action(QStringLiteral("issue"))->isEnabled());
+    QVERIFY(m_window->action(QStringLiteral("unlock"))->isEnabled());
+    // Unlocked it is a draft again with its number kept.
+    QVERIFY(m_window->unlockCurrent());
+    QVERIFY(!editor->isLocked());
+    QCOMPARE(QString::fromStdString(invoice.name().value_or("")), QStringLiteral("INV-2026-001"));
+}
+
+void DesktopTest::deleteFollowsTheModelsRules() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    BLSendable* issued = &editor->document();
+    QVERIFY(m_window->issueCurrent(false));
+    m_window->action(QStringLiteral("newInvoice"))->trigger();
+    BLSendable* draft = &m_window->documentEditor()->document();
+    m_window->showSource(Source::Invoices);
+    QCOMPARE(m_window->listModel()->rowCount(), 2);
+    // An issued invoice stays: the model refuses, the window says so.
+    m_window->listView()->selectRow(m_window->listModel()->rowOf(issued));
+    QVERIFY(!m_window->deleteCurrent());
+    QVERIFY(!issued->isDeleted());
+    QVERIFY(m_window->lastMessage().contains(QStringLiteral("can't be deleted")));
+    m_window->listView()->selectRow(m_window->listModel()->rowOf(draft));
+    QVERIFY(m_window->deleteCurrent());
+    QCOMPARE(m_window->listModel()->rowCount(), 1);
+    m_window->action(QStringLiteral("undo"))->trigger();
+    QApplication::processEvents();
+    QCOMPARE(m_window->listModel()->rowCount(), 2);
+}
+
+void DesktopTest::listsSearchAndSortThroughFetches() {
+    for (const char* name : {"Weber GmbH", "Dupont SA", "Müller Bau"}) {
+        m_window->action(QStringLiteral("newClient"))->trigger();
+        typeIntoField(m_window->clientEditor()->field("organization"), QString::fromUtf8(name));
+    }
+    m_window->showSource(Source::Clients);
+    ObjectTableModel* model = m_window->listModel();
+    QCOMPARE(model->rowCount(), 3);
+    // Sorted by name: Dupont, Müller, Weber; reversed by the header.
+    QCOMPARE(model->data(model->index(0, 1), Qt::DisplayRole).toString(), QStringLiteral("Dupont SA"));
+    m_window->listView()->sortByColumn(1, Qt::DescendingOrder);
+    QCOMPARE(model->data(model->index(0, 1), Qt::DisplayRole).toString(), QStringLiteral("Weber GmbH"));
+    // Every word must match somewhere, accents and case ignored.
+    QTest::keyClicks(m_window->searchField(), QStringLiteral("muller"));
+    QCOMPARE(model->rowCount(), 1);
+    QCOMPARE(model->data(model->index(0, 1), Qt::DisplayRole).toString(), QString::fromUtf8("Müller Bau"));
+    m_window->searchField()->clear();
+    QTest::keyClicks(m_window->searchField(), QStringLiteral("gmbh dupont"));
+    QCOMPARE(model->rowCount(), 0);
+    m_window->searchField()->clear();
+    QCOMPARE(model->rowCount(), 3);
+    // Search text with quotes is an argument, never predicate syntax.
+    QTest::keyClicks(m_window->searchField(), QStringLiteral("' OR 1 == 1"));
+    QCOMPARE(model->rowCount(), 0);
+}
+
+void DesktopTest::clientEditorRefusesAWrongIBAN() {
+    m_window->action(QStringLiteral("newClient"))->trigger();
+    ClientEditor* editor = m_window->clientEditor();
+    QVERIFY(editor != nullptr);
+    typeIntoField(editor->field("iban"), QStringLiteral("DE88 3704 0044 0532 0130 00"));
+    QVERIFY(editor->problem("iban").contains(QStringLiteral("check digits")));
+    QVERIFY(!editor->client().iban().has_value());
+    typeIntoField(editor->field("iban"), QStringLiteral("DE89 3704 0044 0532 0130"));
+    QVERIFY(editor->problem("iban").contains(QStringLiteral("22")));
+    typeIntoField(editor->field("iban"), QStringLiteral("DE89 3704 0044 0532 0130 00"));
+    QCOMPARE(editor->problem("iban"), QString());
+    QCOMPARE(QString::fromStdString(editor->client().iban().value_or("")),
+             QStringLiteral("DE89 3704 0044 0532 0130 00"));
+    typeIntoField(editor->field("bic"), QStringLiteral("COBADEF"));
+    QVERIFY(!editor->problem("bic").isEmpty());
+    QVERIFY(!editor->client().bic().has_value());
+    typeIntoField(editor->field("email"), QStringLiteral("anna.example"));
+    QVERIFY(!editor->problem("email").isEmpty());
+    typeIntoField(editor->field("email"), QStringLiteral("anna@weber.example"));
+    QCOMPARE(QString::fromStdString(editor->client().email().value_or("")), QStringLiteral("anna@weber.example"));
+}
+
+void DesktopTest::numbersPreviewBeforeTheyAreStored() {
+    PreferencesDialog preferences(m_window->session());
+    QLineEdit* field = preferences.patternField(QStringLiteral("invoice"));
+    QVERIFY(field != nullptr);
+    QCOMPARE(field->text(), QStringLiteral("INV-{Year}-{Increment3}"));
+    QCOMPARE(preferences.patternPreview(QStringLiteral("invoice")), QStringLiteral("Next: INV-2026-001"));
+    field->selectAll();
+    QTest::keyClicks(field, QStringLiteral("R{ShortYear}/{Increment5"));
+    QVERIFY(preferences.patternPreview(QStringLiteral("invoice")).contains(QStringLiteral("not closed")));
+    QTest::keyClicks(field, QStringLiteral("}"));
+    // The slash of a literal stays; token answers never carry one.
+    QCOMPARE(preferences.patternPreview(QStringLiteral("invoice")), QStringLiteral("Next: R26/00001"));
+    QTest::keyClick(field, Qt::Key_Return);
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    QVERIFY(m_window->issueCurrent(false));
+    QCOMPARE(QString::fromStdString(editor->document().name().value_or("")), QStringLiteral("R26/00001"));
+}
+
+void DesktopTest::previewWaitsForTheLayoutEngine() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    QCOMPARE(editor->preview()->pageCount(), size_t{0});
+    QVERIFY(editor->preview()->message().contains(QStringLiteral("layout engine")));
+    // Once an engine is installed, the preview draws the pages it lays out.
+    PageRendererHooks& hooks = pageRendererHooks();
+    hooks.layoutPages = [](BLSendable&) {
+        return std::optional<std::vector<std::pair<double, double>>>({{595.0, 842.0}, {595.0, 842.0}});
+    };
+    hooks.drawPage = [](BLSendable&, size_t, double, uint8_t* pixels, int, int height, int stride) {
+        pixels[static_cast<size_t>(stride) * static_cast<size_t>(height / 2)] = 0;
+        return true;
+    };
+    editor->preview()->showDocument(&editor->document());
+    QCOMPARE(editor->preview()->pageCount(), size_t{2});
+    hooks = PageRendererHooks{};
+}
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    // English words and formats whatever the machine speaks; settings in a folder of the test.
+    qputenv("LANG", "en_US.UTF-8");
+    qputenv("LC_ALL", "en_US.UTF-8");
+    QTemporaryDir config;
+    qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+    qputenv("XDG_STATE_HOME", config.path().toLocal8Bit());
+    QApplication application(argc, argv);
+    DesktopTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "DesktopTest.moc"
