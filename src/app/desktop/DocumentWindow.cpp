@@ -615,7 +615,8 @@ ManagedObject* DocumentWindow::newObject(const std::string& entity) {
         }
     }
     BLBase* made = nullptr;
-    m_session->perform(loc("New %1", loc(entity)), [&] {
+    const QString word = loc(entity == "CatalogItem" ? std::string_view("Catalog Item") : std::string_view(entity));
+    m_session->perform(loc("New %1", word), [&] {
         made = dynamic_cast<BLBase*>(m_session->context().insertNewObjectForEntityForName(entity));
         if (made == nullptr) {
             return;
@@ -627,7 +628,7 @@ ManagedObject* DocumentWindow::newObject(const std::string& entity) {
         }
     });
     if (made == nullptr) {
-        tell(loc("Nothing was made"), loc("A %1 can't be made here.", loc(entity)));
+        tell(loc("Nothing was made"), loc("A %1 can't be made here.", word));
         return nullptr;
     }
     if (entity == "Client" && m_source != Source::Clients) {

@@ -208,6 +208,9 @@ void StatusDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     QRect badge(option.rect.left() + 6, option.rect.center().y() - height / 2, width, height);
     QColor fill = color;
     fill.setAlpha(40);
+    if (option.state & QStyle::State_Selected) {
+        fill = QColor(255, 255, 255, 230);  // The badge stays legible on the selection colour.
+    }
     painter->setPen(Qt::NoPen);
     painter->setBrush(fill);
     painter->drawRoundedRect(badge, height / 2.0, height / 2.0);
