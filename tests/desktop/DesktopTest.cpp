@@ -3,6 +3,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QRegularExpression>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -22,6 +23,7 @@
 #include "app/desktop/PreferencesDialog.h"
 #include "app/desktop/SetupDialog.h"
 #include "core/Date.h"
+#include "core/Decimal.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLSendable.h"
@@ -85,6 +87,8 @@ private Q_SLOTS:
     void undoRestoresTheOldValueInOneStep();
     void issueGivesTheNumberAndLocksTheEditor();
     void deleteFollowsTheModelsRules();
+    void dragAndDropMovesThroughTheDropRule();
+    void catalogLookupInsertsTheItem();
     void listsSearchAndSortThroughFetches();
     void clientEditorRefusesAWrongIBAN();
     void numbersPreviewBeforeTheyAreStored();
@@ -314,6 +318,72 @@ void DesktopTest::deleteFollowsTheModelsRules() {
     m_window->action(QStringLiteral("undo"))->trigger();
     QApplication::processEvents();
     QCOMPARE(m_window->listModel()->rowCount(), 2);
+}
+
+void DesktopTest::dragAndDropMovesThroughTheDropRule() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    ItemTreeModel* model = editor->itemModel();
+    // Domain to the top: the rows read Domain, Design, Hosting.
+    std::unique_ptr<QMimeData> domain(model->mimeData({model->index(2, ItemTreeModel::Position)}));
+    QVERIFY(model->canDropMimeData(domain.get(), Qt::MoveAction, 0, 0, {}));
+    model->dropMimeData(domain.get(), Qt::MoveAction, 0, 0, {});
+    QCOMPARE(cell(model, 0, ItemTreeModel::Name), QStringLiteral("Domain"));
+    QCOMPARE(cell(model, 1, ItemTreeModel::Name), QStringLiteral("Design"));
+    QCOMPARE(cell(model, 2, ItemTreeModel::Name), QStringLiteral("Hosting"));
+    // Into a group go lines; a title is refused there, and nothing goes into itself.
+    editor->itemView()->clearSelection();
+    editor->addItem("Group");
+    QApplication::processEvents();
+    const QModelIndex group = model->index(3, ItemTreeModel::Position);
+    std::unique_ptr<QMimeData> design(model->mimeData({model->index(1, ItemTreeModel::Position)}));
+    QVERIFY(model->canDropMimeData(design.get(), Qt::MoveAction, -1, 0, group));
+    model->dropMimeData(design.get(), Qt::MoveAction, -1, 0, group);
+    QCOMPARE(model->rowCount(), 3);
+    QCOMPARE(model->rowCount(model->index(2, 0)), 1);
+    editor->addItem("Title");
+    QApplication::processEvents();
+    std::unique_ptr<QMimeData> title(model->mimeData({model->index(3, ItemTreeModel::Position)}));
+    QVERIFY(!model->canDropMimeData(title.get(), Qt::MoveAction, -1, 0, model->index(2, 0)));
+    std::unique_ptr<QMimeData> groupData(model->mimeData({model->index(2, ItemTreeModel::Position)}));
+    QVERIFY(!model->canDropMimeData(groupData.get(), Qt::MoveAction, -1, 0, model->index(2, 0)));
+    // The totals are the same lines wherever they stand: 1,311.24.
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("1,311.24")));
+    // Three steps back (the title, the move into the group, the group): Design is a line again.
+    m_window->action(QStringLiteral("undo"))->trigger();
+    m_window->action(QStringLiteral("undo"))->trigger();
+    m_window->action(QStringLiteral("undo"))->trigger();
+    QApplication::processEvents();
+    QCOMPARE(cell(editor->itemModel(), 1, ItemTreeModel::Name), QStringLiteral("Design"));
+}
+
+void DesktopTest::catalogLookupInsertsTheItem() {
+    m_window->action(QStringLiteral("newCatalogItem"))->trigger();
+    ManagedObject* item = m_window->listModel()->objectAt(0);
+    QVERIFY(item != nullptr);
+    m_window->session().perform(QStringLiteral("Catalog"), [item] {
+        item->setValueForKey(Value(std::string("Consulting")), "name");
+        item->setValueForKey(Value(*Decimal::parse("120")), "unitPrice");
+    });
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    QLineEdit* catalog = editor->catalogField();
+    catalog->setFocus();
+    QTest::keyClicks(catalog, QStringLiteral("consulting"));
+    QTest::keyClick(catalog, Qt::Key_Return);
+    QApplication::processEvents();
+    QCOMPARE(editor->itemModel()->rowCount(), 4);
+    QCOMPARE(catalog->text(), QString());
+    bool found = false;
+    for (int row = 0; row < 4; ++row) {
+        found = found || (cell(editor->itemModel(), row, ItemTreeModel::Name) == QStringLiteral("Consulting") &&
+                          cell(editor->itemModel(), row, ItemTreeModel::Price) == QStringLiteral("120.00"));
+    }
+    QVERIFY(found);
+    // A name the catalog doesn't hold inserts nothing.
+    QTest::keyClicks(catalog, QStringLiteral("nothing like it"));
+    QTest::keyClick(catalog, Qt::Key_Return);
+    QCOMPARE(editor->itemModel()->rowCount(), 4);
 }
 
 void DesktopTest::listsSearchAndSortThroughFetches() {

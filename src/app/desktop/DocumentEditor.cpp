@@ -9,7 +9,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QScrollArea>
+#include <QShortcut>
 #include <QSpinBox>
 #include <QSplitter>
 #include <QStringListModel>
@@ -217,6 +217,8 @@ void DocumentEditor::buildForm() {
     connect(m_catalog, &QLineEdit::returnPressed, this, [this] { insertCatalogItem(m_catalog->text()); });
     buttons->addWidget(m_catalog);
     column->addWidget(m_itemButtons);
+    auto* addLine = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return), this);
+    connect(addLine, &QShortcut::activated, this, [this] { addItem("Cost"); });
 
     m_itemModel = new ItemTreeModel(m_session, m_document, *m_controller, this);
     m_itemView = new ItemView(editor);
@@ -256,6 +258,9 @@ void DocumentEditor::buildForm() {
                 m_session.endLongStep(hint != QAbstractItemDelegate::RevertModelCache);
                 updateTotals();
             });
+    // A reset drops the view's selection without telling: the controller forgets it too,
+    // so it never holds an item that an undo has taken away.
+    connect(m_itemModel, &QAbstractItemModel::modelReset, this, [this] { m_controller->setSelection({}); });
     connect(m_itemModel, &ItemTreeModel::amountsChanged, this, [this] {
         updateTotals();
         schedulePreview();
