@@ -27,6 +27,7 @@
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLSendable.h"
+#include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
 
 using namespace brassline;
@@ -93,6 +94,7 @@ private Q_SLOTS:
     void clientEditorRefusesAWrongIBAN();
     void numbersPreviewBeforeTheyAreStored();
     void previewWaitsForTheLayoutEngine();
+    void launchReopensTheLastSessionsFile();
 
 private:
     // A company with a client and a draft invoice of three lines, made through the window.
@@ -292,6 +294,12 @@ void DesktopTest::issueGivesTheNumberAndLocksTheEditor() {
     QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Quantity), QStringLiteral("10"));
     QVERIFY(!m_window->action(QStringLiteral("issue"))->isEnabled());
     QVERIFY(m_window->action(QStringLiteral("unlock"))->isEnabled());
+    // Its state in word and colour follows the closing mark the person sets.
+    QCOMPARE(statusBadge(invoice).word, QStringLiteral("Open"));
+    QVERIFY(m_window->settleCurrent(2));
+    QCOMPARE(statusBadge(invoice).word, QStringLiteral("Canceled"));
+    QVERIFY(m_window->settleCurrent(0));
+    QCOMPARE(statusBadge(invoice).word, QStringLiteral("Open"));
     // Unlocked it is a draft again with its number kept.
     QVERIFY(m_window->unlockCurrent());
     QVERIFY(!editor->isLocked());
@@ -470,6 +478,33 @@ void DesktopTest::previewWaitsForTheLayoutEngine() {
     editor->preview()->showDocument(&editor->document());
     QCOMPARE(editor->preview()->pageCount(), size_t{2});
     hooks = PageRendererHooks{};
+}
+
+void DesktopTest::launchReopensTheLastSessionsFile() {
+    const QString path = QString::fromStdString(m_window->session().document().fileURL());
+    m_window->action(QStringLiteral("newClient"))->trigger();
+    typeIntoField(m_window->clientEditor()->field("organization"), QStringLiteral("Weber GmbH"));
+    QVERIFY(m_shell->quit());
+    QVERIFY(m_shell->windows().empty());
+    QCOMPARE(BLDocumentController::shared().documentCount(), size_t{0});
+    delete m_shell;
+    m_shell = new DesktopShell;
+    QCOMPARE(m_shell->launch(), size_t{1});
+    DocumentWindow* window = m_shell->windows().front();
+    QCOMPARE(QString::fromStdString(window->session().document().fileURL()), path);
+    // What was typed before the quit was saved with the file.
+    window->showSource(Source::Clients);
+    QCOMPARE(window->listModel()->rowCount(), 1);
+    QCOMPARE(window->listModel()->data(window->listModel()->index(0, 1), Qt::DisplayRole).toString(),
+             QStringLiteral("Weber GmbH"));
+    // One window per file: opening it again brings the same window.
+    QCOMPARE(m_shell->openFile(path), window);
+    // The clock stands still in these tests, so every record is equally new: it is listed.
+    QVERIFY(m_shell->recentFiles().contains(path));
+    QString error;
+    QVERIFY(m_shell->openFile(m_home->filePath(QStringLiteral("Nothing.brassline")), &error) == nullptr);
+    QVERIFY(!error.isEmpty());
+    m_window = window;
 }
 
 int main(int argc, char** argv) {

@@ -110,7 +110,7 @@ ClientEditor::ClientEditor(DocumentSession& session, BLClient& client, QWidget* 
     form->addRow(loc("Street"), m_address);
     addTextField(form, "zip", loc("ZIP"));
     addTextField(form, "city", loc("City"));
-    addTextField(form, "state", loc("State"));
+    addTextField(form, "state", loc("State or region"));
     m_country = new QComboBox(this);
     m_country->addItem(QString(), QString());
     for (const auto& [code, name] : countries()) {

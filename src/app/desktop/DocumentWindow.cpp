@@ -110,7 +110,7 @@ std::optional<IssueRequest> askIssue(QWidget* parent, const std::vector<BLSendab
 }  // namespace
 
 DocumentWindow::DocumentWindow(DesktopShell& shell, BLDoc& document, QWidget* parent)
-    : QMainWindow(parent), m_shell(shell), m_session(new DocumentSession(document, this)) {
+    : QMainWindow(parent), m_shell(shell), m_session(new DocumentSession(document)) {
     setWindowTitle(QStringLiteral("%1 — Brassline").arg(qs(document.displayName())));
     resize(1280, 800);
     m_refreshTimer = new QTimer(this);
@@ -127,7 +127,12 @@ DocumentWindow::DocumentWindow(DesktopShell& shell, BLDoc& document, QWidget* pa
     showSource(Source::Invoices);
 }
 
-DocumentWindow::~DocumentWindow() = default;
+DocumentWindow::~DocumentWindow() {
+    // The editors go before the session: a field that commits as it loses the focus still
+    // finds the session it calls.
+    delete takeCentralWidget();
+    delete m_session;
+}
 
 QAction* DocumentWindow::makeAction(const QString& name, const QString& text, Glyph glyph, bool withIcon) {
     auto* action = withIcon ? new QAction(glyphIcon(glyph), text, this) : new QAction(text, this);
@@ -429,6 +434,7 @@ void DocumentWindow::showSource(Source source) {
         m_sources->setCurrentRow(row);
     }
     auto* model = new ObjectTableModel(m_session->context(), listDefinition(source), m_listView);
+    m_listDirty = false;
     QAbstractItemModel* old = m_listModel;
     m_listModel = model;
     {
@@ -465,6 +471,11 @@ void DocumentWindow::showSource(Source source) {
 
 void DocumentWindow::showList() {
     m_stack->setCurrentWidget(m_listPage);
+    if (m_listDirty && m_listModel != nullptr) {
+        m_listDirty = false;
+        m_listModel->reload();
+        m_listCount->setText(loc("%1 shown", QString::number(m_listModel->rowCount())));
+    }
     updateActions();
 }
 
@@ -519,7 +530,7 @@ std::vector<BLSendable*> DocumentWindow::selectedSendables() const {
         sendables.push_back(&editor->document());
         return sendables;
     }
-    if (m_stack->currentWidget() != m_listPage || m_listView->selectionModel() == nullptr) {
+    if (m_stack->currentWidget() != m_listPage || m_listModel == nullptr || m_listView->selectionModel() == nullptr) {
         return sendables;
     }
     QModelIndexList rows = m_listView->selectionModel()->selectedRows();
@@ -579,11 +590,10 @@ void DocumentWindow::refresh() {
             }
         }
     }
-    if (m_listModel != nullptr) {
-        ManagedObject* selected = nullptr;
-        if (m_stack->currentWidget() == m_listPage) {
-            selected = currentObject();
-        }
+    // A large list is fetched again only when it shows: edits in an editor stay quick.
+    m_listDirty = m_stack->currentWidget() != m_listPage;
+    if (m_listModel != nullptr && !m_listDirty) {
+        ManagedObject* selected = currentObject();
         m_listModel->reload();
         m_listCount->setText(loc("%1 shown", QString::number(m_listModel->rowCount())));
         if (const int row = m_listModel->rowOf(selected); row >= 0) {
@@ -768,7 +778,7 @@ bool DocumentWindow::deleteCurrent() {
         return true;
     }
     std::vector<ManagedObject*> objects;
-    if (m_stack->currentWidget() == m_listPage && m_listView->selectionModel() != nullptr) {
+    if (m_stack->currentWidget() == m_listPage && m_listModel != nullptr && m_listView->selectionModel() != nullptr) {
         for (const QModelIndex& row : m_listView->selectionModel()->selectedRows()) {
             objects.push_back(m_listModel->objectAt(row.row()));
         }
@@ -806,6 +816,10 @@ void DocumentWindow::openPreferences() {
 }
 
 void DocumentWindow::closeEvent(QCloseEvent* event) {
+    // The field being edited commits as it loses the focus, before the file is saved.
+    if (QWidget* focused = QApplication::focusWidget(); focused != nullptr && isAncestorOf(focused)) {
+        focused->clearFocus();
+    }
     QString error;
     if (!m_session->flush(&error)) {
         tell(loc("The company file can't be saved"), error);
@@ -813,6 +827,14 @@ void DocumentWindow::closeEvent(QCloseEvent* event) {
         return;
     }
     event->accept();
+    // Nothing may point into the file once the controller closes it: the editor and the
+    // list go now, not when the window is deleted later.
+    showList();
+    delete m_editor;
+    m_editor = nullptr;
+    m_listView->setModel(nullptr);
+    delete m_listModel;
+    m_listModel = nullptr;
     Q_EMIT closed();
 }
 

@@ -100,6 +100,7 @@ private:
     QMenu* m_recentMenu = nullptr;
     QTimer* m_refreshTimer = nullptr;
     QString m_lastMessage;
+    bool m_listDirty = false;
     std::vector<QAction*> m_actions;
 };
 
