@@ -64,11 +64,12 @@ const Company& company() {
         setup.companyName = "Large";
         setup.taxes = {{"VAT", Decimal(19)}};
         std::string error;
-        BLDoc* document = createCompany(company->path, setup, &error);
-        if (document == nullptr) {
+        std::optional<CommandFile> file = createCompany(company->path, setup, &error);
+        if (!file) {
             std::fprintf(stderr, "bench_desktop: %s\n", error.c_str());
             std::exit(1);
         }
+        BLDoc* document = &file->document();
         ManagedObjectContext& context = document->managedObjectContext();
         context.undoManager()->disableUndoRegistration();
         std::vector<BLClient*> clients;
@@ -100,8 +101,7 @@ const Company& company() {
             std::fprintf(stderr, "bench_desktop: %s\n", error.c_str());
             std::exit(1);
         }
-        BLDocumentController::shared().closeDocument(document);
-        return company;
+        return company;  // The handle closes the file.
     }();
     return *made;
 }

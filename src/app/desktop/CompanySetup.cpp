@@ -1,8 +1,9 @@
 #include "app/desktop/CompanySetup.h"
 
-#include <memory>
 #include <optional>
+#include <sstream>
 
+#include "app/desktop/DesktopText.h"
 #include "app/desktop/NumberingText.h"
 #include "core/Localization.h"
 #include "core/Value.h"
@@ -11,8 +12,6 @@
 #include "model/UndoManager.h"
 #include "model/entities/BLPaymentType.h"
 #include "model/entities/BLProfile.h"
-#include "store/BLDoc.h"
-#include "store/BLDocumentController.h"
 
 namespace brassline::desktop {
 
@@ -33,7 +32,7 @@ CompanySetup defaultCompanySetup() {
     return setup;
 }
 
-BLDoc* createCompany(const std::string& path, const CompanySetup& setup, std::string* error) {
+std::optional<CommandFile> createCompany(const std::string& path, const CompanySetup& setup, std::string* error) {
     struct Kind {
         const char* name;
         const std::string* text;
@@ -52,7 +51,7 @@ BLDoc* createCompany(const std::string& path, const CompanySetup& setup, std::st
             if (error != nullptr) {
                 *error = "the " + std::string(kind.name) + " numbers can't be read: " + reason;
             }
-            return nullptr;
+            return std::nullopt;
         }
     }
     Value::Array taxes;
@@ -63,15 +62,15 @@ BLDoc* createCompany(const std::string& path, const CompanySetup& setup, std::st
                                     {"taxable", Value(setup.taxable)},
                                     {"useGrossPrices", Value(setup.useGrossPrices)},
                                     {"taxes", Value(std::move(taxes))}};
-    std::unique_ptr<BLDoc> made = BLDoc::create(path, answers, error);
-    if (!made) {
-        return nullptr;
+    std::ostringstream messages;
+    std::optional<CommandFile> file = CommandFile::create(path, answers, messages);
+    if (!file) {
+        if (error != nullptr) {
+            *error = commandMessage(messages.str()).toStdString();
+        }
+        return std::nullopt;
     }
-    BLDocumentController& controller = BLDocumentController::shared();
-    BLDoc* document = controller.addDocument(std::move(made));
-    controller.logURL(path);
-
-    ManagedObjectContext& context = document->managedObjectContext();
+    ManagedObjectContext& context = file->context();
     // The rest of the set-up is part of the new file, not a step the user could undo.
     UndoManager* undo = context.undoManager();
     if (undo != nullptr) {
@@ -103,11 +102,13 @@ BLDoc* createCompany(const std::string& path, const CompanySetup& setup, std::st
     if (undo != nullptr) {
         undo->enableUndoRegistration();
     }
-    if (!document->save(error)) {
-        controller.closeDocument(document);
-        return nullptr;
+    if (!file->save(messages)) {
+        if (error != nullptr) {
+            *error = commandMessage(messages.str()).toStdString();
+        }
+        return std::nullopt;  // The handle closes the file as it goes.
     }
-    return document;
+    return file;
 }
 
 }  // namespace brassline::desktop

@@ -5,10 +5,7 @@
 #include <vector>
 
 #include "core/Decimal.h"
-
-namespace brassline {
-class BLDoc;
-}
+#include "store/CommandFile.h"
 
 namespace brassline::desktop {
 
@@ -36,10 +33,11 @@ struct CompanySetup {
 // The pattern lines a new company starts with, in the current language.
 CompanySetup defaultCompanySetup();
 
-// Makes the company file at `path` through the model's first-run set-up, then stores the
-// rest of the answers on the firm's profile, its bank payment type and the numbering, and
-// saves. The new document joins the document controller and the recent list. Null with
-// the reason in `error`; a pattern that does not read is refused before anything is made.
-BLDoc* createCompany(const std::string& path, const CompanySetup& setup, std::string* error);
+// Makes the company file at `path` through the model's first-run set-up (the same path
+// as the command line's `new`), then stores the rest of the answers on the firm's
+// profile, its bank payment type and the numbering, and saves. The file stays open while
+// the handle lives. Nothing with the reason in `error`; a pattern that does not read is
+// refused before anything is made.
+std::optional<CommandFile> createCompany(const std::string& path, const CompanySetup& setup, std::string* error);
 
 }  // namespace brassline::desktop

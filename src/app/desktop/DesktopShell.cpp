@@ -10,6 +10,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <sstream>
 
 #include "app/desktop/CompanySetup.h"
 #include "app/desktop/DesktopText.h"
@@ -80,7 +81,7 @@ DocumentWindow* DesktopShell::windowForDocument(const BLDoc* document) const {
     return nullptr;
 }
 
-DocumentWindow* DesktopShell::showWindow(BLDoc& document) {
+DocumentWindow* DesktopShell::showWindow(BLDoc& document, std::optional<CommandFile> file) {
     if (DocumentWindow* open = windowForDocument(&document)) {
         open->show();
         open->raise();
@@ -88,6 +89,9 @@ DocumentWindow* DesktopShell::showWindow(BLDoc& document) {
         return open;
     }
     auto* window = new DocumentWindow(*this, document);
+    if (file) {
+        window->holdFile(std::move(*file));
+    }
     window->setAttribute(Qt::WA_DeleteOnClose);
     connect(window, &DocumentWindow::closed, this, [this, window] { windowClosed(window); });
     m_windows.push_back(window);
@@ -101,23 +105,30 @@ DocumentWindow* DesktopShell::showWindow(BLDoc& document) {
 
 void DesktopShell::windowClosed(DocumentWindow* window) {
     std::erase(m_windows, window);
-    BLDocumentController::shared().closeDocument(&window->session().document());
+    // A file the window opened closes with its handle; one the launch reopened, here.
+    const std::string path = window->session().document().fileURL();
+    window->releaseFile();
+    BLDocumentController& controller = BLDocumentController::shared();
+    if (BLDoc* still = controller.documentForURL(path)) {
+        controller.closeDocument(still);
+    }
     if (m_windows.empty() && !m_quitting) {
         showStartWindow();
     }
 }
 
 DocumentWindow* DesktopShell::openFile(const QString& path, QString* error) {
-    std::string reason;
     const std::string cleaned = QDir::cleanPath(QFileInfo(path).absoluteFilePath()).toStdString();
-    BLDoc* document = BLDocumentController::shared().openDocumentWithContentsOfURL(cleaned, &reason);
-    if (document == nullptr) {
+    std::ostringstream messages;
+    std::optional<CommandFile> file = CommandFile::open(cleaned, messages);
+    if (!file) {
         if (error != nullptr) {
-            *error = qs(reason);
+            *error = commandMessage(messages.str());
         }
         return nullptr;
     }
-    return showWindow(*document);
+    BLDoc& document = file->document();
+    return showWindow(document, std::move(file));
 }
 
 DocumentWindow* DesktopShell::createCompany(const QString& path, const CompanySetup& setup, QString* error) {
@@ -132,14 +143,15 @@ DocumentWindow* DesktopShell::createCompany(const QString& path, const CompanySe
         return nullptr;
     }
     std::string reason;
-    BLDoc* document = desktop::createCompany(file.toStdString(), setup, &reason);
-    if (document == nullptr) {
+    std::optional<CommandFile> made = desktop::createCompany(file.toStdString(), setup, &reason);
+    if (!made) {
         if (error != nullptr) {
             *error = qs(reason);
         }
         return nullptr;
     }
-    return showWindow(*document);
+    BLDoc& document = made->document();
+    return showWindow(document, std::move(made));
 }
 
 void DesktopShell::chooseNewCompany(QWidget* parent) {

@@ -4,13 +4,12 @@
 #include <QString>
 #include <QStringList>
 #include <QWidget>
+#include <optional>
 #include <vector>
 
-class QListWidget;
+#include "store/CommandFile.h"
 
-namespace brassline {
-class BLDoc;
-}
+class QListWidget;
 
 namespace brassline::desktop {
 
@@ -51,7 +50,7 @@ Q_SIGNALS:
     void recentFilesChanged();
 
 private:
-    DocumentWindow* showWindow(BLDoc& document);
+    DocumentWindow* showWindow(BLDoc& document, std::optional<CommandFile> file = std::nullopt);
     void windowClosed(DocumentWindow* window);
 
     RunLoopDriver* m_driver;

@@ -17,6 +17,15 @@ QString loc(std::string_view key, const QString& first, const QString& second) {
     return loc(key).arg(first, second);
 }
 
+QString commandMessage(const std::string& text) {
+    QString message = QString::fromStdString(text).trimmed();
+    const QString prefix = QStringLiteral("brassline: ");
+    while (message.startsWith(prefix)) {
+        message.remove(0, prefix.size());
+    }
+    return message;
+}
+
 std::optional<std::string> optionalText(const QString& text) {
     QString trimmed = text.trimmed();
     if (trimmed.isEmpty()) {

@@ -26,6 +26,8 @@ inline QString qs(const std::optional<std::string>& text) {
 inline std::string ss(const QString& text) {
     return text.toStdString();
 }
+// A message of the command layer ("brassline: <reason>\n") as a window shows it.
+QString commandMessage(const std::string& text);
 // An empty field clears the attribute.
 std::optional<std::string> optionalText(const QString& text);
 

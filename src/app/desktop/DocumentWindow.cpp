@@ -544,6 +544,9 @@ std::vector<BLSendable*> DocumentWindow::selectedSendables() const {
 }
 
 void DocumentWindow::updateActions() {
+    if (m_closed) {
+        return;
+    }
     const std::vector<BLSendable*> sendables = selectedSendables();
     BLSendable* first = sendables.empty() ? nullptr : sendables.front();
     auto enable = [this](const char* name, bool on) { action(QString::fromLatin1(name))->setEnabled(on); };
@@ -575,6 +578,9 @@ void DocumentWindow::updateActions() {
 }
 
 void DocumentWindow::refresh() {
+    if (m_closed) {
+        return;
+    }
     if (m_editor != nullptr && m_stack->currentWidget() == m_editorPage) {
         if (auto* editor = qobject_cast<DocumentEditor*>(m_editor)) {
             if (editor->document().isDeleted()) {
@@ -830,6 +836,9 @@ void DocumentWindow::closeEvent(QCloseEvent* event) {
     // Nothing may point into the file once the controller closes it: the editor and the
     // list go now, not when the window is deleted later.
     showList();
+    m_closed = true;
+    m_refreshTimer->stop();
+    m_session->disconnect(this);
     delete m_editor;
     m_editor = nullptr;
     m_listView->setModel(nullptr);

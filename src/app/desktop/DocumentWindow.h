@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QMainWindow>
+#include <optional>
 #include <vector>
 
 #include "app/desktop/Sources.h"
+#include "store/CommandFile.h"
 
 class QAction;
 class QLabel;
@@ -39,6 +41,9 @@ public:
     ~DocumentWindow() override;
 
     DocumentSession& session() { return *m_session; }
+    // The window keeps the file open while it holds the handle of its opening.
+    void holdFile(CommandFile file) { m_file.emplace(std::move(file)); }
+    void releaseFile() { m_file.reset(); }
     void showSource(Source source);
     Source currentSource() const { return m_source; }
     // Opens the editor of a client or a sendable; false for other objects.
@@ -85,6 +90,7 @@ private:
     QAction* makeAction(const QString& name, const QString& text, Glyph glyph, bool withIcon = true);
 
     DesktopShell& m_shell;
+    std::optional<CommandFile> m_file;
     DocumentSession* m_session;
     Source m_source = Source::Invoices;
     QListWidget* m_sources = nullptr;
@@ -101,6 +107,7 @@ private:
     QTimer* m_refreshTimer = nullptr;
     QString m_lastMessage;
     bool m_listDirty = false;
+    bool m_closed = false;  // The file is let go: nothing may read it any more.
     std::vector<QAction*> m_actions;
 };
 
