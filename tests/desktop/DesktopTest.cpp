@@ -24,6 +24,7 @@
 #include "app/desktop/SetupDialog.h"
 #include "core/Date.h"
 #include "core/Decimal.h"
+#include "core/Localization.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLSendable.h"
@@ -95,6 +96,7 @@ private Q_SLOTS:
     void numbersPreviewBeforeTheyAreStored();
     void previewWaitsForTheLayoutEngine();
     void launchReopensTheLastSessionsFile();
+    void theWindowSpeaksTheSystemsLanguage();
 
 private:
     // A company with a client and a draft invoice of three lines, made through the window.
@@ -504,6 +506,27 @@ void DesktopTest::launchReopensTheLastSessionsFile() {
     QString error;
     QVERIFY(m_shell->openFile(m_home->filePath(QStringLiteral("Nothing.brassline")), &error) == nullptr);
     QVERIFY(!error.isEmpty());
+    m_window = window;
+}
+
+void DesktopTest::theWindowSpeaksTheSystemsLanguage() {
+    // The language comes from the environment at start; here it is set as a German
+    // system would set it, for a window opened afterwards.
+    setCurrentLanguage("de_DE.UTF-8");
+    const QString path = QString::fromStdString(m_window->session().document().fileURL());
+    m_window->close();
+    QApplication::processEvents();
+    DocumentWindow* window = m_shell->openFile(path);
+    QVERIFY(window != nullptr);
+    QCOMPARE(window->action(QStringLiteral("newInvoice"))->text(), QStringLiteral("Neue Rechnung"));
+    QCOMPARE(window->action(QStringLiteral("issue"))->text(), QString::fromUtf8("Ausstellen …"));
+    window->action(QStringLiteral("newInvoice"))->trigger();
+    DocumentEditor* editor = window->documentEditor();
+    QVERIFY(editor != nullptr);
+    QCOMPARE(statusBadge(editor->document()).word, QStringLiteral("Entwurf"));
+    QCOMPARE(editor->itemModel()->headerData(ItemTreeModel::Quantity, Qt::Horizontal, Qt::DisplayRole).toString(),
+             QStringLiteral("Menge"));
+    setCurrentLanguage("");
     m_window = window;
 }
 
