@@ -25,6 +25,8 @@
 #include "core/Date.h"
 #include "core/Decimal.h"
 #include "core/Localization.h"
+#include "model/RunLoop.h"
+#include "model/UndoManager.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLSendable.h"
@@ -83,6 +85,7 @@ private Q_SLOTS:
     void cleanup();
 
     void patternTextReadsOnlyTheKindsTokens();
+    void qtsEventLoopDrivesTheRunLoop();
     void companyClientAndInvoiceWithThreeLines();
     void totalsFollowTheQuantityAsItIsTyped();
     void escapeTakesTypedValuesBack();
@@ -193,6 +196,28 @@ void DesktopTest::patternTextReadsOnlyTheKindsTokens() {
     QVERIFY(!parsePatternText("RE-{Year", "invoice"));
     QVERIFY(!parsePatternText("RE-}", "invoice"));
     QCOMPARE(parsePatternText("", "invoice")->size(), size_t{0});
+}
+
+void DesktopTest::qtsEventLoopDrivesTheRunLoop() {
+    // Work the model posts and its timers run while Qt waits for the person.
+    bool performed = false;
+    bool delayed = false;
+    RunLoop::main().perform([&performed] { performed = true; });
+    RunLoop::main().performAfterDelay(0.05, [&delayed] { delayed = true; });
+    QTRY_VERIFY_WITH_TIMEOUT(performed, 2000);
+    QTRY_VERIFY_WITH_TIMEOUT(delayed, 2000);
+    // Changes made outside a step of the window close their undo group at the end of the
+    // turn, so the window's own next step is a step of its own.
+    UndoManager* undo = m_window->session().undoManager();
+    QVERIFY(undo != nullptr);
+    m_window->action(QStringLiteral("newClient"))->trigger();
+    BLClient& client = m_window->clientEditor()->client();
+    client.setCity(std::string("Lübeck"));
+    QTRY_VERIFY_WITH_TIMEOUT(undo->groupingLevel() == 0, 2000);
+    typeIntoField(m_window->clientEditor()->field("zip"), QStringLiteral("23552"));
+    m_window->action(QStringLiteral("undo"))->trigger();
+    QCOMPARE(QString::fromStdString(client.city().value_or("")), QString::fromUtf8("Lübeck"));
+    QVERIFY(!client.zip().has_value());
 }
 
 void DesktopTest::companyClientAndInvoiceWithThreeLines() {
