@@ -1,11 +1,14 @@
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QTableView>
+#include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTreeView>
@@ -13,6 +16,7 @@
 #include "app/desktop/ClientEditor.h"
 #include "app/desktop/CompanySetup.h"
 #include "app/desktop/DesktopShell.h"
+#include "app/desktop/DesktopText.h"
 #include "app/desktop/DocumentEditor.h"
 #include "app/desktop/DocumentSession.h"
 #include "app/desktop/DocumentWindow.h"
@@ -25,10 +29,13 @@
 #include "core/Date.h"
 #include "core/Decimal.h"
 #include "core/Localization.h"
+#include "model/ManagedObjectContext.h"
 #include "model/RunLoop.h"
 #include "model/UndoManager.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
+#include "model/entities/BLPaymentType.h"
+#include "model/entities/BLProfile.h"
 #include "model/entities/BLSendable.h"
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
@@ -100,6 +107,12 @@ private Q_SLOTS:
     void previewWaitsForTheLayoutEngine();
     void launchReopensTheLastSessionsFile();
     void theWindowSpeaksTheSystemsLanguage();
+    void setUpAnswersBecomeTheCompanysData();
+    void aPatternThatDoesNotReadMakesNoFile();
+    void conversionsAndDuplicatesOpenTheNewDraft();
+    void taxRatesAndDiscountChangeTheTotals();
+    void clientCountryFormatsTheAddress();
+    void messagesOfTheCommandLayerReadPlainly();
 
 private:
     // A company with a client and a draft invoice of three lines, made through the window.
@@ -124,6 +137,8 @@ void DesktopTest::init() {
     QVERIFY(m_home->isValid());
     qputenv("HOME", m_home->path().toLocal8Bit());
     m_shell = new DesktopShell;
+    // The clock stands still in these tests: a recent list of this test's files only.
+    m_shell->clearRecentFiles();
     SetupDialog setup;
     QTest::keyClicks(setup.field(QStringLiteral("company")), QStringLiteral("Atelier %1").arg(++m_company));
     setup.field(QStringLiteral("folder"))->setText(m_home->path());
@@ -553,6 +568,180 @@ void DesktopTest::theWindowSpeaksTheSystemsLanguage() {
              QStringLiteral("Menge"));
     setCurrentLanguage("");
     m_window = window;
+}
+
+void DesktopTest::setUpAnswersBecomeTheCompanysData() {
+    SetupDialog setup;
+    QPushButton* ok = nullptr;
+    for (QPushButton* button : setup.findChildren<QPushButton*>()) {
+        if (button->text() == QStringLiteral("Create")) {
+            ok = button;
+        }
+    }
+    QVERIFY(ok != nullptr);
+    QVERIFY(!ok->isEnabled());  // No name, no file.
+    setup.field(QStringLiteral("company"))->insert(QString::fromUtf8("Kraft/Söhne"));
+    QVERIFY(ok->isEnabled());
+    setup.field(QStringLiteral("folder"))->setText(m_home->path());
+    // A slash in the name would make a folder: the file takes a dash instead.
+    QCOMPARE(QFileInfo(setup.path()).fileName(), QString::fromUtf8("Kraft-Söhne.brassline"));
+    QTest::keyClicks(setup.field(QStringLiteral("iban")), QStringLiteral("DE89370400440532013000"));
+    setup.field(QStringLiteral("rate2"))->setText(QStringLiteral("7,5"));
+    CompanySetup answers = setup.setup();
+    QCOMPARE(answers.taxes.size(), size_t{2});
+    QCOMPARE(answers.taxes[0].second.toString(), std::string("19"));
+    // "7,5" reads as the lenient form of 7.5, as a German keyboard types it.
+    QCOMPARE(answers.taxes[1].second.toString(), std::string("7.5"));
+    QString error;
+    DocumentWindow* window = m_shell->createCompany(setup.path(), answers, &error);
+    QVERIFY2(window != nullptr, qPrintable(error));
+    ManagedObjectContext& context = window->session().context();
+    BLProfile* profile = BLContainer::defaultItemForContext<BLProfile>(context);
+    QCOMPARE(QString::fromStdString(profile->organization().value_or("")), QString::fromUtf8("Kraft/Söhne"));
+    QCOMPARE(QString::fromStdString(BLContainer::defaultItemForContext<BLPaymentType>(context)->iban().value_or("")),
+             QStringLiteral("DE89370400440532013000"));
+    // The set-up is part of the new file: nothing of it can be undone.
+    QVERIFY(!window->session().canUndo());
+    // A second company of the same name is refused, the first one untouched.
+    QVERIFY(m_shell->createCompany(setup.path(), answers, &error) == nullptr);
+    QVERIFY(error.contains(QStringLiteral("exists already")));
+    // Without taxes the rates are not asked for.
+    SetupDialog untaxed;
+    untaxed.findChild<QCheckBox*>()->setChecked(false);
+    QVERIFY(!untaxed.field(QStringLiteral("rate1"))->isEnabled());
+    QVERIFY(untaxed.setup().taxes.empty());
+}
+
+void DesktopTest::aPatternThatDoesNotReadMakesNoFile() {
+    CompanySetup answers = defaultCompanySetup();
+    answers.companyName = "Broken";
+    answers.invoicePattern = "RE-{Year";
+    const QString path = m_home->filePath(QStringLiteral("Broken.brassline"));
+    QString error;
+    QVERIFY(m_shell->createCompany(path, answers, &error) == nullptr);
+    QVERIFY(error.contains(QStringLiteral("invoice")));
+    QVERIFY(!QFileInfo::exists(path));
+}
+
+void DesktopTest::conversionsAndDuplicatesOpenTheNewDraft() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    BLSendable* invoice = &editor->document();
+    QVERIFY(m_window->issueCurrent(false));
+    // A credit note: the same lines negated, in its own list and not among the invoices.
+    BLSendable* note = m_window->convertCurrent("credit-note");
+    QVERIFY(note != nullptr);
+    QCOMPARE(&m_window->documentEditor()->document(), note);
+    QCOMPARE(note->costWithTaxes().toString(), std::string("-1311.24"));
+    m_window->showSource(Source::CreditNotes);
+    QCOMPARE(m_window->listModel()->rowCount(), 1);
+    m_window->showSource(Source::Invoices);
+    QCOMPARE(m_window->listModel()->rowCount(), 1);
+    // An invoice is no estimate: the estimate's conversion is refused and nothing is made.
+    m_window->listView()->selectRow(0);
+    QVERIFY(m_window->convertCurrent("invoice") == nullptr);
+    QVERIFY(!m_window->action(QStringLiteral("toInvoice"))->isEnabled());
+    // A duplicate is a fresh draft with the same lines and no number.
+    m_window->listView()->selectRow(m_window->listModel()->rowOf(invoice));
+    BLSendable* copy = m_window->duplicateCurrent();
+    QVERIFY(copy != nullptr && copy != invoice);
+    QVERIFY(copy->isDraft());
+    QVERIFY(!copy->name().has_value());
+    QCOMPARE(copy->costWithTaxes().toString(), std::string("1311.24"));
+    // An estimate made from the invoice becomes an invoice again and is marked accepted.
+    m_window->showSource(Source::Invoices);
+    m_window->listView()->selectRow(m_window->listModel()->rowOf(invoice));
+    BLSendable* estimate = m_window->convertCurrent("estimate");
+    QVERIFY(estimate != nullptr);
+    QVERIFY(m_window->action(QStringLiteral("toInvoice"))->isEnabled());
+    BLSendable* again = m_window->convertCurrent("invoice");
+    QVERIFY(again != nullptr);
+    QCOMPARE(estimate->state(), int16_t{1});
+    QCOMPARE(statusBadge(*estimate).word, QStringLiteral("Accepted"));
+    // Unlocking a draft is nothing to do, and the window says so.
+    QVERIFY(!m_window->unlockCurrent());
+    QVERIFY(m_window->lastMessage().contains(QStringLiteral("draft")));
+}
+
+void DesktopTest::taxRatesAndDiscountChangeTheTotals() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    // 10 % off 1,101.88 is 110.19 (110.188 rounded), 991.69 net; 19 % of it is
+    // 188.4211, so 188.42, and 1,180.11 in all.
+    QLineEdit* discount = editor->findChild<QLineEdit*>(QString(), Qt::FindChildrenRecursively);
+    QVERIFY(discount != nullptr);
+    for (QLineEdit* field : editor->findChildren<QLineEdit*>()) {
+        if (field->placeholderText() == QStringLiteral("0")) {
+            discount = field;
+        }
+    }
+    typeIntoField(discount, QStringLiteral("ten"));
+    QVERIFY(!editor->document().discount().has_value());
+    QCOMPARE(discount->toolTip(), QStringLiteral("This is not a number."));
+    typeIntoField(discount, QStringLiteral("10"));
+    QCOMPARE(editor->document().costWithTaxes().toString(), std::string("1180.11"));
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("1,180.11")));
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("-110.19")));
+    // The rate changed in the preferences reaches the draft's lines: 20 % of 991.69 is
+    // 198.338, so 198.34, and 1,190.03 in all.
+    PreferencesDialog preferences(m_window->session());
+    QTableWidget* taxes = preferences.taxTable();
+    int row = -1;
+    for (int n = 0; n < taxes->rowCount(); ++n) {
+        if (taxes->item(n, 2)->text() == QStringLiteral("19")) {
+            row = n;
+        }
+    }
+    QVERIFY(row >= 0);
+    taxes->item(row, 2)->setText(QStringLiteral("twenty"));
+    QCOMPARE(taxes->item(row, 2)->text(), QStringLiteral("19"));
+    taxes->item(row, 2)->setText(QStringLiteral("20"));
+    QApplication::processEvents();
+    editor->updateTotals();
+    QCOMPARE(QString::fromStdString(editor->document().costWithTaxes().toString()), QStringLiteral("1190.03"));
+}
+
+void DesktopTest::clientCountryFormatsTheAddress() {
+    m_window->action(QStringLiteral("newClient"))->trigger();
+    ClientEditor* editor = m_window->clientEditor();
+    QVERIFY(editor != nullptr);
+    typeIntoField(editor->field("organization"), QStringLiteral("Dupont SA"));
+    typeIntoField(editor->field("zip"), QStringLiteral("75002"));
+    typeIntoField(editor->field("city"), QStringLiteral("Paris"));
+    auto* country = editor->findChild<QComboBox*>();
+    QVERIFY(country != nullptr);
+    for (QComboBox* combo : editor->findChildren<QComboBox*>()) {
+        if (combo->findData(QStringLiteral("FR")) >= 0) {
+            country = combo;
+        }
+    }
+    // A new client starts in the firm's own country; undo brings that back.
+    const std::optional<std::string> before = editor->client().countryCode();
+    QVERIFY(before != std::optional<std::string>("FR"));
+    const int france = country->findData(QStringLiteral("FR"));
+    QVERIFY(france > 0);
+    country->setCurrentIndex(france);
+    Q_EMIT country->activated(france);
+    QApplication::processEvents();
+    QCOMPARE(QString::fromStdString(editor->client().countryCode().value_or("")), QStringLiteral("FR"));
+    const QString postal = QString::fromStdString(editor->client().postalAddress());
+    // The model may bind the code to the city with a non-breaking space.
+    QVERIFY2(postal.simplified().contains(QStringLiteral("75002 Paris")), qPrintable(postal));
+    // The window shows the model's own lines.
+    bool shown = false;
+    for (QLabel* label : editor->findChildren<QLabel*>()) {
+        shown = shown || label->text() == postal;
+    }
+    QVERIFY(shown);
+    m_window->action(QStringLiteral("undo"))->trigger();
+    QApplication::processEvents();
+    QCOMPARE(editor->client().countryCode(), before);
+}
+
+void DesktopTest::messagesOfTheCommandLayerReadPlainly() {
+    QCOMPARE(commandMessage("brassline: the file is locked\n"), QStringLiteral("the file is locked"));
+    QCOMPARE(commandMessage("no prefix"), QStringLiteral("no prefix"));
+    QCOMPARE(commandMessage(""), QString());
 }
 
 int main(int argc, char** argv) {

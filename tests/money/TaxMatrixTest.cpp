@@ -129,6 +129,19 @@ TEST_F(TaxMatrixTest, RulesFollowTheClientGroupUntilTheDocumentIsIssued) {
     EXPECT_EQ(cost->taxRule(), find(home, standard));
 }
 
+TEST_F(TaxMatrixTest, ACellsNewPercentageReachesADraftsTotals) {
+    BLInvoice* draft = invoiceFor(homeClient);
+    BLCost* draftLine = line(draft, standardItems, "100");
+    draftLine->updateTaxRule();
+    // Read once, so the sums sit in the caches: 100 + 19 % = 119.00.
+    EXPECT_EQ(draft->costWithTaxes(), dec("119.00"));
+    percent(home, standard, "20");
+    // The line keeps its cell and takes the cell's new 20 %.
+    EXPECT_EQ(draftLine->taxRule(), find(home, standard));
+    EXPECT_EQ(draft->tax(), dec("20.00"));
+    EXPECT_EQ(draft->costWithTaxes(), dec("120.00"));
+}
+
 TEST_F(TaxMatrixTest, LinesWithoutAPlaceInTheMatrixLoseTheirRule) {
     BLInvoice* draft = invoiceFor(homeClient);
     BLCost* cost = line(draft, standardItems, "10");

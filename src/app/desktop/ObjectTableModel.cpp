@@ -19,11 +19,12 @@ StatusBadge statusBadge(BLSendable& sendable) {
     if (image == "creditnote") {
         return {loc("credit note"), QColor(0x7b, 0x4f, 0xa8)};
     }
+    // An estimate's closing marks read as its answer: accepted or declined.
     if (image == "completed") {
-        return {loc("settled"), QColor(0x2e, 0x8b, 0x57)};
+        return {loc(sendable.canAccept() ? "accepted" : "settled"), QColor(0x2e, 0x8b, 0x57)};
     }
     if (image == "cancelled") {
-        return {loc("canceled"), QColor(0x80, 0x80, 0x80)};
+        return {loc(sendable.canAccept() ? "declined" : "canceled"), QColor(0x80, 0x80, 0x80)};
     }
     if (image == "paid") {
         return {loc("paid"), QColor(0x2e, 0x8b, 0x57)};

@@ -325,6 +325,12 @@ void BLTaxRule::triggerCosts() {
     // A copy: re-deriving a line's rule may take it out of this rule's costs.
     for (BLCost* cost : costs().toVector()) {
         cost->updateTaxRule();
+        // A line that keeps this rule has a new percentage all the same: the sums of a draft
+        // above it are read again. An issued document keeps the figures it was issued with.
+        const BLSendable* document = cost->sendable();
+        if (document == nullptr || !document->dateSent()) {
+            cost->resetCaches();
+        }
     }
 }
 
