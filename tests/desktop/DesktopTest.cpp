@@ -37,6 +37,7 @@
 #include "model/entities/BLPaymentType.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/BLSendable.h"
+#include "model/entities/BLTaxGroup.h"
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
 
@@ -113,6 +114,9 @@ private Q_SLOTS:
     void taxRatesAndDiscountChangeTheTotals();
     void clientCountryFormatsTheAddress();
     void messagesOfTheCommandLayerReadPlainly();
+    void everyKindOfItemTakesItsPlaceInTheTree();
+    void taxColumnChoosesTheLinesTaxGroup();
+    void deleteKeyInTheTreeRemovesTheSelectedLines();
 
 private:
     // A company with a client and a draft invoice of three lines, made through the window.
@@ -742,6 +746,78 @@ void DesktopTest::messagesOfTheCommandLayerReadPlainly() {
     QCOMPARE(commandMessage("brassline: the file is locked\n"), QStringLiteral("the file is locked"));
     QCOMPARE(commandMessage("no prefix"), QStringLiteral("no prefix"));
     QCOMPARE(commandMessage(""), QString());
+}
+
+void DesktopTest::everyKindOfItemTakesItsPlaceInTheTree() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    ItemTreeModel* model = editor->itemModel();
+    editor->itemView()->clearSelection();
+    for (const char* kind : {"Title", "SubTotal", "Option", "PageBreak"}) {
+        editor->itemView()->clearSelection();
+        editor->addItem(kind);
+        QApplication::processEvents();
+        if (auto* field = qobject_cast<QLineEdit*>(QApplication::focusWidget())) {
+            QTest::keyClick(field, Qt::Key_Escape);
+            QApplication::processEvents();
+        }
+    }
+    QCOMPARE(model->rowCount(), 7);
+    const QString kinds[] = {"Title", "SubTotal", "Option", "PageBreak"};
+    for (int row = 3; row < 7; ++row) {
+        QCOMPARE(QString::fromStdString(model->itemAt(model->index(row, 0))->entityName()), kinds[row - 3]);
+        // No quantity, price or tax on any of them.
+        QVERIFY(!(model->flags(model->index(row, ItemTreeModel::Quantity)) & Qt::ItemIsEditable));
+    }
+    // A page break has no name to edit and shows what it is.
+    QVERIFY(!(model->flags(model->index(6, ItemTreeModel::Name)) & Qt::ItemIsEditable));
+    QCOMPARE(cell(model, 6, ItemTreeModel::Name), QString::fromUtf8("— Page break —"));
+    // The subtotal after three lines sums them: 850 + 239.88 + 12.
+    QCOMPARE(cell(model, 4, ItemTreeModel::Total), QStringLiteral("1,101.88"));
+    // None of them changes what the invoice costs.
+    QCOMPARE(editor->document().costWithTaxes().toString(), std::string("1311.24"));
+}
+
+void DesktopTest::taxColumnChoosesTheLinesTaxGroup() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    ItemTreeModel* model = editor->itemModel();
+    std::vector<BLTaxGroup*> groups = model->taxGroups();
+    int reduced = -1;
+    for (size_t n = 0; n < groups.size(); ++n) {
+        if (groups[n]->name() == std::optional<std::string>("7")) {
+            reduced = static_cast<int>(n);
+        }
+    }
+    QVERIFY(reduced >= 0);
+    // Hosting at 7 %: 850 + 12 at 19 % is 163.78; 239.88 at 7 % is 16.7916, so 16.79;
+    // 1,101.88 + 180.57 = 1,282.45.
+    QVERIFY(model->setData(model->index(1, ItemTreeModel::Tax), reduced, Qt::EditRole));
+    QCOMPARE(cell(model, 1, ItemTreeModel::Tax), QStringLiteral("7 %"));
+    QCOMPARE(editor->document().costWithTaxes().toString(), std::string("1282.45"));
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("VAT 7 %")));
+    QVERIFY(!model->setData(model->index(1, ItemTreeModel::Tax), static_cast<int>(groups.size()), Qt::EditRole));
+}
+
+void DesktopTest::deleteKeyInTheTreeRemovesTheSelectedLines() {
+    DocumentEditor* editor = makeInvoice();
+    QVERIFY(editor != nullptr);
+    QTreeView* view = editor->itemView();
+    view->setFocus();
+    view->selectionModel()->select(editor->itemModel()->index(0, 0),
+                                   QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    view->selectionModel()->select(editor->itemModel()->index(2, 0),
+                                   QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    m_window->action(QStringLiteral("delete"))->trigger();
+    QApplication::processEvents();
+    // The invoice stays; Design and Domain go, Hosting is left: 239.88 + 45.58 = 285.46.
+    QVERIFY(!editor->document().isDeleted());
+    QCOMPARE(editor->itemModel()->rowCount(), 1);
+    QCOMPARE(cell(editor->itemModel(), 0, ItemTreeModel::Name), QStringLiteral("Hosting"));
+    QVERIFY(editor->totalsLabel()->text().contains(QStringLiteral("285.46")));
+    m_window->action(QStringLiteral("undo"))->trigger();
+    QApplication::processEvents();
+    QCOMPARE(m_window->documentEditor()->itemModel()->rowCount(), 3);
 }
 
 int main(int argc, char** argv) {
