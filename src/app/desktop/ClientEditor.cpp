@@ -15,6 +15,7 @@
 
 #include "app/desktop/DesktopText.h"
 #include "app/desktop/DocumentSession.h"
+#include "app/desktop/ObjectTableModel.h"
 #include "core/BLLocales.h"
 #include "core/BLParser.h"
 #include "core/Localization.h"
@@ -51,17 +52,6 @@ const std::vector<std::pair<QString, QString>>& countries() {
         return named;
     }();
     return list;
-}
-
-template <class T>
-std::vector<T*> fetchAll(ManagedObjectContext& context, const char* entity) {
-    FetchRequest request(entity);
-    request.setSortDescriptors({SortDescriptor{"name", true, StringComparison::LocalizedStandard}});
-    std::vector<T*> objects;
-    for (ManagedObject* object : context.executeFetchRequest(request).value_or(std::vector<ManagedObject*>{})) {
-        objects.push_back(static_cast<T*>(object));
-    }
-    return objects;
 }
 
 QGroupBox* section(QWidget* parent, const QString& title, QFormLayout*& form) {
@@ -308,14 +298,14 @@ void ClientEditor::reload() {
     m_postal->setText(qs(m_client.postalAddress()));
 
     m_group->clear();
-    for (BLClientGroup* group : fetchAll<BLClientGroup>(m_session.context(), "ClientGroup")) {
+    for (BLClientGroup* group : fetchSorted<BLClientGroup>(m_session.context(), "ClientGroup", "name")) {
         m_group->addItem(qs(group->name()), qs(group->URIString()));
     }
     if (m_client.clientGroup() != nullptr) {
         m_group->setCurrentIndex(m_group->findData(qs(m_client.clientGroup()->URIString())));
     }
     m_currency->clear();
-    for (BLCurrency* currency : fetchAll<BLCurrency>(m_session.context(), "Currency")) {
+    for (BLCurrency* currency : fetchSorted<BLCurrency>(m_session.context(), "Currency", "name")) {
         m_currency->addItem(qs(currency->name()), qs(currency->URIString()));
     }
     if (m_client.currency() != nullptr) {

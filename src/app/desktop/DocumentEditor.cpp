@@ -70,13 +70,7 @@ Date fromQDate(const QDate& date) {
 }
 
 std::vector<BLClient*> sortedClients(ManagedObjectContext& context) {
-    FetchRequest request("Client");
-    request.setSortDescriptors({SortDescriptor{"displayName", true, StringComparison::LocalizedStandard}});
-    std::vector<BLClient*> clients;
-    for (ManagedObject* object : context.executeFetchRequest(request).value_or(std::vector<ManagedObject*>{})) {
-        clients.push_back(static_cast<BLClient*>(object));
-    }
-    return clients;
+    return fetchSorted<BLClient>(context, "Client", "displayName");
 }
 
 QString currencySuffix(BLSendable& document) {

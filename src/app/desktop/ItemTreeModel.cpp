@@ -8,6 +8,7 @@
 
 #include "app/desktop/DesktopText.h"
 #include "app/desktop/DocumentSession.h"
+#include "app/desktop/ObjectTableModel.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLCost.h"
@@ -321,17 +322,8 @@ void ItemTreeModel::applyTyping(const QModelIndex& index, const QString& text) {
 }
 
 std::vector<BLTaxGroup*> ItemTreeModel::taxGroups() const {
-    FetchRequest request("TaxGroup");
-    request.setSortDescriptors({SortDescriptor{"name", true, StringComparison::LocalizedStandard}});
-    std::vector<BLTaxGroup*> groups;
-    if (auto found = m_document.managedObjectContext()->executeFetchRequest(request)) {
-        for (ManagedObject* object : *found) {
-            auto* group = static_cast<BLTaxGroup*>(object);
-            if (!group->isArchived()) {
-                groups.push_back(group);
-            }
-        }
-    }
+    std::vector<BLTaxGroup*> groups = fetchSorted<BLTaxGroup>(*m_document.managedObjectContext(), "TaxGroup", "name");
+    std::erase_if(groups, [](const BLTaxGroup* group) { return group->isArchived(); });
     return groups;
 }
 

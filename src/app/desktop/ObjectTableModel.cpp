@@ -48,6 +48,19 @@ StatusBadge statusBadge(BLSendable& sendable) {
     return {loc("open"), QColor(0x1e, 0x6f, 0xc8)};
 }
 
+std::vector<ManagedObject*> fetchSortedObjects(ManagedObjectContext& context, const std::string& entity,
+                                               const std::string& key) {
+    FetchRequest request(entity);
+    request.setSortDescriptors({SortDescriptor{key, true, StringComparison::LocalizedStandard}});
+    std::string error;
+    std::optional<std::vector<ManagedObject*>> found = context.executeFetchRequest(request, &error);
+    if (!found) {
+        logMessage("The choice of %@ can't be fetched: %@", entity, error);
+        return {};
+    }
+    return std::move(*found);
+}
+
 ObjectTableModel::ObjectTableModel(ManagedObjectContext& context, ListDefinition definition, QObject* parent)
     : QAbstractTableModel(parent), m_context(context), m_definition(std::move(definition)) {
     reload();

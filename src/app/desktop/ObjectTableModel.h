@@ -87,6 +87,19 @@ public:
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
 };
 
+// The objects of an entity in the order of one key path, as the editors' choices show
+// them; empty (and logged) when the fetch fails.
+std::vector<ManagedObject*> fetchSortedObjects(ManagedObjectContext& context, const std::string& entity,
+                                               const std::string& key);
+template <class T>
+std::vector<T*> fetchSorted(ManagedObjectContext& context, const std::string& entity, const std::string& key) {
+    std::vector<T*> objects;
+    for (ManagedObject* object : fetchSortedObjects(context, entity, key)) {
+        objects.push_back(static_cast<T*>(object));
+    }
+    return objects;
+}
+
 // The roles a status cell answers besides its word.
 inline constexpr int kStatusColorRole = Qt::UserRole + 1;
 

@@ -15,6 +15,7 @@
 #include "app/desktop/DesktopText.h"
 #include "app/desktop/DocumentSession.h"
 #include "app/desktop/NumberingText.h"
+#include "app/desktop/ObjectTableModel.h"
 #include "lifecycle/NumberTokens.h"
 #include "lifecycle/Numbering.h"
 #include "model/FetchRequest.h"
@@ -31,13 +32,7 @@ namespace {
 const char* const kKinds[] = {"invoice", "estimate", "client"};
 
 std::vector<BLTaxGroup*> taxGroups(ManagedObjectContext& context) {
-    FetchRequest request("TaxGroup");
-    request.setSortDescriptors({SortDescriptor{"name", true, StringComparison::LocalizedStandard}});
-    std::vector<BLTaxGroup*> groups;
-    for (ManagedObject* object : context.executeFetchRequest(request).value_or(std::vector<ManagedObject*>{})) {
-        groups.push_back(static_cast<BLTaxGroup*>(object));
-    }
-    return groups;
+    return fetchSorted<BLTaxGroup>(context, "TaxGroup", "name");
 }
 
 }  // namespace
