@@ -152,8 +152,10 @@ std::string singleLine(std::string_view text) {
 
 bool isValidIBAN(std::string_view text) {
     std::string iban = upperIBAN(text);
+    // Two letters of the country, then the two check digits.
     if (iban.size() < 4 || !isAsciiLetter(static_cast<unsigned char>(iban[0])) ||
-        !isAsciiLetter(static_cast<unsigned char>(iban[1]))) {
+        !isAsciiLetter(static_cast<unsigned char>(iban[1])) || !isAsciiDigit(static_cast<unsigned char>(iban[2])) ||
+        !isAsciiDigit(static_cast<unsigned char>(iban[3]))) {
         return false;
     }
     const auto* entry = std::find_if(std::begin(kIBANLengths), std::end(kIBANLengths),

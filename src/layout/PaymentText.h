@@ -17,7 +17,8 @@ std::string singleLine(std::string_view text);
 std::string trimmed(std::string_view text);
 
 // The IBAN test: letters and digits only (after white space is removed, in upper case), a
-// country of the IBAN registry with its length, and the ISO 7064 mod 97-10 check giving 1.
+// country of the IBAN registry with its length, two check digits, and the ISO 7064 mod
+// 97-10 check giving 1.
 bool isValidIBAN(std::string_view text);
 // A valid IBAN whose five characters from index 4 (the Swiss institution identifier) lie
 // from 30000 up to and excluding 32000: the account takes QR references.
