@@ -31,7 +31,7 @@ std::string droppedCharacters(std::string_view text) {
 void BLSwissPaymentCode::fillDefaultsValueFromProfile(const BLContact& profile) {
     Value number = settingsValueForKey(kParameterStreetNumber);
     if (!number.isNull()) {
-        std::string street = settingsValueForKey(kParameterStreet).toString();
+        std::string street = trimmed(settingsValueForKey(kParameterStreet).toString());
         std::string numberText = trimmed(number.toString());
         if (!numberText.empty() && street.size() >= numberText.size() &&
             street.compare(street.size() - numberText.size(), numberText.size(), numberText) == 0) {

@@ -16,13 +16,6 @@ namespace {
 
 using Params = std::map<std::string, std::string, std::less<>>;
 
-Value setting(const char* name, const char* value) {
-    return Value(Value::Dictionary{{"parameterName", Value(name)}, {"value", Value(value)}});
-}
-Value keyed(const char* name, const char* key) {
-    return Value(Value::Dictionary{{"parameterName", Value(name)}, {"key", Value(key)}});
-}
-
 size_t lineCount(const std::string& text) {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
 }

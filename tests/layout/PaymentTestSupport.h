@@ -5,7 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "core/Value.h"
+
 namespace brassline {
+
+// A setting record with a constant, and one that reads a substitution key.
+inline Value setting(const char* name, const char* value) {
+    return Value(Value::Dictionary{{"parameterName", Value(name)}, {"value", Value(value)}});
+}
+inline Value keyed(const char* name, const char* key) {
+    return Value(Value::Dictionary{{"parameterName", Value(name)}, {"key", Value(key)}});
+}
 
 // A file of tests/data/layout/payment-codes as it is.
 inline std::string paymentCodeTestData(const std::string& name) {
