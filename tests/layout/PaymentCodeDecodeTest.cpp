@@ -72,8 +72,8 @@ TEST_F(PaymentCodeDecodeTest, EveryKindDecodesToItsPayload) {
                      setting("name", "M\u00FCller & S\u00F6hne \u00C4rzte GmbH"), setting("amount", "999999999.99"),
                      setting("currency", "EUR"), setting("reason", "Rechnung RE-0042 \u00FCber Gr\u00FCnpflege")});
 
-    // Every field of the Swiss code at its longest: 70 characters of names and streets,
-    // 33 of the city, 140 of text, with accents. That takes version 14 or more, a size at
+    // The Swiss code with long fields: names of 70 characters, streets of 64, cities of
+    // 33, a text of 140, with accents. That takes version 14 or more, a size at
     // which zbar reads the symbol in spite of the cross (see below).
     std::string street70 = "Chemin des Cr\u00EAts-de-Champel et de la Gr\u00E4fin von M\u00FCnchhausen 137b";
     std::string city35 = "Saint-Légier-La Chiésaz et Blonay";
