@@ -236,26 +236,33 @@ std::string BLPaymentCode::URL() const {
             text += '&';
         }
         first = false;
-        text += name + "=" + value;
+        // Account numbers are often typed in groups; banking apps read them without blanks.
+        text += name + "=" + (name == "iban" || name == "bic" ? removeWhiteFromIBAN(value) : value);
     }
     return percentEscapedURL(text);
 }
 
-bool BLPaymentCode::shouldDisplay(bool hideOnDirectDebit) const {
+std::string BLPaymentCode::hiddenReason(bool hideOnDirectDebit) const {
     if (!m_hasSubstitutionValues) {
-        return true;
+        return {};
     }
     auto found = m_substitutionValues.find(kSubstitutionObjectKey);
     auto* document = found == m_substitutionValues.end() ? nullptr : dynamic_cast<BLSendable*>(found->second.object());
     if (hideOnDirectDebit && document != nullptr) {
         if (BLClient* client = document->client(); client != nullptr && usesSEPADirectDebit(*client)) {
-            return false;
+            return "The client pays by direct debit and the element hides then";
         }
     }
-    if (document == nullptr || document->balanceAtSendDate().toFloat() <= 0.0f) {
-        return false;
+    if (document == nullptr) {
+        return "There is no document to pay";
     }
-    return document->entityName() != "Estimate";
+    if (document->balanceAtSendDate().toFloat() <= 0.0f) {
+        return "Nothing is left to pay";
+    }
+    if (document->entityName() == "Estimate") {
+        return "An estimate shows no payment code";
+    }
+    return {};
 }
 
 }  // namespace brassline

@@ -90,7 +90,9 @@ public:
     // otherwise not when hidden on direct debit and the client pays so, not when nothing
     // is left to pay (balanceAtSendDate at most 0, through a float), not for an estimate or
     // a missing document.
-    bool shouldDisplay(bool hideOnDirectDebit) const;
+    bool shouldDisplay(bool hideOnDirectDebit) const { return hiddenReason(hideOnDirectDebit).empty(); }
+    // Why the element does not show, one sentence; "" when it shows.
+    std::string hiddenReason(bool hideOnDirectDebit) const;
 
 protected:
     BLPaymentCode() = default;

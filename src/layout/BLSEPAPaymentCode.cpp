@@ -59,6 +59,9 @@ std::vector<std::string> BLSEPAPaymentCode::parameterProblems() const {
     } else if (!isValidIBAN(iban)) {
         problems.push_back("The IBAN " + iban + " fails its check");
     }
+    if (std::string currency = param(kParameterCurrency); !currency.empty() && currency != "EUR") {
+        problems.push_back("The currency " + currency + " is not the euro of SEPA credit transfers");
+    }
     if (param(kParameterBIC).empty()) {
         problems.emplace_back("The BIC is missing");
     }

@@ -14,8 +14,8 @@ public:
     // Eleven lines joined by "\n"; a Belgian IBAN with an "OGM" parameter puts the
     // structured communication on line 10 and drops the text line.
     std::string URL() const override;
-    // Beyond the base: no IBAN or one that fails its check, no name, no BIC (version 001
-    // needs it), a name beyond 70 or a text beyond 140 characters.
+    // Beyond the base: no IBAN or one that fails its check, a currency other than EUR, no
+    // BIC (version 001 needs it), no name, a name beyond 70 or a text beyond 140 characters.
     std::vector<std::string> parameterProblems() const override;
 
 protected:

@@ -219,12 +219,13 @@ TEST(PaymentCodePayloadTest, SwissBadInputMakesParametersInvalid) {
 
 TEST(PaymentCodePayloadTest, EPCBadInputIsTold) {
     BLSEPAPaymentCode code;
-    code.setSettings({setting("IBAN", "DE89370400440532013001"), keyed("amount", "a")});
+    code.setSettings({setting("IBAN", "DE89370400440532013001"), keyed("amount", "a"), setting("currency", "USD")});
     code.substituteValues({{"a", Value("1000000000.00")}});
     std::vector<std::string> problems = code.parameterProblems();
     std::vector<std::string> expected = {"The amount 1000000000.00 is above 999,999,999.99",
-                                         "The IBAN DE89370400440532013001 fails its check", "The BIC is missing",
-                                         "The creditor's name is missing"};
+                                         "The IBAN DE89370400440532013001 fails its check",
+                                         "The currency USD is not the euro of SEPA credit transfers",
+                                         "The BIC is missing", "The creditor's name is missing"};
     EXPECT_EQ(problems, expected);
     // The payload is made all the same: the EPC code has no warning rule.
     EXPECT_TRUE(code.validParameters());
