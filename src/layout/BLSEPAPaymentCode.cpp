@@ -74,6 +74,10 @@ std::vector<std::string> BLSEPAPaymentCode::parameterProblems() const {
     if (characterCount(param(kParameterReason)) > 140) {
         problems.emplace_back("The text is longer than 140 characters");
     }
+    // EPC069-12 caps the whole payload at 331 bytes.
+    if (URL().size() > 331) {
+        problems.emplace_back("The request is longer than the 331 bytes of an EPC code");
+    }
     return problems;
 }
 

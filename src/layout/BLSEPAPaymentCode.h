@@ -15,7 +15,8 @@ public:
     // structured communication on line 10 and drops the text line.
     std::string URL() const override;
     // Beyond the base: no IBAN or one that fails its check, a currency other than EUR, no
-    // BIC (version 001 needs it), no name, a name beyond 70 or a text beyond 140 characters.
+    // BIC (version 001 needs it), no name, a name beyond 70 or a text beyond 140 characters,
+    // a payload beyond 331 bytes.
     std::vector<std::string> parameterProblems() const override;
 
 protected:

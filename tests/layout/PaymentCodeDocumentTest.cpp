@@ -1,11 +1,14 @@
+#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include "../money/ItemTestSupport.h"
 #include "core/Localization.h"
 #include "core/ValueTransformers.h"
 #include "layout/BLLinkPaymentCodes.h"
+#include "layout/BLOCRBPaymentCode.h"
 #include "layout/BLSEPAPaymentCode.h"
 #include "layout/BLSwissPaymentCode.h"
+#include "layout/PaymentCodeDrawing.h"
 #include "layout/ZPPaymentCodeNumberTransformers.h"
 #include "lifecycle/SubstitutionCache.h"
 #include "model/entities/BLClient.h"
@@ -182,6 +185,40 @@ TEST_F(PaymentCodeDocumentTest, WhenACodeShows) {
     BLSEPAPaymentCode noDocument;
     noDocument.substituteValues({{"document.balance", Value("5.00")}});
     EXPECT_FALSE(noDocument.shouldDisplay(false));
+}
+
+TEST_F(PaymentCodeDocumentTest, OCRBLineOfAnInvoiceIsDrawnAtTheTopOfItsElement) {
+    setPreference("ch.vesr", Value("010001628"));
+    BLInvoice* document = invoice("CHF", "3949.75", nullptr);
+    BLOCRBPaymentCode line;
+    line.substituteValues(substitutionDictionary(*document));
+    // RE-0042 is 290042; no prefix: 0 and the number padded to 25, check digit 2.
+    EXPECT_EQ(line.annotationString(), "0100003949753>000000000000000000002900422+ 010001628>");
+
+    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 460, 60);
+    cairo_t* cr = cairo_create(surface);
+    cairo_set_source_rgb(cr, 1.0, 1.0, 1.0);
+    cairo_paint(cr);
+    EXPECT_EQ(drawPaymentCode(cr, line, {10.0, 10.0, 440.0, 40.0}, {}), PaymentCodeDrawing::Drawn);
+    cairo_destroy(cr);
+    cairo_surface_flush(surface);
+    // Ink only in the first line of the code bounds (from y = 11, 10 points high).
+    auto inkInRows = [&](int first, int last) {
+        int count = 0;
+        const unsigned char* data = cairo_image_surface_get_data(surface);
+        int stride = cairo_image_surface_get_stride(surface);
+        for (int y = first; y < last; ++y) {
+            const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
+            for (int x = 0; x < 460; ++x) {
+                count += (row[x] & 0xFFFFFFU) != 0xFFFFFFU ? 1 : 0;
+            }
+        }
+        return count;
+    };
+    EXPECT_GT(inkInRows(11, 25), 500);
+    EXPECT_EQ(inkInRows(0, 10), 0);
+    EXPECT_EQ(inkInRows(27, 60), 0);
+    cairo_surface_destroy(surface);
 }
 
 }  // namespace

@@ -229,6 +229,17 @@ TEST(PaymentCodePayloadTest, EPCBadInputIsTold) {
     EXPECT_EQ(problems, expected);
     // The payload is made all the same: the EPC code has no warning rule.
     EXPECT_TRUE(code.validParameters());
+
+    // 140 characters of text pass, 141 do not; names and texts at their longest still fit.
+    BLSEPAPaymentCode longest;
+    std::string name(70, 'n');
+    std::string text(140, 't');
+    longest.setSettings({setting("IBAN", "DE89370400440532013000"), setting("BIC", "COBADEFFXXX"),
+                         setting("name", name.c_str()), setting("amount", "1.00"), setting("currency", "EUR"),
+                         setting("reason", text.c_str())});
+    EXPECT_TRUE(longest.parameterProblems().empty());
+    longest.setSettingValueForKey(Value(text + "t"), "reason");
+    EXPECT_EQ(longest.parameterProblems(), std::vector<std::string>{"The text is longer than 140 characters"});
 }
 
 TEST(PaymentCodePayloadTest, BezahlCodeURL) {
