@@ -71,21 +71,44 @@ void drawQRSymbol(cairo_t* cr, const QRSymbol& symbol, const DrawingRect& rect, 
     fillWhite(cr, left, top, side, side);
     double symbolLeft = left + quiet * module;
     double symbolTop = top + quiet * module;
-    // One path of squares, filled once: neighbouring modules join without seams.
+    // One path, filled once, so that neighbouring modules join without seams. Each run of
+    // dark modules in a row is one rectangle, stretched down over the rows below that have
+    // the very same run: fewer, larger rectangles make a smaller PDF page.
+    const int width = symbol.width();
+    std::vector<uint8_t> covered(static_cast<size_t>(width) * static_cast<size_t>(width), 0);
+    auto isRunAt = [&](int row, int start, int end) {
+        if ((start > 0 && symbol.isDark(start - 1, row)) || (end < width && symbol.isDark(end, row))) {
+            return false;
+        }
+        for (int column = start; column < end; ++column) {
+            if (!symbol.isDark(column, row)) {
+                return false;
+            }
+        }
+        return true;
+    };
     cairo_new_path(cr);
-    for (int row = 0; row < symbol.width(); ++row) {
+    for (int row = 0; row < width; ++row) {
         int column = 0;
-        while (column < symbol.width()) {
+        while (column < width) {
             if (!symbol.isDark(column, row)) {
                 ++column;
                 continue;
             }
-            int runStart = column;
-            while (column < symbol.width() && symbol.isDark(column, row)) {
+            int start = column;
+            while (column < width && symbol.isDark(column, row)) {
                 ++column;
             }
-            cairo_rectangle(cr, symbolLeft + runStart * module, symbolTop + row * module, (column - runStart) * module,
-                            module);
+            if (covered[static_cast<size_t>(row * width + start)] != 0) {
+                continue;  // Drawn with the same run of a row above.
+            }
+            int height = 1;
+            while (row + height < width && isRunAt(row + height, start, column)) {
+                covered[static_cast<size_t>((row + height) * width + start)] = 1;
+                ++height;
+            }
+            cairo_rectangle(cr, symbolLeft + start * module, symbolTop + row * module, (column - start) * module,
+                            height * module);
         }
     }
     cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
