@@ -11,13 +11,13 @@
 #include "model/entities/BLLayout.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/BLSendable.h"
-#include "store/BLDoc.h"
+#include "store/CommandFile.h"
 
 namespace brassline::paymentcodecommands {
 
 namespace {
 
-constexpr int kFailure = 1;
+using exitcode::kBadInput;
 // Pixels a module in the PNG: 46 mm symbols of the usual versions come out near 600 pixels.
 constexpr int kPixelsPerModule = 8;
 
@@ -97,22 +97,22 @@ int paymentCode(const Options& options, std::ostream& out, std::ostream& err) {
         if (!kind) {
             err << "brassline: unknown payment code kind \"" << options.kind
                 << "\" (bezahlcode, epc, swiss, stripe, paypal or ocrb)\n";
-            return kFailure;
+            return kBadInput;
         }
     }
-    std::unique_ptr<BLDoc> file = openCommandDocument(options.path, err);
+    std::optional<CommandFile> file = openCommandDocument(options.path, err);
     if (!file) {
-        return kFailure;
+        return kBadInput;
     }
     installPaymentCodeHooks();
-    ManagedObject* object = commandObjectWithUid(*file, options.uid, err);
+    ManagedObject* object = file->objectWithUid(options.uid, err);
     if (object == nullptr) {
-        return kFailure;
+        return kBadInput;
     }
     auto* document = dynamic_cast<BLSendable*>(object);
     if (document == nullptr) {
         err << "brassline: " << options.uid << " is no document but a " << object->entityName() << "\n";
-        return kFailure;
+        return kBadInput;
     }
     if (!kind) {
         BLLayout* layout = document->layout();
@@ -121,7 +121,7 @@ int paymentCode(const Options& options, std::ostream& out, std::ostream& err) {
         if (!kind) {
             err << "brassline: the document's layout has no payment code until layouts are drawn; name one with "
                    "--kind\n";
-            return kFailure;
+            return kBadInput;
         }
         err << "brassline: the layout holds a " << BLPaymentCode::forKind(*kind)->elementClassName()
             << "; until layouts are drawn its own settings are not read, the company's bank data stands in\n";
@@ -136,7 +136,7 @@ int paymentCode(const Options& options, std::ostream& out, std::ostream& err) {
     }
     if (std::string hidden = code->hiddenReason(false); !hidden.empty()) {
         err << "brassline: the layout draws no payment code here: " << hidden << "\n";
-        return kFailure;
+        return kBadInput;
     }
     if (code->drawsQRSymbol()) {
         out << code->URL();
@@ -148,14 +148,14 @@ int paymentCode(const Options& options, std::ostream& out, std::ostream& err) {
         std::string error;
         if (!writePaymentCodePNG(*code, options.png, kPixelsPerModule, &error)) {
             err << "brassline: no PNG: " << error << "\n";
-            return kFailure;
+            return kBadInput;
         }
     }
     if (code->hasSwissCross() && !code->validParameters()) {
         err << "brassline: the Swiss code is drawn with the warning sign over it\n";
-        return kFailure;
+        return kBadInput;
     }
-    return 0;
+    return exitcode::kSuccess;
 }
 
 }  // namespace brassline::paymentcodecommands

@@ -160,7 +160,7 @@ void drawColorWarning(cairo_t* cr, const DrawingRect& rect) {
     cairo_set_source_rgb(cr, 1.0, 0.8, 0.0);
     cairo_fill_preserve(cr);
     cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
-    cairo_set_line_width(cr, line * 2.0);
+    cairo_set_line_width(cr, line * 1.5);
     cairo_set_source_rgb(cr, 0.0, 0.0, 0.0);
     cairo_stroke(cr);
 

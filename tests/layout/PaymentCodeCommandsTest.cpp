@@ -130,7 +130,7 @@ TEST_F(PaymentCodeCommandsTest, BadInputIsToldOnStandardError) {
     std::string empty = insert("Invoice", {"name=RE-2", "parentDocument=" + m_client});
     const Row rows[] = {
         {"unknown kind", m_invoice, "qr", "unknown payment code kind \"qr\""},
-        {"no such uid", "nope", "epc", "no object has the uid nope"},
+        {"no such uid", "nope", "epc", "no object with uid 'nope'"},
         {"not a document", m_client, "epc", "is no document"},
         {"an estimate", estimate, "epc", "An estimate shows no payment code"},
         {"nothing to pay", empty, "epc", "Nothing is left to pay"},
