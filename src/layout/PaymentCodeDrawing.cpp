@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <memory>
+#include <string>
 
 #include <cairo.h>
 
@@ -47,6 +48,37 @@ void drawOCRLine(cairo_t* cr, const std::string& text, const DrawingRect& rect, 
     cairo_restore(cr);
 }
 
+// The amount boxes of the old slip: eight cells for the francs, right-aligned, a cell for
+// the separating dot, two cells for the centimes; one OCR-B digit centred in each.
+void drawAmountBoxes(cairo_t* cr, const BLESRCostPaymentCode::AmountBoxes& boxes, const DrawingRect& rect,
+                     const DrawingColor& color) {
+    constexpr int kFrancCells = 8;
+    constexpr int kCells = kFrancCells + 3;
+    double cell = rect.width / kCells;
+    cairo_save(cr);
+    cairo_select_font_face(cr, kOCRFontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(cr, kOCRLineFontSizePoints);
+    cairo_font_extents_t font;
+    cairo_font_extents(cr, &font);
+    cairo_set_source_rgb(cr, color.red, color.green, color.blue);
+    auto digitAt = [&](int index, char digit) {
+        char text[2] = {digit, '\0'};
+        cairo_text_extents_t extents;
+        cairo_text_extents(cr, text, &extents);
+        cairo_move_to(cr, rect.x + (index + 0.5) * cell - extents.x_advance / 2.0, rect.y + font.ascent);
+        cairo_show_text(cr, text);
+    };
+    std::string francs =
+        boxes.francs.size() > kFrancCells ? boxes.francs.substr(boxes.francs.size() - kFrancCells) : boxes.francs;
+    for (size_t index = 0; index < francs.size(); ++index) {
+        digitAt(kFrancCells - static_cast<int>(francs.size()) + static_cast<int>(index), francs[index]);
+    }
+    for (size_t index = 0; index < boxes.centimes.size() && index < 2; ++index) {
+        digitAt(kFrancCells + 1 + static_cast<int>(index), boxes.centimes[index]);
+    }
+    cairo_restore(cr);
+}
+
 }  // namespace
 
 DrawingRect codeBounds(const DrawingRect& bounds) {
@@ -63,9 +95,12 @@ PaymentCodeDrawing drawPaymentCode(cairo_t* cr, const BLPaymentCode& code, const
         return PaymentCodeDrawing::Hidden;
     }
     QRSymbolStyle style = symbolStyle(code, appearance);
-    if (!code.drawsQRSymbol()) {
-        const auto& line = static_cast<const BLOCRBPaymentCode&>(code);
-        drawOCRLine(cr, line.annotationString(), codeBounds(bounds), style.color);
+    if (const auto* amount = dynamic_cast<const BLESRCostPaymentCode*>(&code)) {
+        drawAmountBoxes(cr, amount->amountBoxes(), codeBounds(bounds), style.color);
+        return PaymentCodeDrawing::Drawn;
+    }
+    if (const auto* line = dynamic_cast<const BLOCRBPaymentCode*>(&code)) {
+        drawOCRLine(cr, line->annotationString(), codeBounds(bounds), style.color);
         return PaymentCodeDrawing::Drawn;
     }
     std::optional<QRSymbol> symbol = QRSymbol::encode(code.URL());

@@ -28,8 +28,9 @@ DrawingRect codeBounds(const DrawingRect& bounds);
 
 // What a payment element's `draw` calls with its bounds: when the code shows, the payload
 // as a QR symbol proportionally in the code bounds (in the element's colour when it uses
-// one and the kind allows it), or the OCR-B line; a Swiss code with invalid parameters
-// gets the warning sign over the whole element.
+// one and the kind allows it), or the OCR-B line, or the digits of the amount boxes (eight
+// cells of francs, a dot's cell, two of centimes, across the code bounds); a Swiss code
+// with invalid parameters gets the warning sign over the whole element.
 PaymentCodeDrawing drawPaymentCode(cairo_t* cr, const BLPaymentCode& code, const DrawingRect& bounds,
                                    const PaymentCodeAppearance& appearance);
 

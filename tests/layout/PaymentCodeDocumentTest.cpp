@@ -18,6 +18,38 @@
 namespace brassline {
 namespace {
 
+// Pixels that are not white in a rectangle of an image surface.
+int inkIn(cairo_surface_t* surface, int left, int right, int top, int bottom) {
+    cairo_surface_flush(surface);
+    const unsigned char* data = cairo_image_surface_get_data(surface);
+    int stride = cairo_image_surface_get_stride(surface);
+    int count = 0;
+    for (int y = top; y < bottom; ++y) {
+        const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
+        for (int x = left; x < right; ++x) {
+            count += (row[x] & 0xFFFFFFU) != 0xFFFFFFU ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+// A white image surface with a context on it.
+struct WhiteCanvas {
+    WhiteCanvas(int width, int height)
+        : surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height)), cr(cairo_create(surface)) {
+        cairo_set_source_rgb(cr, 1.0, 1.0, 1.0);
+        cairo_paint(cr);
+    }
+    ~WhiteCanvas() {
+        cairo_destroy(cr);
+        cairo_surface_destroy(surface);
+    }
+    WhiteCanvas(const WhiteCanvas&) = delete;
+    WhiteCanvas& operator=(const WhiteCanvas&) = delete;
+    cairo_surface_t* surface;
+    cairo_t* cr;
+};
+
 // Payment codes filled from real documents: the keys of the resource settings meet the
 // document's substitution values.
 class PaymentCodeDocumentTest : public ItemFixture {
@@ -195,30 +227,32 @@ TEST_F(PaymentCodeDocumentTest, OCRBLineOfAnInvoiceIsDrawnAtTheTopOfItsElement) 
     // RE-0042 is 290042; no prefix: 0 and the number padded to 25, check digit 2.
     EXPECT_EQ(line.annotationString(), "0100003949753>000000000000000000002900422+ 010001628>");
 
-    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 460, 60);
-    cairo_t* cr = cairo_create(surface);
-    cairo_set_source_rgb(cr, 1.0, 1.0, 1.0);
-    cairo_paint(cr);
-    EXPECT_EQ(drawPaymentCode(cr, line, {10.0, 10.0, 440.0, 40.0}, {}), PaymentCodeDrawing::Drawn);
-    cairo_destroy(cr);
-    cairo_surface_flush(surface);
+    WhiteCanvas canvas(460, 60);
+    EXPECT_EQ(drawPaymentCode(canvas.cr, line, {10.0, 10.0, 440.0, 40.0}, {}), PaymentCodeDrawing::Drawn);
     // Ink only in the first line of the code bounds (from y = 11, 10 points high).
-    auto inkInRows = [&](int first, int last) {
-        int count = 0;
-        const unsigned char* data = cairo_image_surface_get_data(surface);
-        int stride = cairo_image_surface_get_stride(surface);
-        for (int y = first; y < last; ++y) {
-            const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
-            for (int x = 0; x < 460; ++x) {
-                count += (row[x] & 0xFFFFFFU) != 0xFFFFFFU ? 1 : 0;
-            }
-        }
-        return count;
-    };
-    EXPECT_GT(inkInRows(11, 25), 500);
-    EXPECT_EQ(inkInRows(0, 10), 0);
-    EXPECT_EQ(inkInRows(27, 60), 0);
-    cairo_surface_destroy(surface);
+    EXPECT_GT(inkIn(canvas.surface, 0, 460, 11, 25), 500);
+    EXPECT_EQ(inkIn(canvas.surface, 0, 460, 0, 10), 0);
+    EXPECT_EQ(inkIn(canvas.surface, 0, 460, 27, 60), 0);
+}
+
+TEST_F(PaymentCodeDocumentTest, AmountBoxesHoldFrancsRightAlignedAndCentimes) {
+    BLInvoice* document = invoice("CHF", "3949.75", nullptr);
+    BLESRCostPaymentCode boxes;
+    boxes.takeDefaultSettings();
+    boxes.substituteValues(substitutionDictionary(*document));
+    WhiteCanvas canvas(222, 30);
+    EXPECT_EQ(drawPaymentCode(canvas.cr, boxes, {0.0, 0.0, 222.0, 30.0}, {}), PaymentCodeDrawing::Drawn);
+    // Code bounds 1 to 221: eleven cells of 20 points. 3949 stands in cells 4 to 7, the
+    // dot's cell 8 stays empty, 75 fills cells 9 and 10.
+    auto cell = [&](int index) { return inkIn(canvas.surface, 1 + index * 20, 1 + (index + 1) * 20, 0, 30); };
+    for (int index : {0, 1, 2, 3, 8}) {
+        SCOPED_TRACE(index);
+        EXPECT_EQ(cell(index), 0);
+    }
+    for (int index : {4, 5, 6, 7, 9, 10}) {
+        SCOPED_TRACE(index);
+        EXPECT_GT(cell(index), 10);
+    }
 }
 
 }  // namespace
