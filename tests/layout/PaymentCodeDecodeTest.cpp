@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
 
+#include <cairo-pdf.h>
 #include <cairo.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -41,17 +43,21 @@ protected:
 
     std::string path(const std::string& name) const { return (m_directory / name).string(); }
 
-    // The bytes of the one symbol in the image, as zbar reads them without charset guessing.
-    static std::string decode(const std::string& file) {
-        std::string command = "zbarimg --nodbus --raw -q -Sbinary -1 '" + file + "' 2>/dev/null";
+    // What a command prints on standard output.
+    static std::string output(const std::string& command) {
         std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-        std::string output;
+        std::string text;
         char buffer[4096];
         size_t read = 0;
         while (pipe && (read = std::fread(buffer, 1, sizeof buffer, pipe.get())) > 0) {
-            output.append(buffer, read);
+            text.append(buffer, read);
         }
-        return output;
+        return text;
+    }
+
+    // The bytes of the one symbol in the image, as zbar reads them without charset guessing.
+    static std::string decode(const std::string& file) {
+        return output("zbarimg --nodbus --raw -q -Sbinary -1 '" + file + "' 2>/dev/null");
     }
 
 private:
@@ -170,6 +176,32 @@ TEST_F(PaymentCodeDecodeTest, ElementDrawingOnAPageImageDecodes) {
     ASSERT_EQ(cairo_surface_write_to_png(surface, file.c_str()), CAIRO_STATUS_SUCCESS);
     cairo_surface_destroy(surface);
     EXPECT_EQ(decode(file), swiss.URL());
+}
+
+TEST_F(PaymentCodeDecodeTest, PDFPageHoldsVectorModulesThatDecode) {
+    if (std::system("command -v pdftoppm > /dev/null 2>&1 && command -v pdfimages > /dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "poppler-utils are not installed";
+    }
+    BLSEPAPaymentCode epc;
+    epc.setSettings({setting("IBAN", "DE33100205000001194700"), setting("BIC", "BFSWDE33BER"),
+                     setting("name", "Gro\u00DFe B\u00E4ckerei M\u00FCller"), setting("amount", "1234.56"),
+                     setting("currency", "EUR"), setting("reason", "Rechnung RE-0042")});
+    // An A4 page with a 40 mm code where a layout would put it, no values: the editor's view.
+    std::string pdf = path("page.pdf");
+    cairo_surface_t* surface = cairo_pdf_surface_create(pdf.c_str(), 595.0, 842.0);
+    cairo_t* cr = cairo_create(surface);
+    const double side = 40.0 / 25.4 * 72.0;
+    EXPECT_EQ(drawPaymentCode(cr, epc, {400.0, 650.0, side, side}, {}), PaymentCodeDrawing::Drawn);
+    cairo_destroy(cr);
+    cairo_surface_finish(surface);
+    cairo_surface_destroy(surface);
+
+    // pdfimages lists a header of two lines and then one line per image: none here.
+    std::string images = output("pdfimages -list '" + pdf + "' 2>/dev/null");
+    EXPECT_EQ(std::count(images.begin(), images.end(), '\n'), 2) << images;
+    // Rasterised by poppler at 300 dpi, the page gives back the payload.
+    ASSERT_EQ(std::system(("pdftoppm -r 300 -png -singlefile '" + pdf + "' '" + path("page") + "'").c_str()), 0);
+    EXPECT_EQ(decode(path("page.png")), epc.URL());
 }
 
 }  // namespace
