@@ -19,6 +19,7 @@
 #include "app/desktop/RunLoopDriver.h"
 #include "app/desktop/SetupDialog.h"
 #include "app/desktop/Sources.h"
+#include "layout/ZPPaymentCodeNumberTransformers.h"
 #include "lifecycle/LifecycleHooks.h"
 #include "lifecycle/SendableIssue.h"
 #include "money/ItemHooks.h"
@@ -34,6 +35,7 @@ DesktopShell::DesktopShell(QObject* parent) : QObject(parent), m_driver(new RunL
     installMoneyHooks();
     installItemHooks();
     installLifecycleHooks();
+    installPaymentCodeHooks();
     BLApplication::processEntry();
     // The model's messages during an issue show as a sheet that does not stop the loop.
     issueHooks().showAlert = [](const IssueAlert& alert) {
