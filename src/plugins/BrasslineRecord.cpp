@@ -35,13 +35,29 @@ ManagedObject* resolve(const ScriptScopeRef& scope, const ObjectID& id) {
     return object != nullptr && !object->isDeleted() ? object : nullptr;
 }
 
-const std::vector<std::string> kReadOperations = {
-    "valueForKey",  "valueForKeyPath", "valueForCustomField", "formattedDate",  "formattedNumber",
-    "editableRecord", "entityName",    "description",         "interchangeRecord", "toString",
-    "save",         "insertRecord",    "newQuery",            "fetchRecord",    "log",
-    "monthNames",   "shortMonthNames", "fixArray",            "preferences",    "localizedName"};
-const std::vector<std::string> kWriteOperations = {"delete", "setValueForCustomField", "setMetaValue", "setValue",
-                                                   "setValueForKey", "setValueForKeyPath", "setCountryName"};
+const std::vector<std::string> kReadOperations = {"valueForKey",
+                                                  "valueForKeyPath",
+                                                  "valueForCustomField",
+                                                  "formattedDate",
+                                                  "formattedNumber",
+                                                  "editableRecord",
+                                                  "entityName",
+                                                  "description",
+                                                  "interchangeRecord",
+                                                  "toString",
+                                                  "save",
+                                                  "insertRecord",
+                                                  "newQuery",
+                                                  "fetchRecord",
+                                                  "log",
+                                                  "monthNames",
+                                                  "shortMonthNames",
+                                                  "fixArray",
+                                                  "preferences",
+                                                  "localizedName"};
+const std::vector<std::string> kWriteOperations = {"delete",        "setValueForCustomField", "setMetaValue",
+                                                   "setValue",      "setValueForKey",         "setValueForKeyPath",
+                                                   "setCountryName"};
 
 }  // namespace
 
