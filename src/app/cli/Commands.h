@@ -27,5 +27,7 @@ void addConversionCommands(CLI::App& app, int& exitCode);
 void addPlaceholderCommands(CLI::App& app, int& exitCode);
 // tags, placeholders.
 void addTagCommands(CLI::App& app, int& exitCode);
+// record, script.
+void addScriptCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

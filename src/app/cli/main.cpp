@@ -7,6 +7,7 @@
 #include "lifecycle/LifecycleHooks.h"
 #include "money/ItemHooks.h"
 #include "money/MoneyHooks.h"
+#include "plugins/PluginHooks.h"
 #include "store/BLApplication.h"
 
 int main(int argc, char** argv) {
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
     brassline::installMoneyHooks();
     brassline::installItemHooks();
     brassline::installLifecycleHooks();
+    brassline::installPluginHooks();
     // The process entry steps (user default keys, registered defaults) come first too.
     app.preparse_callback([](size_t) { brassline::BLApplication::processEntry(); });
     int exitCode = 0;
@@ -33,6 +35,7 @@ int main(int argc, char** argv) {
     brassline::cli::addConversionCommands(app, exitCode);
     brassline::cli::addPlaceholderCommands(app, exitCode);
     brassline::cli::addTagCommands(app, exitCode);
+    brassline::cli::addScriptCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }
