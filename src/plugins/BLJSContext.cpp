@@ -259,6 +259,7 @@ struct BLJSContext::Engine {
     void applySettings();
     void installGlobals();
     void log(std::string_view text);
+    void sleepWithinLimit(double seconds);
 
     // Downloads on a queue of at most kMaximumDownloads workers.
     void enqueueDownload(std::string source, std::string destination);
@@ -282,6 +283,7 @@ struct BLJSContext::Engine {
     std::shared_ptr<ScriptScope> scope;
     double timeLimit = kDefaultTimeLimitSeconds;
     std::atomic<bool> timedOut{false};
+    std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
     ScriptOutcome outcome;
     std::atomic<int> tasks{0};
 
@@ -749,6 +751,18 @@ Value BLJSContext::Engine::toValue(JSContextRef ctx, JSValueRef value, int depth
     return Value(std::move(dictionary));
 }
 
+// The engine's watchdog can't interrupt a native call: a sleep ends at the run's time
+// limit at the latest, and the watchdog stops the script as soon as it resumes.
+void BLJSContext::Engine::sleepWithinLimit(double seconds) {
+    if (!(seconds > 0)) {
+        return;
+    }
+    const auto requested =
+        std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                               std::chrono::duration<double>(std::min(seconds, 86400.0)));
+    std::this_thread::sleep_until(std::min(requested, deadline));
+}
+
 void BLJSContext::Engine::log(std::string_view text) {
     BLJSLogger::sharedLogger().log(text, pluginIdentifier);
 }
@@ -790,6 +804,8 @@ Value BLJSContext::Engine::evaluate(std::string_view text, bool cleanUp, std::st
     JSValueRef exception = nullptr;
     JSText script(text);
     JSText source(sourceURL);
+    deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                                      std::chrono::duration<double>(timeLimit));
     JSContextGroupSetExecutionTimeLimit(group, timeLimit, shouldTerminate, this);
     auto run = [&] {
         result =
@@ -806,6 +822,7 @@ Value BLJSContext::Engine::evaluate(std::string_view text, bool cleanUp, std::st
         value = finishRun(result, exception, cleanUp);
     }
     JSContextGroupClearExecutionTimeLimit(group);
+    deadline = std::chrono::steady_clock::time_point::max();
     if (!outcome.succeeded() && child) {
         discardChild();
     }
@@ -1045,6 +1062,7 @@ void BLJSContext::Engine::installGlobals() {
             JSObjectRef descriptor = JSObjectMake(ctx, nullptr, nullptr);
             setProperty(ctx, descriptor, "get", makeFunction(std::move(make)));
             setProperty(ctx, descriptor, "enumerable", JSValueMakeBoolean(ctx, true));
+            setProperty(ctx, descriptor, "configurable", JSValueMakeBoolean(ctx, true));
             JSValueRef arguments[] = {tools, makeString(ctx, name), descriptor};
             JSObjectCallAsFunction(ctx, defineProperty, objectConstructor, 3, arguments, nullptr);
         };
@@ -1124,9 +1142,8 @@ void BLJSContext::Engine::installGlobals() {
                 {"findContactByNumber", [](Engine&, Call& call) { return JSValueMakeNull(call.ctx); }},
             });
         });
-        setProperty(ctx, tools, "sleep", makeFunction([](Engine&, Call& call) {
-                        const double seconds = std::clamp(call.number(0), 0.0, 3600.0);
-                        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+        setProperty(ctx, tools, "sleep", makeFunction([](Engine& engine, Call& call) {
+                        engine.sleepWithinLimit(call.number(0));
                         return JSValueMakeUndefined(call.ctx);
                     }));
         setGlobal("brassline", tools);
@@ -1299,9 +1316,8 @@ void BLJSContext::Engine::installGlobals() {
     setGlobalFunction("sanitizeFileName", [](Engine&, Call& call) {
         return makeString(call.ctx, scriptsupport::sanitizeFileName(call.string(0), "-"));
     });
-    setGlobalFunction("sleep", [](Engine&, Call& call) {
-        const double seconds = std::clamp(std::floor(call.number(0)), 0.0, 3600.0);
-        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    setGlobalFunction("sleep", [](Engine& engine, Call& call) {
+        engine.sleepWithinLimit(std::floor(call.number(0)));
         return JSValueMakeUndefined(call.ctx);
     });
     setGlobalFunction("module", [undefined](Engine&, Call& call) { return undefined(call); });
@@ -1595,9 +1611,9 @@ BLJSContext::BLJSContext() : m_engine(std::make_unique<Engine>(*this)) {
              const Value order = e.toValue(call.ctx, call.arg(0));
              std::string key = order.toString();
              bool ascending = call.isUndefined(1) ? true : call.boolean(1);
-             if (const Value::Array* pair = order.array()) {
-                 key = (*pair)[0].toString();
-                 ascending = pair->size() < 2 || (*pair)[1].toBool();
+             if (order.array() != nullptr) {
+                 key = order[size_t{0}].toString();
+                 ascending = order.count() < 2 || order[size_t{1}].toBool();
              }
              return queryResult(e, call, [&](const BrasslineQuery& self) { return self.sort(key, ascending); });
          }},
