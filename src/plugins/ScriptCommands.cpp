@@ -58,13 +58,13 @@ void writeText(const RecordValue& value, int depth, std::ostream& out) {
 }  // namespace
 
 int record(const std::string& path, const std::string& uid, bool json, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
-        return 1;
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
+        return exitcode::kBadInput;
     }
-    ManagedObject* object = commandObjectWithUid(*document, uid, err);
+    ManagedObject* object = file->objectWithUid(uid, err);
     if (object == nullptr) {
-        return 1;
+        return exitcode::kBadInput;
     }
     const InterchangeRecord made = interchangeRecord(*object);
     if (json) {
@@ -72,7 +72,7 @@ int record(const std::string& path, const std::string& uid, bool json, std::ostr
     } else {
         writeRecordText(made, 0, out);
     }
-    return 0;
+    return exitcode::kSuccess;
 }
 
 int script(const std::string& path, const std::string& scriptPath, const ScriptOptions& options, std::ostream& out,
@@ -80,32 +80,33 @@ int script(const std::string& path, const std::string& scriptPath, const ScriptO
     std::optional<std::string> source = scriptsupport::contentsOfFile(scriptPath);
     if (!source) {
         err << "brassline: the script " << scriptPath << " can't be read\n";
-        return 1;
+        return exitcode::kBadInput;
     }
     if (!(options.timeoutSeconds > 0) || !std::isfinite(options.timeoutSeconds)) {
         err << "brassline: the time limit must be a positive number of seconds\n";
-        return 1;
+        return exitcode::kBadInput;
     }
     Value::Array settings;
     for (const std::string& assignment : options.assignments) {
         const size_t equals = assignment.find('=');
         if (equals == std::string::npos || equals == 0) {
             err << "brassline: a setting is NAME=VALUE, not " << assignment << "\n";
-            return 1;
+            return exitcode::kBadInput;
         }
         settings.emplace_back(Value::Dictionary{{"name", Value(assignment.substr(0, equals))},
                                                 {"value", Value(assignment.substr(equals + 1))}});
     }
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
-        return 1;
+    std::optional<CommandFile> commandFile = openCommandDocument(path, err);
+    if (!commandFile) {
+        return exitcode::kBadInput;
     }
     installPluginHooks();
+    BLDoc* document = &commandFile->document();
     ManagedObject* target = nullptr;
     if (!options.documentUid.empty()) {
-        target = commandObjectWithUid(*document, options.documentUid, err);
+        target = commandFile->objectWithUid(options.documentUid, err);
         if (target == nullptr) {
-            return 1;
+            return exitcode::kBadInput;
         }
     }
     namespace fs = std::filesystem;
@@ -117,7 +118,7 @@ int script(const std::string& path, const std::string& scriptPath, const ScriptO
             err << text << "\n";
         }
     });
-    int code = 0;
+    int code = exitcode::kSuccess;
     {
         BLJSContext context;
         context.setTimeLimit(options.timeoutSeconds);
@@ -139,17 +140,17 @@ int script(const std::string& path, const std::string& scriptPath, const ScriptO
         const ScriptOutcome& outcome = context.lastOutcome();
         if (outcome.kind == ScriptOutcome::Kind::Exception) {
             err << "brassline: the script failed at line " << outcome.line << ": " << outcome.message << "\n";
-            code = 1;
+            code = exitcode::kBadInput;
         } else if (outcome.kind == ScriptOutcome::Kind::TimedOut) {
             err << "brassline: " << outcome.message << "\n";
-            code = 1;
+            code = exitcode::kBadInput;
         } else if (!outcome.isUndefined) {
             out << (result.string() != nullptr ? *result.string() : outcome.resultJSON) << "\n";
         }
     }
     logger.setSink(nullptr);
-    if (code == 0 && document->managedObjectContext().hasChanges() && !saveCommandDocument(*document, err)) {
-        code = 1;
+    if (code == exitcode::kSuccess && document->managedObjectContext().hasChanges() && !commandFile->save(err)) {
+        code = exitcode::kSaveFailed;
     }
     return code;
 }

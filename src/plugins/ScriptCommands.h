@@ -7,8 +7,8 @@
 namespace brassline::scriptcommands {
 
 // The command-line operations on records and scripts, apart from argument parsing. Each
-// writes its answer to `out` and failures to `err`, and answers the exit code: 0 on
-// success, 1 for bad input, a refused file, or a script that threw or ran out of time.
+// writes its answer to `out` and failures to `err`, and answers the exit code of
+// CommandFile.h: bad input also for a script that threw or ran out of time.
 
 // The interchange record of the object with `uid`: "key: value" lines, nested records and
 // lists indented below their key; with `json` one JSON object in record order.

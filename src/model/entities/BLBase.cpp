@@ -432,7 +432,7 @@ void BLBase::resetCaches() {
     // context with it, may be gone.
     ObjectID id = objectID();
     std::string key = "resetCachesDelayed:" + std::to_string(reinterpret_cast<uintptr_t>(this));
-    RunLoop::main().performOnce(key, [alive = context->aliveToken(), id] {
+    RunLoop::main().performOnce(key, [alive = context->livenessToken(), id] {
         std::shared_ptr<ManagedObjectContext*> context = alive.lock();
         if (!context) {
             return;
