@@ -8,6 +8,7 @@
 #include "lifecycle/LifecycleHooks.h"
 #include "model/ManagedObjectContext.h"
 #include "model/RunLoop.h"
+#include "model/UndoManager.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"

@@ -1277,6 +1277,11 @@ void BLJSContext::Engine::installGlobals() {
         const int code = path.empty() ? -1 : scriptsupport::writeToURL(engine.toValue(call.ctx, call.arg(0)), path);
         return JSValueMakeNumber(call.ctx, code);
     });
+    // No packaged library writes the Excel binary format: the call fails as a file call does.
+    setGlobalFunction("writeXLSToURL", [](Engine& engine, Call& call) {
+        engine.log("writeXLSToURL: spreadsheets in the Excel binary format can't be written here");
+        return JSValueMakeNumber(call.ctx, -1);
+    });
     setGlobalFunction("writeCSVToURL", [](Engine& engine, Call& call) {
         const std::string path = call.string(1);
         if (path.empty()) {

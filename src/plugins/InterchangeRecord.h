@@ -33,8 +33,8 @@ public:
     RecordValue* find(std::string_view key);
     const std::vector<Entry>& entries() const { return m_entries; }
     std::vector<std::string> keys() const;
-    bool empty() const { return m_entries.empty(); }
-    size_t size() const { return m_entries.size(); }
+    bool empty() const;
+    size_t size() const;
 
     // JSON with the keys in record order; decimals as plain numbers, dates as ISO 8601.
     std::string toJSON(bool pretty = false) const;
@@ -76,5 +76,13 @@ struct InterchangeRecord::Entry {
     std::string key;
     RecordValue value;
 };
+
+inline bool InterchangeRecord::empty() const {
+    return m_entries.empty();
+}
+
+inline size_t InterchangeRecord::size() const {
+    return m_entries.size();
+}
 
 }  // namespace brassline
