@@ -232,5 +232,13 @@ TEST_F(ScriptHostTest, QueriesFilterSortAndMap) {
     EXPECT_EQ(script().evaluateScript("fetchRecords('Client').filter(\"name == 'Zora'\").count()"), Value(int64_t{1}));
 }
 
+TEST_F(ScriptHostTest, NamedEntriesRunAfterThePluginDefinedThem) {
+    EXPECT_TRUE(script().runFunction("sendFunction").isNull());
+    script().evaluateScript("function sendFunction() { return pluginType + ':' + pluginIdentifier; }");
+    EXPECT_EQ(script().runFunction("sendFunction"), Value("test:test.plugin"));
+    script().evaluateScript("var notAFunction = 3;");
+    EXPECT_TRUE(script().runFunction("notAFunction").isNull());
+}
+
 }  // namespace
 }  // namespace brassline
