@@ -110,6 +110,18 @@ std::vector<std::string> EntityDescription::relationshipNames() const {
     return names;
 }
 
+std::vector<std::string> EntityDescription::derivedPropertyNames() const {
+    std::vector<std::string> names;
+    for (const EntityDescription* level = this; level != nullptr; level = level->m_superentity) {
+        for (const auto& [key, property] : level->m_ownDerived) {
+            if (std::find(names.begin(), names.end(), key) == names.end()) {
+                names.push_back(key);
+            }
+        }
+    }
+    return names;
+}
+
 void EntityDescription::registerDerivedProperty(std::string key, DerivedGetter getter, PropertySetter setter) {
     assert(!m_model.isFinished() && "derived properties are registered while the model is built");
     Property property;

@@ -96,6 +96,9 @@ public:
     const RelationshipDescription* relationshipNamed(std::string_view name) const;
     std::vector<std::string> attributeNames() const;
     std::vector<std::string> relationshipNames() const;
+    // The keys of derived properties registered by this class and its ancestors, the
+    // class's own first.
+    std::vector<std::string> derivedPropertyNames() const;
     size_t toOneCount() const { return m_toOneCount; }
     size_t toManyCount() const { return m_toManyCount; }
     // The string attribute "uid" when the entity has one: fetches by uid use an index.

@@ -76,6 +76,21 @@ bool SQLiteStatement::isNull(int column) const {
     return sqlite3_column_type(m_statement, column) == SQLITE_NULL;
 }
 
+Value SQLiteStatement::value(int column) const {
+    switch (sqlite3_column_type(m_statement, column)) {
+        case SQLITE_NULL:
+            return Value();
+        case SQLITE_INTEGER:
+            return Value(integer(column));
+        case SQLITE_FLOAT:
+            return Value(real(column));
+        case SQLITE_BLOB:
+            return Value(blob(column));
+        default:
+            return Value(text(column));
+    }
+}
+
 int64_t SQLiteStatement::integer(int column) const {
     return sqlite3_column_int64(m_statement, column);
 }

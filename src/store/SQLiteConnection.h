@@ -40,6 +40,8 @@ public:
 
     int columnCount() const;
     bool isNull(int column) const;
+    // The column as the type SQLite stored it: null, integer, double, text or bytes.
+    Value value(int column) const;
     int64_t integer(int column) const;
     double real(int column) const;
     std::string text(int column) const;

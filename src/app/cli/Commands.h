@@ -29,5 +29,7 @@ void addPlaceholderCommands(CLI::App& app, int& exitCode);
 void addTagCommands(CLI::App& app, int& exitCode);
 // paymentcode.
 void addPaymentCodeCommands(CLI::App& app, int& exitCode);
+// record, script.
+void addScriptCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

@@ -8,6 +8,7 @@
 #include "lifecycle/LifecycleHooks.h"
 #include "money/ItemHooks.h"
 #include "money/MoneyHooks.h"
+#include "plugins/PluginHooks.h"
 #include "store/BLApplication.h"
 
 int main(int argc, char** argv) {
@@ -22,6 +23,7 @@ int main(int argc, char** argv) {
     brassline::installItemHooks();
     brassline::installLifecycleHooks();
     brassline::installPaymentCodeHooks();
+    brassline::installPluginHooks();
     // The process entry steps (user default keys, registered defaults) come first too.
     app.preparse_callback([](size_t) { brassline::BLApplication::processEntry(); });
     int exitCode = 0;
@@ -36,6 +38,7 @@ int main(int argc, char** argv) {
     brassline::cli::addPlaceholderCommands(app, exitCode);
     brassline::cli::addTagCommands(app, exitCode);
     brassline::cli::addPaymentCodeCommands(app, exitCode);
+    brassline::cli::addScriptCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }

@@ -428,11 +428,16 @@ void BLBase::resetCaches() {
     if (context == nullptr) {
         return;
     }
-    // The task finds the object again by ID: by the time it runs the object may be gone.
+    // The task finds the object again by ID: by the time it runs the object, or a child
+    // context with it, may be gone.
     ObjectID id = objectID();
     std::string key = "resetCachesDelayed:" + std::to_string(reinterpret_cast<uintptr_t>(this));
-    RunLoop::main().performOnce(key, [context, id] {
-        if (auto* object = dynamic_cast<BLBase*>(context->objectWithID(id))) {
+    RunLoop::main().performOnce(key, [alive = context->livenessToken(), id] {
+        std::shared_ptr<ManagedObjectContext*> context = alive.lock();
+        if (!context) {
+            return;
+        }
+        if (auto* object = dynamic_cast<BLBase*>((*context)->objectWithID(id))) {
             object->resetCachesDelayed();
         }
     });
