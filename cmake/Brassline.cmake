@@ -26,5 +26,8 @@ function(brassline_test subsystem)
     BRASSLINE_SHARED_DIR="${BRASSLINE_SHARED_DIR}"
     BRASSLINE_RESOURCES_DIR="${BRASSLINE_RESOURCES_DIR}")
   include(GoogleTest)
-  gtest_discover_tests(${target} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} DISCOVERY_TIMEOUT 60)
+  # The label names the executable's subsystem, so that a build of some test executables
+  # (the sanitizer builds) runs just theirs: ctest -L.
+  gtest_discover_tests(${target} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} DISCOVERY_TIMEOUT 60
+                       PROPERTIES LABELS ${subsystem})
 endfunction()
