@@ -6,6 +6,7 @@
 
 #include "core/Localization.h"
 #include "core/Log.h"
+#include "core/UniqueId.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
 #include "model/UndoManager.h"
@@ -208,7 +209,10 @@ void BLSetupDefaultsController::setupWithObject(const Value::Dictionary& setup, 
     profile->setEstimateLayout(layout);
     profile->setStatementLayout(layout);
 
-    // 12. and 13.
+    // 12. and 13., with the number patterns before the resource defaults fill the rest.
+    const Value& patterns = answer("patterns");
+    setupNumberPatternsForManagedObjectContext(
+        context, patterns.dictionary() != nullptr ? *patterns.dictionary() : Value::Dictionary{});
     setupPreferencesForManagedObjectContext(context);
     setupLanguageForManagedObjectContext(context);
 
@@ -229,6 +233,72 @@ void BLSetupDefaultsController::setupPreferencesForManagedObjectContext(ManagedO
             setPreference(context, uid, value);
         }
     }
+}
+
+std::vector<std::string> BLSetupDefaultsController::setupNumberPatternsForManagedObjectContext(
+    ManagedObjectContext& context, const Value::Dictionary& patterns) {
+    std::vector<std::string> stored;
+    std::optional<Value::Dictionary> languages = resourceDictionary("NumberPatterns.plist");
+    if (!languages) {
+        return stored;
+    }
+    auto defaults = languages->find(currentLanguage());
+    if (defaults == languages->end() || defaults->second.dictionary() == nullptr) {
+        defaults = languages->find("en");
+    }
+    if (defaults == languages->end() || defaults->second.dictionary() == nullptr) {
+        logMessage("NumberPatterns.plist has no English patterns");
+        return stored;
+    }
+    const EntityDescription& entity = BLPreference::entityDescription();
+    for (const auto& [kind, fallback] : *defaults->second.dictionary()) {
+        // File name and folder patterns are keyed as they stand; the numbered kinds keep
+        // theirs under "<kind>.numbering".
+        const bool isPath = kind.starts_with("documents.");
+        const std::string uid = std::string(kPreferenceUIDPrefix) + kind + (isPath ? "" : ".numbering");
+        if (context.objectWithUid(entity, uid) != nullptr) {
+            continue;
+        }
+        auto given = patterns.find(kind);
+        const Value& chosen = given != patterns.end() ? given->second : fallback;
+        const Value::Array* list = chosen.array();
+        if (list == nullptr) {
+            logMessage("The pattern for %@ is no list", kind);
+            continue;
+        }
+        Value::Array elements;
+        bool hasYear = false;
+        bool hasIncrement = false;
+        for (const Value& element : *list) {
+            const Value::Dictionary* token = element.dictionary();
+            if (token == nullptr) {
+                elements.push_back(element);
+                continue;
+            }
+            // Each token carries the uid a token field would give it.
+            Value::Dictionary record = *token;
+            if (record.find("uid") == record.end()) {
+                record.emplace("uid", Value(uniqueBase64String()));
+            }
+            const std::string field = record["field"].toString();
+            hasYear = hasYear || field == "year";
+            hasIncrement = hasIncrement || field == "increment";
+            elements.emplace_back(std::move(record));
+        }
+        setPreference(context, uid, Value(Value(std::move(elements)).toBinaryPropertyList()));
+        // A counter within the year starts again at 1 each year, as yearly numbers do; a
+        // reset the user chose stays.
+        if (!isPath && (kind == "invoice" || kind == "estimate") && hasYear && hasIncrement) {
+            BLPreference* reset =
+                preferenceWithUid(context, std::string(kPreferenceUIDPrefix) + kind + ".numberResetMode");
+            const Value current = reset->payload();
+            if (current.isNull() || (current.isNumber() && current.toInt64() == 0) || current == Value("never")) {
+                reset->setPayload(Value("year"));
+            }
+        }
+        stored.push_back(kind);
+    }
+    return stored;
 }
 
 void BLSetupDefaultsController::setupLanguageForManagedObjectContext(ManagedObjectContext& context) {

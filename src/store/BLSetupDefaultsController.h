@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/Value.h"
 
@@ -31,6 +32,15 @@ public:
     // Inserts each preference of "BLPref.plist" that the context does not hold yet (new
     // and older files alike).
     static void setupPreferencesForManagedObjectContext(ManagedObjectContext& context);
+    // Stores the number, file name and folder patterns of "NumberPatterns.plist" in the
+    // company's language (the current one; English where it has none) for each kind
+    // whose pattern preference does not exist yet, with a yearly counter reset where a
+    // pattern counts within the year. `patterns` holds a pattern list per kind ("invoice",
+    // "estimate", "client", "project", "documents.filename", "documents.directory") that
+    // takes the place of the default; a kind already set keeps its pattern either way.
+    // Answers the kinds it stored.
+    static std::vector<std::string> setupNumberPatternsForManagedObjectContext(ManagedObjectContext& context,
+                                                                               const Value::Dictionary& patterns = {});
     // Gives every client without a language the default language.
     static void setupLanguageForManagedObjectContext(ManagedObjectContext& context);
 
