@@ -233,10 +233,8 @@ SubstitutionDictionary internalSubstitutionDictionary(BLSendable& document) {
     setNumber(d, gross - cost, formats.currency, "taxes");
     setNumber(d, balance, formats.currency, "balance");
     setNumber(d, balance, formats.currency, "grossBalance");
-    // The open amount splits into net and tax in the proportion of the whole document.
-    Decimal netBalance = gross.isZeroAsFloat() ? balance : (balance * cost / gross).rounded(2);
-    setNumber(d, netBalance, formats.currency, "netBalance");
-    setNumber(d, balance - netBalance, formats.currency, "taxBalance");
+    setNumber(d, document.netBalance(), formats.currency, "netBalance");
+    setNumber(d, document.taxBalance(), formats.currency, "taxBalance");
     if (BLCurrency* currency = document.currency()) {
         setNumber(d, currency->convertValueToDefaultCurrency(gross), formats.currency, "costinnativecurrency");
         setNumber(d, currency->convertValueToDefaultCurrency(balance), formats.currency, "balanceinnativecurrency");

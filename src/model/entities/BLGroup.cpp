@@ -106,10 +106,15 @@ Decimal BLGroup::lineDiscount() {
         return distinct.front();
     }
     Decimal undiscounted = undiscountedAmount();
-    if (undiscounted.rounded(0, RoundingMode::Down).isZero()) {
+    // The integer part, taken towards zero, so that a credit of -0.7 counts like 0.7.
+    if (undiscounted.absoluteNumber().rounded(0, RoundingMode::Down).isZero()) {
         return {};
     }
     return Decimal::hundred() - (cost() / undiscounted * Decimal::hundred());
+}
+
+Decimal BLGroup::discountAmount() {
+    return (undiscountedAmount() / Decimal::hundred() * lineDiscount()).fixedValue();
 }
 
 std::string BLGroup::unitText() const {

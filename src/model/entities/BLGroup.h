@@ -27,6 +27,8 @@ public:
     Decimal lineQuantity() override;
     Decimal lineDiscount() override;
     Decimal undiscountedAmount();
+    // The discount the group's row shows: its undiscounted amount at its discount, in cents.
+    Decimal discountAmount() override;
     // The one unit of the children while they share at most one price, else "".
     std::string unitText() const;
     Decimal totalWeight() override;
