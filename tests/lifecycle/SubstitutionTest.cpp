@@ -20,6 +20,7 @@
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/BLTaxDetails.h"
+#include "model/entities/BLTaxRule.h"
 #include "model/entities/BLTeamMember.h"
 #include "model/entities/BLTitle.h"
 #include "model/entities/ModelStrings.h"
@@ -311,6 +312,36 @@ TEST_F(SubstitutionTest, PaymentAndClientAnswerTheirOwnKeys) {
                                                 });
     EXPECT_EQ(substitutionFields(*client).front(), "formattedName");
     EXPECT_TRUE(substitutionFields(*invoice).empty());
+}
+
+TEST_F(SubstitutionTest, OpenTaxAndNetAreTheDocumentsOwnBalances) {
+    // 100 at 19 %: 119.00. On the send day 59.50 arrive (9.50 tax inside), later 20.00
+    // (3.19 inside). The page's balance counts the send day's payment: 59.50. The open
+    // tax is 19.00 - 9.50 = 9.50 (prepayments only); the open net 100 - 50.00 - 16.81 =
+    // 33.19 (all payments), not the 50.00 of a split in proportion.
+    BLInvoice* invoice = invoiceIn("EUR");
+    invoice->setParentDocument(client("Ada", "Lovelace"));
+    auto* rule = insert<BLTaxRule>();
+    rule->setTax1mode(int16_t{1});
+    rule->setTax1name(std::string("VAT"));
+    rule->setTax1value(dec("19"));
+    addCost(invoice, "100")->setTaxRule(rule);
+    invoice->setName(std::string("RE-0043"));
+    invoice->setDateSent(day(2026, 3, 5));
+    const std::pair<const char*, Date> payments[] = {{"59.50", day(2026, 3, 5)}, {"20.00", day(2026, 3, 8)}};
+    for (const auto& [amount, date] : payments) {
+        auto* payment = insert<BLPayment>();
+        payment->setAmount(dec(amount));
+        payment->setDateCreation(date);
+        payment->setParentDocument(invoice);
+    }
+    invoice->resetCaches();
+    expectKeys(substitutionDictionary(*invoice), {
+                                                     {"document.balance", "59.50"},
+                                                     {"document.grossBalance", "59.50"},
+                                                     {"document.taxBalance", "9.50"},
+                                                     {"document.netBalance", "33.19"},
+                                                 });
 }
 
 TEST_F(SubstitutionTest, ItemGroupSumsUseKeyPathNamesAndLeaveZeroSumsOut) {
