@@ -2,6 +2,7 @@
 
 #include "core/Localization.h"
 #include "core/ValueTransformers.h"
+#include "lifecycle/Conditions.h"
 #include "lifecycle/DocumentTexts.h"
 #include "lifecycle/Substitution.h"
 #include "lifecycle/SubstitutionFormats.h"
@@ -171,7 +172,8 @@ void addOriginalKeys(Dict& d, BLSendable& document, const SubstitutionFormats& f
         d[base + ".lead"] = lead;
         d[base + ".number"] = number;
     }
-    d["parent.conditions"] = hookText(substitutionHooks().originalConditionsString, document);
+    const auto& originalConditions = substitutionHooks().originalConditionsString;
+    d["parent.conditions"] = originalConditions ? originalConditions(document) : originalConditionsString(document);
 }
 
 std::optional<Decimal> sumOfQuantities(const std::vector<BLItem*>& items, bool timeUnitsOnly) {
@@ -310,8 +312,10 @@ SubstitutionDictionary buildDocumentSubstitutionDictionary(BLSendable& document)
         addEntriesFromDictionary(d, entries, "document");
     }
 
-    const auto& conditions = substitutionHooks().clientConditionString;
-    recipientKeys["conditions"] = conditions ? conditions(document, d) : std::string();
+    const auto& conditionsHook = substitutionHooks().clientConditionString;
+    const std::string conditions =
+        conditionsHook ? conditionsHook(document, d) : conditionStringWithDictionary(document, d);
+    recipientKeys["conditions"] = conditions;
 
     if (language != nullptr) {
         addEntriesFromDictionary(d, substitutionDictionary(*language), "language");
@@ -321,6 +325,7 @@ SubstitutionDictionary buildDocumentSubstitutionDictionary(BLSendable& document)
     addEntriesFromDictionary(d, recipientKeys, "receipient");
 
     Dict internal = internalSubstitutionDictionary(document);
+    internal["conditions"] = conditions;
     addEntriesFromDictionary(d, internal, "document");
     addEntriesFromDictionary(d, internal, "invoice");
 

@@ -1,5 +1,6 @@
 #include "store/BLSetupDefaultsController.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -50,6 +51,55 @@ BLPreference* preferenceWithUid(ManagedObjectContext& context, const std::string
 
 void setPreference(ManagedObjectContext& context, const std::string& uid, const Value& value) {
     preferenceWithUid(context, uid)->setPayload(value);
+}
+
+// A table of a resource keyed by language: the current language's, else English.
+std::optional<Value::Dictionary> tableInCurrentLanguage(std::string_view resource) {
+    std::optional<Value::Dictionary> languages = BLSetupDefaultsController::resourceDictionary(resource);
+    if (!languages) {
+        return std::nullopt;
+    }
+    for (const std::string& language : {currentLanguage(), std::string("en")}) {
+        auto found = languages->find(language);
+        if (found != languages->end() && found->second.dictionary() != nullptr) {
+            return *found->second.dictionary();
+        }
+    }
+    logMessage("%@ has no English table", std::string(resource));
+    return std::nullopt;
+}
+
+// A list of texts and token records as the archived value that patterns and terms are
+// stored in, each token with the uid a token field would give it; nothing for a non-list.
+std::optional<Value> archivedTokens(const Value& list) {
+    const Value::Array* elements = list.array();
+    if (elements == nullptr) {
+        return std::nullopt;
+    }
+    Value::Array archived;
+    for (const Value& element : *elements) {
+        const Value::Dictionary* token = element.dictionary();
+        if (token == nullptr) {
+            archived.push_back(element);
+            continue;
+        }
+        Value::Dictionary record = *token;
+        if (record.find("uid") == record.end()) {
+            record.emplace("uid", Value(uniqueBase64String()));
+        }
+        archived.emplace_back(std::move(record));
+    }
+    return Value(Value(std::move(archived)).toBinaryPropertyList());
+}
+
+bool hasTokenField(const Value& list, std::string_view field) {
+    const Value::Array* elements = list.array();
+    if (elements == nullptr) {
+        return false;
+    }
+    return std::any_of(elements->begin(), elements->end(), [field](const Value& element) {
+        return element.dictionary() != nullptr && element["field"].toString() == field;
+    });
 }
 
 BLTaxGroup* makeTaxGroup(ManagedObjectContext& context, const std::string& uid, const std::string& name,
@@ -215,6 +265,7 @@ void BLSetupDefaultsController::setupWithObject(const Value::Dictionary& setup, 
         context, patterns.dictionary() != nullptr ? *patterns.dictionary() : Value::Dictionary{});
     setupPreferencesForManagedObjectContext(context);
     setupLanguageForManagedObjectContext(context);
+    setupPaymentTermsForManagedObjectContext(context);
 
     context.processPendingChanges();
     if (undo != nullptr) {
@@ -238,20 +289,12 @@ void BLSetupDefaultsController::setupPreferencesForManagedObjectContext(ManagedO
 std::vector<std::string> BLSetupDefaultsController::setupNumberPatternsForManagedObjectContext(
     ManagedObjectContext& context, const Value::Dictionary& patterns) {
     std::vector<std::string> stored;
-    std::optional<Value::Dictionary> languages = resourceDictionary("NumberPatterns.plist");
-    if (!languages) {
-        return stored;
-    }
-    auto defaults = languages->find(currentLanguage());
-    if (defaults == languages->end() || defaults->second.dictionary() == nullptr) {
-        defaults = languages->find("en");
-    }
-    if (defaults == languages->end() || defaults->second.dictionary() == nullptr) {
-        logMessage("NumberPatterns.plist has no English patterns");
+    std::optional<Value::Dictionary> defaults = tableInCurrentLanguage("NumberPatterns.plist");
+    if (!defaults) {
         return stored;
     }
     const EntityDescription& entity = BLPreference::entityDescription();
-    for (const auto& [kind, fallback] : *defaults->second.dictionary()) {
+    for (const auto& [kind, fallback] : *defaults) {
         // File name and folder patterns are keyed as they stand; the numbered kinds keep
         // theirs under "<kind>.numbering".
         const bool isPath = kind.starts_with("documents.");
@@ -261,34 +304,16 @@ std::vector<std::string> BLSetupDefaultsController::setupNumberPatternsForManage
         }
         auto given = patterns.find(kind);
         const Value& chosen = given != patterns.end() ? given->second : fallback;
-        const Value::Array* list = chosen.array();
-        if (list == nullptr) {
+        std::optional<Value> archived = archivedTokens(chosen);
+        if (!archived) {
             logMessage("The pattern for %@ is no list", kind);
             continue;
         }
-        Value::Array elements;
-        bool hasYear = false;
-        bool hasIncrement = false;
-        for (const Value& element : *list) {
-            const Value::Dictionary* token = element.dictionary();
-            if (token == nullptr) {
-                elements.push_back(element);
-                continue;
-            }
-            // Each token carries the uid a token field would give it.
-            Value::Dictionary record = *token;
-            if (record.find("uid") == record.end()) {
-                record.emplace("uid", Value(uniqueBase64String()));
-            }
-            const std::string field = record["field"].toString();
-            hasYear = hasYear || field == "year";
-            hasIncrement = hasIncrement || field == "increment";
-            elements.emplace_back(std::move(record));
-        }
-        setPreference(context, uid, Value(Value(std::move(elements)).toBinaryPropertyList()));
+        setPreference(context, uid, *archived);
         // A counter within the year starts again at 1 each year, as yearly numbers do; a
         // reset the user chose stays.
-        if (!isPath && (kind == "invoice" || kind == "estimate") && hasYear && hasIncrement) {
+        if (!isPath && (kind == "invoice" || kind == "estimate") && hasTokenField(chosen, "year") &&
+            hasTokenField(chosen, "increment")) {
             BLPreference* reset =
                 preferenceWithUid(context, std::string(kPreferenceUIDPrefix) + kind + ".numberResetMode");
             const Value current = reset->payload();
@@ -299,6 +324,37 @@ std::vector<std::string> BLSetupDefaultsController::setupNumberPatternsForManage
         stored.push_back(kind);
     }
     return stored;
+}
+
+void BLSetupDefaultsController::setupPaymentTermsForManagedObjectContext(ManagedObjectContext& context) {
+    std::optional<Value::Dictionary> terms = tableInCurrentLanguage("PaymentTerms.plist");
+    if (!terms) {
+        return;
+    }
+    auto termsFor = [&terms](const char* kind) -> std::optional<Value> {
+        auto found = terms->find(kind);
+        return found != terms->end() ? archivedTokens(found->second) : std::nullopt;
+    };
+    // Invoices state how and when to pay.
+    auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(context);
+    if (bank != nullptr && !bank->conditions()) {
+        if (std::optional<Value> invoice = termsFor("invoice")) {
+            bank->setConditions(*invoice->bytes());
+        }
+    }
+    // Estimates state how long they hold, through a payment type of their own kind.
+    FetchRequest request("PaymentType");
+    request.setPredicateFormat("type == %@", {Value(kEstimatePaymentTypeName)});
+    if (!context.executeFetchRequest(request).value_or(std::vector<ManagedObject*>{}).empty()) {
+        return;
+    }
+    if (std::optional<Value> estimate = termsFor("estimate")) {
+        auto* validity = BLPaymentType::insertInManagedObjectContext(context);
+        validity->setName(localizedString("validity"));
+        validity->setType(std::string(kEstimatePaymentTypeName));
+        validity->setConditions(*estimate->bytes());
+        validity->setIsDefault(true);
+    }
 }
 
 void BLSetupDefaultsController::setupLanguageForManagedObjectContext(ManagedObjectContext& context) {

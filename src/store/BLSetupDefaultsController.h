@@ -20,6 +20,7 @@ inline constexpr const char* kDefaultItemGroupUID = "com.orvane.Brassline.defaul
 inline constexpr const char* kDefaultFollowUpTypeUID = "com.orvane.Brassline.defaultFollowType";
 inline constexpr const char* kDefaultLayoutStorageUID = "com.orvane.Brassline.defaultLayoutStorage";
 inline constexpr const char* kDefaultLayoutUID = "com.orvane.Brassline.defaultLayout";
+inline constexpr const char* kEstimatePaymentTypeName = "BLEstimate";
 inline constexpr const char* kXRechnungPluginIdentifier = "com.orvane.brassline.e-invoice.XRechnung.3_0";
 
 // The first-run contents of a company file, from the quick set-up's answers.
@@ -41,6 +42,10 @@ public:
     // Answers the kinds it stored.
     static std::vector<std::string> setupNumberPatternsForManagedObjectContext(ManagedObjectContext& context,
                                                                                const Value::Dictionary& patterns = {});
+    // Gives the default payment type the payment terms of "PaymentTerms.plist" in the
+    // company's language when it has none, and makes a default validity type
+    // ("BLEstimate") with the estimate's terms when there is none of that kind.
+    static void setupPaymentTermsForManagedObjectContext(ManagedObjectContext& context);
     // Gives every client without a language the default language.
     static void setupLanguageForManagedObjectContext(ManagedObjectContext& context);
 

@@ -8,15 +8,18 @@
 #include "core/Log.h"
 #include "core/ValueTransformers.h"
 #include "lifecycle/DocumentTexts.h"
+#include "lifecycle/NumberPattern.h"
 #include "lifecycle/Substitution.h"
 #include "lifecycle/SubstitutionCache.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCustomField.h"
 #include "model/entities/BLCustomFieldSet.h"
 #include "model/entities/BLFollowUp.h"
+#include "model/entities/BLFollowUpType.h"
 #include "model/entities/BLGroup.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/BLPayment.h"
+#include "model/entities/BLPaymentType.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/BLTaxDetails.h"
@@ -226,6 +229,48 @@ TEST_F(SubstitutionTest, EstimateAndFollowUpNameThemselvesAndReachTheirOriginal)
                       // The client above the invoice is the follow-up's recipient too.
                       {"recipient.lastname", "Lovelace"},
                   });
+}
+
+TEST_F(SubstitutionTest, TermsOfThePaymentTypeFillFromTheDocument) {
+    // The default terms: texts, the term in days as a plain field and the due date as a
+    // money token; a text's tag reads the dictionary built so far.
+    const NumberPattern terms = {PatternElement::literal("Payable within "),
+                                 PatternElement::token("termDays"),
+                                 PatternElement::literal(" days, by "),
+                                 PatternElement::token("due", std::string("ZPCashDiscountDate")),
+                                 PatternElement::literal(", to <currency.name/>; open "),
+                                 PatternElement::token("amountdue"),
+                                 PatternElement::literal(".")};
+    auto* bank = insert<BLPaymentType>();
+    bank->setConditions(*archivedPattern(terms).bytes());
+    BLInvoice* invoice = issuedInvoice();  // Sent Mar 5, due Apr 4 2026, 231.05.
+    invoice->setPayInterval(int16_t{30});
+    invoice->setPaymentType(bank);
+    const char* expected = "Payable within 30 days, by Apr 4, 2026, to EUR; open 231.05.";
+    expectKeys(substitutionDictionary(*invoice), {
+                                                     {"recipient.conditions", expected},
+                                                     {"document.conditions", expected},
+                                                     {"invoice.conditions", expected},
+                                                 });
+
+    // A document without a payment type of its own states its client's terms.
+    BLInvoice* other = issuedInvoice();
+    other->setPayInterval(int16_t{30});
+    other->client()->setPaymentType(bank);
+    expectKeys(substitutionDictionary(*other), {{"document.conditions", expected}});
+
+    // A follow-up states its type's closing text, and its parent's terms as the parent's.
+    auto* type = insert<BLFollowUpType>();
+    type->setConditions(
+        *archivedPattern({PatternElement::literal("Written on "), PatternElement::token("sent")}).bytes());
+    auto* followUp = insert<BLFollowUp>();
+    followUp->setParentDocument(invoice);
+    followUp->setFollowUpType(type);
+    followUp->setDateSent(day(2026, 4, 20));
+    expectKeys(substitutionDictionary(*followUp), {
+                                                      {"document.conditions", "Written on Apr 20, 2026"},
+                                                      {"parent.conditions", expected},
+                                                  });
 }
 
 TEST_F(SubstitutionTest, LinesGroupsAndTitlesFormTheirRowKeys) {

@@ -16,6 +16,7 @@
 #include "model/entities/BLContextState.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLItemGroup.h"
+#include "model/entities/BLPaymentType.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLTaxGroup.h"
 #include "model/entities/BLTaxRule.h"
@@ -162,6 +163,10 @@ std::string patternText(const Value& stored) {
     return text;
 }
 
+Bytes archivedTokensForTest(Value::Array list) {
+    return Value(std::move(list)).toBinaryPropertyList();
+}
+
 TEST_F(SetupFixture, NewFileNumbersInItsLanguageAndTakesGivenPatterns) {
     struct Case {
         const char* language;
@@ -203,6 +208,48 @@ TEST_F(SetupFixture, NewFileNumbersInItsLanguageAndTakesGivenPatterns) {
     EXPECT_EQ(preference("BLPref.invoice.numberResetMode").toInt64(), 0);
     EXPECT_EQ(patternText(preference("BLPref.estimate.numbering")),
               "EST-{year:ZPYear}-{increment:ZPEstimateIncrement3}");
+}
+
+TEST_F(SetupFixture, DefaultPaymentTypesCarryTermsInTheCompanysLanguage) {
+    struct Case {
+        const char* language;
+        const char* invoice;
+        const char* estimate;
+    } cases[] = {
+        {"en", "Payable within {termDays:} days, by {due:ZPCashDiscountDate}, without deduction.",
+         "This estimate is valid until {due:ZPCashDiscountDate}."},
+        {"de", "Zahlbar innerhalb von {termDays:} Tagen bis zum {due:ZPCashDiscountDate} ohne Abzug.",
+         "Dieses Angebot gilt bis zum {due:ZPCashDiscountDate}."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.language);
+        TearDown();
+        SetUp();
+        setCurrentLanguage(c.language);
+        BLSetupDefaultsController::setupWithObject(answers(true, {{"VAT", 19}}), *m_context);
+        setCurrentLanguage("");
+        auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(*m_context);
+        ASSERT_NE(bank, nullptr);
+        EXPECT_FALSE(bank->type().has_value()) << "the plain type stays the default for invoices";
+        ASSERT_NE(bank->conditions(), nullptr);
+        EXPECT_EQ(patternText(Value(*bank->conditions())), c.invoice);
+        FetchRequest request("PaymentType");
+        request.setPredicateFormat("type == 'BLEstimate'");
+        std::vector<ManagedObject*> validity =
+            m_context->executeFetchRequest(request).value_or(std::vector<ManagedObject*>{});
+        ASSERT_EQ(validity.size(), 1u);
+        auto* estimate = static_cast<BLPaymentType*>(validity.front());
+        EXPECT_TRUE(estimate->isDefaultValue());
+        ASSERT_NE(estimate->conditions(), nullptr);
+        EXPECT_EQ(patternText(Value(*estimate->conditions())), c.estimate);
+    }
+    // Terms the user wrote stay, and a second run makes no second validity type.
+    auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(*m_context);
+    bank->setConditions(archivedTokensForTest({Value("Cash only.")}));
+    BLSetupDefaultsController::setupPaymentTermsForManagedObjectContext(*m_context);
+    EXPECT_EQ(patternText(Value(*bank->conditions())), "Cash only.");
+    EXPECT_EQ(
+        m_context->executeFetchRequest(FetchRequest("PaymentType")).value_or(std::vector<ManagedObject*>{}).size(), 2u);
 }
 
 TEST_F(SetupFixture, RepairAddsMissingPatternsOnceAndKeepsTheUsers) {
