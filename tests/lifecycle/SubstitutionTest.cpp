@@ -204,6 +204,54 @@ TEST_F(SubstitutionTest, LocalesFormatAmountsAndDatesButPaymentCodesKeepTheirMar
     }
 }
 
+TEST_F(SubstitutionTest, DocumentsFormatInTheirReadersCountryOnAnyMachine) {
+    struct Row {
+        const char* machine;
+        const char* client;   // The client's country.
+        const char* contact;  // The document's contact's country; wins when set.
+        const char* gross;
+        const char* sent;
+        const char* due;  // Through the terms' due-date token.
+    };
+    // 1,822.24 sent Nov 22 and due Dec 22, 2026.
+    const Row rows[] = {
+        {"en_US", "DE", nullptr, "1.822,24", "22.11.2026", "22.12.2026"},
+        {"de_DE", "US", nullptr, "1,822.24", "Nov 22, 2026", "Dec 22, 2026"},
+        {"de_DE", "DE", "US", "1,822.24", "Nov 22, 2026", "Dec 22, 2026"},
+        // A reader without a country reads as the machine does.
+        {"de_DE", nullptr, nullptr, "1.822,24", "22.11.2026", "22.12.2026"},
+    };
+    auto* bank = insert<BLPaymentType>();
+    bank->setConditions(*archivedPattern({PatternElement::literal("Due "),
+                                          PatternElement::token("due", std::string("ZPCashDiscountDate"))})
+                             .bytes());
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.machine) + " " + (row.client ? row.client : "-") + " " +
+                     (row.contact ? row.contact : "-"));
+        setCurrentFormattingLocale(row.machine);
+        BLSubstitutionCache::resetForTesting();
+        BLInvoice* invoice = invoiceIn("EUR");
+        BLClient* reader = client("Ada", "Lovelace");
+        if (row.client != nullptr) {
+            reader->setCountryCode(std::string(row.client));
+        }
+        invoice->setParentDocument(reader);
+        if (row.contact != nullptr) {
+            BLClient* person = client("Grace", "Hopper");
+            person->setCountryCode(std::string(row.contact));
+            invoice->setContact(person);
+        }
+        invoice->setPaymentType(bank);
+        addCost(invoice, "1822.24");
+        invoice->setDateSent(day(2026, 11, 22));
+        invoice->setDateDue(day(2026, 12, 22));
+        SubstitutionDictionary d = substitutionDictionary(*invoice);
+        EXPECT_EQ(d["document.costwithtaxes"].toString(), row.gross);
+        EXPECT_EQ(d["document.sent"].toString(), row.sent);
+        EXPECT_EQ(d["document.conditions"].toString(), std::string("Due ") + row.due);
+    }
+}
+
 TEST_F(SubstitutionTest, EstimateAndFollowUpNameThemselvesAndReachTheirOriginal) {
     BLEstimate* estimate = estimateIn("EUR");
     estimate->setName(std::string("AN-3"));
