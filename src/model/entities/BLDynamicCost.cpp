@@ -7,6 +7,9 @@
 namespace brassline {
 
 void BLDynamicCost::setupClass(EntityDescription& entity) {
+    entity.registerDerivedProperty("affectedItemsValid", [](const ManagedObject& o) -> Value {
+        return Value(const_cast<BLDynamicCost&>(static_cast<const BLDynamicCost&>(o)).affectedItemsValid());
+    });
     entity.registerDerivedProperty(
         "unitPrice",
         [](const ManagedObject& o) -> Value {

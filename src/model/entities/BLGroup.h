@@ -20,6 +20,8 @@ public:
     std::vector<std::string> allowedChildren() const override { return {"Cost"}; }
 
     // The children that are costs (a group holds nothing else that counts).
+    static void setupClass(EntityDescription& entity);
+
     std::vector<BLCost*> costs() const;
     Decimal cost() override;
     Decimal costForGroup() override { return cost(); }

@@ -439,6 +439,41 @@ void BLSendable::registerTotalKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("includeInDashboard", [](const ManagedObject& o) -> Value {
         return Value(static_cast<const BLSendable&>(o).includeInDashboard());
     });
+    entity.registerDerivedProperty(
+        "costWithoutTaxes", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costWithoutTaxes()); });
+    entity.registerDerivedProperty(
+        "costWithoutOptions", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costWithoutOptions()); });
+    entity.registerDerivedProperty("costWithoutOptionsWithTaxes", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).costWithoutOptionsWithTaxes());
+    });
+    entity.registerDerivedProperty("taxes", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).tax()); });
+    entity.registerDerivedProperty("itemsForTotal", [](const ManagedObject& o) -> Value {
+        Value::Array items;
+        for (BLItem* item : totalsOf(o).itemsForTotal()) {
+            items.emplace_back(static_cast<Object*>(item));
+        }
+        return Value(std::move(items));
+    });
+    entity.registerDerivedProperty("payments", [](const ManagedObject& o) -> Value {
+        Value::Array payments;
+        for (BLPayment* payment : totalsOf(o).payments()) {
+            payments.emplace_back(static_cast<Object*>(payment));
+        }
+        return Value(std::move(payments));
+    });
+    entity.registerDerivedProperty("prePayments", [](const ManagedObject& o) -> Value {
+        Value::Array payments;
+        for (BLPayment* payment : totalsOf(o).prePayments()) {
+            payments.emplace_back(static_cast<Object*>(payment));
+        }
+        return Value(std::move(payments));
+    });
+    // An invoice's questions about its balance; a plain sendable answers them the same way.
+    entity.registerDerivedProperty("canPay", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).isKindOfEntity("Invoice") && !totalsOf(o).balance().isZeroAsFloat());
+    });
+    entity.registerDerivedProperty("exportBalance",
+                                   [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balance()); });
 }
 
 }  // namespace brassline
