@@ -56,6 +56,14 @@ protected:
         auto* object = byUid<BLPreference>(uid);
         return object != nullptr ? object->payload() : Value();
     }
+    // A fresh context given the first-run contents while `language` is the current one.
+    void setUpFreshFileIn(const char* language) {
+        TearDown();
+        SetUp();
+        setCurrentLanguage(language);
+        BLSetupDefaultsController::setupWithObject(answers(true, {{"VAT", 19}}), *m_context);
+        setCurrentLanguage("");
+    }
     static Value::Dictionary answers(bool taxable, std::vector<std::pair<std::string, int>> taxes) {
         Value::Array list;
         for (const auto& [name, percent] : taxes) {
@@ -180,11 +188,7 @@ TEST_F(SetupFixture, NewFileNumbersInItsLanguageAndTakesGivenPatterns) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.language);
-        TearDown();
-        SetUp();
-        setCurrentLanguage(c.language);
-        BLSetupDefaultsController::setupWithObject(answers(true, {{"VAT", 19}}), *m_context);
-        setCurrentLanguage("");
+        setUpFreshFileIn(c.language);
         EXPECT_EQ(patternText(preference("BLPref.invoice.numbering")), c.invoice);
         EXPECT_EQ(patternText(preference("BLPref.estimate.numbering")), c.estimate);
         EXPECT_EQ(patternText(preference("BLPref.client.numbering")), "{increment:ZPClientIncrement}");
@@ -223,11 +227,7 @@ TEST_F(SetupFixture, DefaultPaymentTypesCarryTermsInTheCompanysLanguage) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.language);
-        TearDown();
-        SetUp();
-        setCurrentLanguage(c.language);
-        BLSetupDefaultsController::setupWithObject(answers(true, {{"VAT", 19}}), *m_context);
-        setCurrentLanguage("");
+        setUpFreshFileIn(c.language);
         auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(*m_context);
         ASSERT_NE(bank, nullptr);
         EXPECT_FALSE(bank->type().has_value()) << "the plain type stays the default for invoices";

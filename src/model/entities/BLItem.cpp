@@ -69,13 +69,8 @@ void BLItem::setupClass(EntityDescription& entity) {
     entity.registerDerivedProperty("fullIndex",
                                    [](const ManagedObject& o) -> Value { return Value(itemOf(o).fullIndex()); });
     entity.registerDerivedProperty("sum", [](const ManagedObject& o) -> Value { return Value(itemOf(o).sum()); });
-    entity.registerDerivedProperty("affectedItems", [](const ManagedObject& o) -> Value {
-        Value::Array items;
-        for (BLItem* item : itemOf(o).affectedItems()) {
-            items.emplace_back(static_cast<Object*>(item));
-        }
-        return Value(std::move(items));
-    });
+    entity.registerDerivedProperty(
+        "affectedItems", [](const ManagedObject& o) -> Value { return objectListValue(itemOf(o).affectedItems()); });
     entity.registerDerivedProperty("isLeaf", [](const ManagedObject& o) -> Value { return Value(itemOf(o).isLeaf()); });
     entity.registerDerivedProperty("itemIsChildOfSummary", [](const ManagedObject& o) -> Value {
         return Value(itemOf(o).itemIsChildOfSummary());

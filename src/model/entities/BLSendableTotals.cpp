@@ -447,27 +447,12 @@ void BLSendable::registerTotalKeys(EntityDescription& entity) {
         return Value(totalsOf(o).costWithoutOptionsWithTaxes());
     });
     entity.registerDerivedProperty("taxes", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).tax()); });
-    entity.registerDerivedProperty("itemsForTotal", [](const ManagedObject& o) -> Value {
-        Value::Array items;
-        for (BLItem* item : totalsOf(o).itemsForTotal()) {
-            items.emplace_back(static_cast<Object*>(item));
-        }
-        return Value(std::move(items));
-    });
-    entity.registerDerivedProperty("payments", [](const ManagedObject& o) -> Value {
-        Value::Array payments;
-        for (BLPayment* payment : totalsOf(o).payments()) {
-            payments.emplace_back(static_cast<Object*>(payment));
-        }
-        return Value(std::move(payments));
-    });
-    entity.registerDerivedProperty("prePayments", [](const ManagedObject& o) -> Value {
-        Value::Array payments;
-        for (BLPayment* payment : totalsOf(o).prePayments()) {
-            payments.emplace_back(static_cast<Object*>(payment));
-        }
-        return Value(std::move(payments));
-    });
+    entity.registerDerivedProperty(
+        "itemsForTotal", [](const ManagedObject& o) -> Value { return objectListValue(totalsOf(o).itemsForTotal()); });
+    entity.registerDerivedProperty(
+        "payments", [](const ManagedObject& o) -> Value { return objectListValue(totalsOf(o).payments()); });
+    entity.registerDerivedProperty(
+        "prePayments", [](const ManagedObject& o) -> Value { return objectListValue(totalsOf(o).prePayments()); });
     // An invoice's questions about its balance; a plain sendable answers them the same way.
     entity.registerDerivedProperty("canPay", [](const ManagedObject& o) -> Value {
         return Value(totalsOf(o).isKindOfEntity("Invoice") && !totalsOf(o).balance().isZeroAsFloat());
