@@ -1,7 +1,10 @@
+include(${CMAKE_CURRENT_LIST_DIR}/Layering.cmake)
+
 # brassline_library(NAME SOURCES... LINKS ...): one static library per subsystem.
 function(brassline_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
   add_library(brassline_${name} STATIC ${ARG_SOURCES})
+  set_property(GLOBAL APPEND PROPERTY BRASSLINE_LIBRARIES ${name})
   target_include_directories(brassline_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
   target_link_libraries(brassline_${name} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_PRIVATE_LINKS})
   target_compile_definitions(brassline_${name} PRIVATE
@@ -23,5 +26,8 @@ function(brassline_test subsystem)
     BRASSLINE_SHARED_DIR="${BRASSLINE_SHARED_DIR}"
     BRASSLINE_RESOURCES_DIR="${BRASSLINE_RESOURCES_DIR}")
   include(GoogleTest)
-  gtest_discover_tests(${target} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} DISCOVERY_TIMEOUT 60)
+  # The label names the executable's subsystem, so that a build of some test executables
+  # (the sanitizer builds) runs just theirs: ctest -L.
+  gtest_discover_tests(${target} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} DISCOVERY_TIMEOUT 60
+                       PROPERTIES LABELS ${subsystem})
 endfunction()

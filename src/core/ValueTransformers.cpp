@@ -286,7 +286,7 @@ struct NumberTransformer::Formatters {
     std::string locale;
     std::optional<icu::number::LocalizedNumberFormatter> formatter;
     std::unique_ptr<icu::DecimalFormat> parser;
-    std::mutex parseMutex;
+    mutable std::mutex parseMutex;
 };
 
 namespace {
@@ -394,7 +394,7 @@ std::optional<Decimal> NumberTransformer::parse(std::string_view input, std::str
     } else {
         const Formatters& cache = formatters(resolvedLocale(m_locale));
         if (cache.parser != nullptr) {
-            std::lock_guard lock(const_cast<Formatters&>(cache).parseMutex);
+            std::lock_guard lock(cache.parseMutex);
             icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
             icu::Formattable result;
             icu::ParsePosition position(0);

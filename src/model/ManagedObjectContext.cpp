@@ -4,8 +4,10 @@
 #include <charconv>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "core/Log.h"
 #include "core/UniqueId.h"
@@ -37,11 +39,31 @@ Value objectArray(const std::vector<ManagedObject*>& objects) {
 
 }  // namespace
 
+// What the timers and once-tasks of schedule() share with their context: whether it still
+// lives, and the timers to cancel when it goes. The mutex orders a firing timer against
+// the destructor on another thread.
+struct ManagedObjectContext::Scheduled {
+    std::mutex mutex;
+    ManagedObjectContext* context = nullptr;
+    std::set<RunLoop::TimerId> timers;
+    // Once-keys are scoped by this number, never by an address that a later context reuses.
+    uint64_t serial = 0;
+};
+
+namespace {
+
+std::atomic<uint64_t> nextContextSerial{1};
+
+}  // namespace
+
 ManagedObjectContext::ManagedObjectContext(const ManagedObjectModel& model, std::unique_ptr<PersistentStore> store)
     : m_model(model),
       m_store(std::move(store)),
       m_undoManager(std::make_unique<UndoManager>()),
-      m_alive(std::make_shared<ManagedObjectContext*>(this)) {
+      m_alive(std::make_shared<ManagedObjectContext*>(this)),
+      m_scheduled(std::make_shared<Scheduled>()) {
+    m_scheduled->context = this;
+    m_scheduled->serial = nextContextSerial++;
     // The first call fixes the main thread; a main context made first thing in a test or
     // in main() makes that thread the main one.
     RunLoop::main();
@@ -62,11 +84,25 @@ ManagedObjectContext::ManagedObjectContext(ManagedObjectContext& parent, std::st
       m_parent(&parent),
       m_storeIdentifier(parent.storeIdentifier()),
       m_queue(std::make_unique<SerialQueue>(std::move(queueName))),
-      m_alive(std::make_shared<ManagedObjectContext*>(this)) {
+      m_alive(std::make_shared<ManagedObjectContext*>(this)),
+      m_scheduled(std::make_shared<Scheduled>()) {
+    m_scheduled->context = this;
+    m_scheduled->serial = nextContextSerial++;
     m_objectsByEntity.resize(m_model.entities().size());
 }
 
 ManagedObjectContext::~ManagedObjectContext() {
+    // Scheduled work dies with the context: pending timers are cancelled, and what already
+    // sits in a queue finds the context gone.
+    std::set<RunLoop::TimerId> timers;
+    {
+        std::lock_guard lock(m_scheduled->mutex);
+        m_scheduled->context = nullptr;
+        timers.swap(m_scheduled->timers);
+    }
+    for (RunLoop::TimerId timer : timers) {
+        RunLoop::main().cancel(timer);
+    }
     // Undo actions point at the objects: they go first. The queue finishes its tasks
     // before the objects are released.
     m_alive.reset();
@@ -124,6 +160,71 @@ void ManagedObjectContext::performBlock(std::function<void()> block) {
     } else {
         RunLoop::main().perform(std::move(task));
     }
+}
+
+void ManagedObjectContext::schedule(ContextTask task, const ContextSchedule& when) {
+    std::weak_ptr<ManagedObjectContext*> alive = m_alive;
+    auto run = [alive, task = std::move(task)] {
+        if (auto context = alive.lock()) {
+            task(**context);
+        }
+    };
+    std::shared_ptr<Scheduled> scheduled = m_scheduled;
+    if (!when.onceKey.empty()) {
+        // RunLoop keeps the key until the task starts, and forgets it on a reset.
+        std::string key = "context." + std::to_string(scheduled->serial) + "." + when.onceKey;
+        if (when.delaySeconds <= 0.0) {
+            RunLoop::main().performOnce(key, [scheduled, run = std::move(run)] { runScheduled(scheduled, run); });
+            return;
+        }
+        // A delayed once-task: the key is held from the request until the timer fires.
+        RunLoop::main().performOnce(key, [scheduled, delay = when.delaySeconds, run = std::move(run)] {
+            std::lock_guard lock(scheduled->mutex);
+            if (scheduled->context != nullptr) {
+                armTimer(scheduled, delay, run);
+            }
+        });
+        return;
+    }
+    if (when.delaySeconds <= 0.0) {
+        performBlock(std::move(run));
+        return;
+    }
+    std::lock_guard lock(scheduled->mutex);
+    armTimer(scheduled, when.delaySeconds, std::move(run));
+}
+
+// The caller holds the lock, so the timer can neither fire before it is recorded nor be
+// recorded after the destructor has cancelled the others.
+void ManagedObjectContext::armTimer(const std::shared_ptr<Scheduled>& scheduled, double delaySeconds,
+                                    std::function<void()> run) {
+    auto timer = std::make_shared<RunLoop::TimerId>(0);
+    *timer = RunLoop::main().performAfterDelay(delaySeconds, [scheduled, timer, run = std::move(run)] {
+        {
+            std::lock_guard lock(scheduled->mutex);
+            scheduled->timers.erase(*timer);
+        }
+        runScheduled(scheduled, run);
+    });
+    scheduled->timers.insert(*timer);
+}
+
+// On the main thread: a main context's task runs here and now; a child context's goes into
+// its queue, posted while the lock keeps the context from going.
+void ManagedObjectContext::runScheduled(const std::shared_ptr<Scheduled>& scheduled, std::function<void()> run) {
+    {
+        std::lock_guard lock(scheduled->mutex);
+        ManagedObjectContext* context = scheduled->context;
+        if (context == nullptr) {
+            return;
+        }
+        if (!context->isMainContext()) {
+            context->performBlock(std::move(run));
+            return;
+        }
+    }
+    // Unlocked: the task may schedule more work or close its own document.
+    run();
 }
 
 void ManagedObjectContext::performBlockAndWait(const std::function<void()>& block) {
@@ -261,14 +362,8 @@ void ManagedObjectContext::requestProcessPendingChanges() {
         return;
     }
     m_processRequested = true;
-    std::weak_ptr<ManagedObjectContext*> alive = m_alive;
-    // One request per context and turn: the key carries the context's address.
-    std::string key = "ManagedObjectContext.processPendingChanges." + std::to_string(reinterpret_cast<uintptr_t>(this));
-    RunLoop::main().performOnce(key, [alive] {
-        if (auto context = alive.lock()) {
-            (*context)->processPendingChanges();
-        }
-    });
+    // One request per context and turn.
+    schedule([](ManagedObjectContext& context) { context.processPendingChanges(); }, {0.0, "processPendingChanges"});
 }
 
 bool ManagedObjectContext::registersUndo() const {

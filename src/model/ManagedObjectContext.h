@@ -23,6 +23,15 @@ class PersistentStore;
 class SerialQueue;
 class UndoManager;
 
+// When ManagedObjectContext::schedule runs a task.
+struct ContextSchedule {
+    // Seconds on the main run loop's clock before the task runs; 0 is the next turn.
+    double delaySeconds = 0.0;
+    // Non-empty: at most one pending task per key and context; a request before the
+    // pending one has started is dropped (the coalescing of delayed cache resets).
+    std::string onceKey;
+};
+
 // Owns the managed objects of one object graph. A main context belongs to the main thread
 // (the thread of RunLoop::main()) and has an undo manager; a child context works on a
 // private serial queue, copies objects from its parent on first use (the parent's current
@@ -64,6 +73,13 @@ public:
     // Expires when the context goes. Work and caches that outlive a call hold this rather
     // than the context's address, which a later context may reuse.
     std::weak_ptr<ManagedObjectContext*> livenessToken() const { return m_alive; }
+
+    // The one way to leave work for later on behalf of this context: the task runs on the
+    // context's thread with the context, only while the context lives, and the context
+    // cancels its pending timers when it goes. Run-loop tasks never capture a context's
+    // address; they are scheduled here. Thread-safe.
+    using ContextTask = std::function<void(ManagedObjectContext&)>;
+    void schedule(ContextTask task, const ContextSchedule& when = {});
 
     // Inserts a new object of a concrete entity and calls its awakeFromCreate. Null for an
     // unknown or abstract entity.
@@ -170,6 +186,10 @@ private:
     std::unique_ptr<UndoManager> m_undoManager;
     std::unique_ptr<SerialQueue> m_queue;
     std::shared_ptr<ManagedObjectContext*> m_alive;  // Pending run-loop work checks it.
+    struct Scheduled;
+    std::shared_ptr<Scheduled> m_scheduled;  // Shared with the timers and once-tasks of schedule().
+    static void runScheduled(const std::shared_ptr<Scheduled>& scheduled, std::function<void()> run);
+    static void armTimer(const std::shared_ptr<Scheduled>& scheduled, double delaySeconds, std::function<void()> run);
     std::atomic<int64_t> m_nextNumber{1};
 
     std::unordered_map<int64_t, std::unique_ptr<ManagedObject>> m_objectsByNumber;

@@ -47,7 +47,7 @@ std::string UserDefaults::filePath() const {
     return (overrideDirectory.empty() ? defaultDirectory() : overrideDirectory) + "/UserDefaults.json";
 }
 
-void UserDefaults::loadLocked() {
+void UserDefaults::loadLocked() const {
     if (m_loaded) {
         return;
     }
@@ -88,7 +88,7 @@ void UserDefaults::writeLocked() const {
 
 Value UserDefaults::objectForKey(std::string_view key) const {
     std::lock_guard lock(m_mutex);
-    const_cast<UserDefaults*>(this)->loadLocked();
+    loadLocked();
     if (auto it = m_values.find(std::string(key)); it != m_values.end()) {
         return it->second;
     }

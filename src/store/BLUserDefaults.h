@@ -32,14 +32,16 @@ public:
 
 private:
     UserDefaults() = default;
-    void loadLocked();
+    // Reads the file on first use; a read answers from what it loaded, so the loaded
+    // values are a cache of the file that const readers fill.
+    void loadLocked() const;
     void writeLocked() const;
 
     mutable std::mutex m_mutex;
     std::string m_directory;
-    Value::Dictionary m_values;
+    mutable Value::Dictionary m_values;
     Value::Dictionary m_registered;
-    bool m_loaded = false;
+    mutable bool m_loaded = false;
 };
 
 // The per-device settings of one company file: user defaults under

@@ -421,6 +421,53 @@ TEST_F(NumberingTest, PeekingTouchesNeitherCounterNorObject) {
     EXPECT_EQ(numbering.peekNumber(*draft), std::optional<std::string>("2024-002"));
 }
 
+TEST_F(NumberingTest, APreviewNeverMovesTheNumberThatTheIssueGives) {
+    // Numbers restarted for a period are searched from 1, and the search remembers where
+    // it found a free number; a preview before the issue must leave that memory pointing
+    // at the number it showed, not past it.
+    Clock::setNow(Date::dateWithYear(2025, 1, 10));
+    const NumberPattern yearly = {tokenOf("year", "ZPYear"), PatternElement::literal("/R"),
+                                  tokenOf("increment", "ZPIncrement")};
+    struct Row {
+        const char* label;
+        NumberPattern pattern;
+        Date sent;
+        std::vector<std::string> taken;
+        int previews;
+        std::vector<std::string> expected;  // Issued one after another, each after its previews.
+    };
+    const std::vector<Row> rows = {
+        {"this year, none taken", yearly, Date::dateWithYear(2025, 1, 9), {}, 1, {"2025/R1", "2025/R2"}},
+        {"this year, 1 and 2 taken",
+         yearly,
+         Date::dateWithYear(2025, 1, 9),
+         {"2025/R1", "2025/R2"},
+         1,
+         {"2025/R3", "2025/R4"}},
+        {"three previews", yearly, Date::dateWithYear(2025, 1, 9), {"2025/R1"}, 3, {"2025/R2", "2025/R3"}},
+        {"back-dated", yearly, Date::dateWithYear(2024, 12, 20), {"2024/R1"}, 1, {"2024/R2", "2024/R3"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        TearDown();
+        SetUp();
+        Clock::setNow(Date::dateWithYear(2025, 1, 10));
+        Numbering numbering(context(), prefs());
+        setInvoicePattern(numbering, row.pattern, Value("year"), 9);
+        prefs().setValueForKeyPath(Value(Date::dateWithYear(2025, 1, 1)), "invoice.numberLastReset");
+        for (const std::string& taken : row.taken) {
+            invoice(row.sent, taken);
+        }
+        for (const std::string& expected : row.expected) {
+            BLInvoice* draft = invoice(row.sent);
+            for (int preview = 0; preview < row.previews; ++preview) {
+                EXPECT_EQ(numbering.peekNumber(*draft), std::optional<std::string>(expected)) << "preview";
+            }
+            EXPECT_EQ(numbering.createNumber(*draft), std::optional<std::string>(expected)) << "issue";
+        }
+    }
+}
+
 TEST_F(NumberingTest, DocumentNamesAndPathsAndImportTitles) {
     Numbering numbering(context(), prefs());
     NumberingPreferences& preferences = prefs();

@@ -205,6 +205,21 @@ TEST_F(PredicateTest, InBetweenAggregatesAndCollectionModifiers) {
         {"ALL empty.cost > 5", true},
         {"NONE empty.cost > 5", true},
         {"ANY missing > 5", false},
+        // A missing collection is an empty one: ALL and NONE hold over it whatever the
+        // comparison, nil included, and their negations fail.
+        {"ALL missing > 5", true},
+        {"NONE missing > 5", true},
+        {"ALL missing == nil", true},
+        {"NONE missing == nil", true},
+        {"ANY missing == nil", false},
+        {"NOT ALL missing > 5", false},
+        {"NOT NONE missing > 5", false},
+        {"ALL empty.name == nil", true},
+        // A single value is a collection of one.
+        {"ALL city == 'Zürich'", true},
+        {"NONE city == 'Zürich'", false},
+        {"NONE city == 'Bern'", true},
+        {"ANY city == 'Bern'", false},
         {"childs.@count == 3", true},
         {"childs.@count > 3", false},
         {"empty.@count == 0", true},

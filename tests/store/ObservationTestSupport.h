@@ -85,9 +85,11 @@ protected:
     void TearDown() override {
         m_log.reset();
         BLCacheInvalidator::resetSharedForTesting();
-        RunLoop::resetMainForTesting();
         BLContextState::forgetContext(*m_context);
         m_context.reset();
+        // Queued work runs after the context has gone, so a task holding it by address shows.
+        RunLoop::main().runUntilIdle();
+        RunLoop::resetMainForTesting();
         resetModelHooks();
         resetObservationHooks();
         NotificationCenter::resetDefaultCenterForTesting();

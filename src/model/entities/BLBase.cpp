@@ -430,12 +430,13 @@ void BLBase::resetCaches() {
     }
     // The task finds the object again by ID: by the time it runs the object may be gone.
     ObjectID id = objectID();
-    std::string key = "resetCachesDelayed:" + std::to_string(reinterpret_cast<uintptr_t>(this));
-    RunLoop::main().performOnce(key, [context, id] {
-        if (auto* object = dynamic_cast<BLBase*>(context->objectWithID(id))) {
-            object->resetCachesDelayed();
-        }
-    });
+    context->schedule(
+        [id](ManagedObjectContext& objects) {
+            if (auto* object = dynamic_cast<BLBase*>(objects.objectWithID(id))) {
+                object->resetCachesDelayed();
+            }
+        },
+        {0.0, "resetCachesDelayed:" + std::to_string(id.number)});
 }
 
 void BLBase::resetCachesDelayed() {

@@ -154,13 +154,13 @@ void BLSendable::setDateSent(std::optional<Date> value) {
         // Listeners redraw lists and sheets: a later turn keeps them out of the middle of an
         // issue, and the object may be gone by then, so it is looked up again.
         const ObjectID id = objectID();
-        RunLoop::main().perform([context, id] {
-            ManagedObject* object = context->objectWithID(id);
+        context->schedule([id](ManagedObjectContext& objects) {
+            ManagedObject* object = objects.objectWithID(id);
             if (object == nullptr || object->managedObjectContext() == nullptr) {
                 return;
             }
             NotificationCenter::defaultCenter().postNotificationName(kSentChangedNotification, object,
-                                                                     {{"context", Value(context)}});
+                                                                     {{"context", Value(&objects)}});
         });
     }
     resetCaches();

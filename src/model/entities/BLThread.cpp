@@ -1,7 +1,6 @@
 #include "model/entities/BLThread.h"
 
 #include "model/ManagedObjectContext.h"
-#include "model/RunLoop.h"
 
 namespace brassline {
 
@@ -17,16 +16,18 @@ void BLThread::addDocument() {
     // The thread is found again by its ID when the delay has passed: it may have been
     // deleted, or its deletion saved, in the meantime.
     const ObjectID id = objectID();
-    RunLoop::main().performAfterDelay(kAddDocumentDelaySeconds, [context, id] {
-        auto* thread = dynamic_cast<BLThread*>(context->objectWithID(id));
-        if (thread == nullptr || thread->isDeleted()) {
-            return;
-        }
-        ManagedObject* invoice = context->insertNewObjectForEntityForName("Invoice");
-        if (auto* container = dynamic_cast<BLContainer*>(invoice)) {
-            container->setParent(thread);
-        }
-    });
+    context->schedule(
+        [id](ManagedObjectContext& objects) {
+            auto* thread = dynamic_cast<BLThread*>(objects.objectWithID(id));
+            if (thread == nullptr || thread->isDeleted()) {
+                return;
+            }
+            ManagedObject* invoice = objects.insertNewObjectForEntityForName("Invoice");
+            if (auto* container = dynamic_cast<BLContainer*>(invoice)) {
+                container->setParent(thread);
+            }
+        },
+        {kAddDocumentDelaySeconds, {}});
 }
 
 }  // namespace brassline
