@@ -260,6 +260,21 @@ void setCurrentFormattingLocale(std::string_view locale) {
     explicitLocale() = std::string(locale);
 }
 
+std::string localeForCountry(std::string_view countryCode) {
+    if (countryCode.size() != 2) {
+        return {};
+    }
+    icu::Locale likely("und", std::string(countryCode).c_str());
+    UErrorCode status = U_ZERO_ERROR;
+    likely.addLikelySubtags(status);
+    const std::string language = likely.getLanguage();
+    const std::string country = likely.getCountry();
+    if (U_FAILURE(status) || language.empty() || language == "und" || country.empty()) {
+        return {};
+    }
+    return language + "_" + country;
+}
+
 void setNumberFormulaEvaluator(NumberFormulaEvaluator evaluator) {
     std::lock_guard lock(formulaMutex());
     formulaEvaluator() = std::move(evaluator);

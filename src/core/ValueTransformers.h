@@ -17,6 +17,9 @@ namespace brassline {
 // without a locale of their own follow it.
 std::string currentFormattingLocale();
 void setCurrentFormattingLocale(std::string_view locale);
+// The locale a country writes in, by its most likely language ("DE" gives "de_DE", "CH"
+// "de_CH", "US" "en_US"); empty for an empty or unknown code.
+std::string localeForCountry(std::string_view countryCode);
 
 // A named conversion between stored values and display text. Both directions answer the
 // null value for what they cannot convert; nothing throws. Shareable across threads.

@@ -2,6 +2,7 @@
 
 #include "core/Localization.h"
 #include "core/ValueTransformers.h"
+#include "lifecycle/Conditions.h"
 #include "lifecycle/DocumentTexts.h"
 #include "lifecycle/Substitution.h"
 #include "lifecycle/SubstitutionFormats.h"
@@ -171,7 +172,8 @@ void addOriginalKeys(Dict& d, BLSendable& document, const SubstitutionFormats& f
         d[base + ".lead"] = lead;
         d[base + ".number"] = number;
     }
-    d["parent.conditions"] = hookText(substitutionHooks().originalConditionsString, document);
+    const auto& originalConditions = substitutionHooks().originalConditionsString;
+    d["parent.conditions"] = originalConditions ? originalConditions(document) : originalConditionsString(document);
 }
 
 std::optional<Decimal> sumOfQuantities(const std::vector<BLItem*>& items, bool timeUnitsOnly) {
@@ -233,10 +235,8 @@ SubstitutionDictionary internalSubstitutionDictionary(BLSendable& document) {
     setNumber(d, gross - cost, formats.currency, "taxes");
     setNumber(d, balance, formats.currency, "balance");
     setNumber(d, balance, formats.currency, "grossBalance");
-    // The open amount splits into net and tax in the proportion of the whole document.
-    Decimal netBalance = gross.isZeroAsFloat() ? balance : (balance * cost / gross).rounded(2);
-    setNumber(d, netBalance, formats.currency, "netBalance");
-    setNumber(d, balance - netBalance, formats.currency, "taxBalance");
+    setNumber(d, document.netBalance(), formats.currency, "netBalance");
+    setNumber(d, document.taxBalance(), formats.currency, "taxBalance");
     if (BLCurrency* currency = document.currency()) {
         setNumber(d, currency->convertValueToDefaultCurrency(gross), formats.currency, "costinnativecurrency");
         setNumber(d, currency->convertValueToDefaultCurrency(balance), formats.currency, "balanceinnativecurrency");
@@ -312,8 +312,10 @@ SubstitutionDictionary buildDocumentSubstitutionDictionary(BLSendable& document)
         addEntriesFromDictionary(d, entries, "document");
     }
 
-    const auto& conditions = substitutionHooks().clientConditionString;
-    recipientKeys["conditions"] = conditions ? conditions(document, d) : std::string();
+    const auto& conditionsHook = substitutionHooks().clientConditionString;
+    const std::string conditions =
+        conditionsHook ? conditionsHook(document, d) : conditionStringWithDictionary(document, d);
+    recipientKeys["conditions"] = conditions;
 
     if (language != nullptr) {
         addEntriesFromDictionary(d, substitutionDictionary(*language), "language");
@@ -323,6 +325,7 @@ SubstitutionDictionary buildDocumentSubstitutionDictionary(BLSendable& document)
     addEntriesFromDictionary(d, recipientKeys, "receipient");
 
     Dict internal = internalSubstitutionDictionary(document);
+    internal["conditions"] = conditions;
     addEntriesFromDictionary(d, internal, "document");
     addEntriesFromDictionary(d, internal, "invoice");
 

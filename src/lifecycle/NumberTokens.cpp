@@ -6,9 +6,11 @@
 #include "core/Localization.h"
 #include "core/Log.h"
 #include "core/ValueTransformers.h"
+#include "lifecycle/SubstitutionFormats.h"
 #include "model/ManagedObject.h"
 #include "model/entities/BLContact.h"
 #include "model/entities/BLCurrency.h"
+#include "model/entities/BLSendable.h"
 
 namespace brassline {
 
@@ -158,13 +160,23 @@ Date dateForObject(const ManagedObject* object) {
     return Date::now();
 }
 
-std::string formatDate(Date date) {
-    const ValueTransformer* transformer = valueTransformerForName("ZPDateTransformer");
+// A sendable's own date and currency transformers (its reader's locale); the registered
+// ones for anything else.
+const ValueTransformer* objectTransformer(const ManagedObject* object, bool date) {
+    if (const auto* sendable = dynamic_cast<const BLSendable*>(object)) {
+        SubstitutionFormats formats = SubstitutionFormats::forDocument(sendable);
+        return date ? formats.date : formats.currency;
+    }
+    return valueTransformerForName(date ? "ZPDateTransformer" : "ZPNumberTransformer");
+}
+
+std::string formatDate(const ManagedObject* object, Date date) {
+    const ValueTransformer* transformer = objectTransformer(object, true);
     return transformer != nullptr ? transformer->transformedValue(Value(date)).toString() : date.isoDateString();
 }
 
-std::string formatMoney(const Decimal& amount) {
-    const ValueTransformer* transformer = valueTransformerForName("ZPNumberTransformer");
+std::string formatMoney(const ManagedObject* object, const Decimal& amount) {
+    const ValueTransformer* transformer = objectTransformer(object, false);
     return transformer != nullptr ? transformer->transformedValue(Value(amount)).toString() : amount.toString();
 }
 
@@ -262,18 +274,18 @@ std::optional<std::string> evaluate(const TokenSpec& spec, const std::string& co
             const Date* sent = sentValue.date();
             const Date* due = dueValue.date();
             if (spec.kind == TokenKind::DueDate) {
-                return due != nullptr ? formatDate(*due) : kMissingDate;
+                return due != nullptr ? formatDate(object, *due) : kMissingDate;
             }
             if (sent == nullptr) {
                 return kMissingDate;
             }
             if (spec.kind == TokenKind::SentDatePlus) {
-                return formatDate(sent->dateByAddingDays(spec.number));
+                return formatDate(object, sent->dateByAddingDays(spec.number));
             }
             if (due == nullptr) {
                 return kMissingDate;
             }
-            return formatDate(sent->dateByAddingTimeInterval(due->timeIntervalSinceDate(*sent) / 2));
+            return formatDate(object, sent->dateByAddingTimeInterval(due->timeIntervalSinceDate(*sent) / 2));
         }
         case TokenKind::CashDiscount: {
             if (object == nullptr) {
@@ -287,14 +299,14 @@ std::optional<std::string> evaluate(const TokenSpec& spec, const std::string& co
                 reduced = currency->roundCost(reduced);
             }
             // The deduction is taken from the rounded payable amount, so both add up to the base.
-            return formatMoney(base - reduced);
+            return formatMoney(object, base - reduced);
         }
         case TokenKind::Amount: {
             if (object == nullptr) {
                 return std::nullopt;
             }
             Decimal balance = object->valueForKey("balanceForLayout").toDecimal().validNumber();
-            return formatMoney(deductingPercentage(balance, percentFor(spec, input.preferences)));
+            return formatMoney(object, deductingPercentage(balance, percentFor(spec, input.preferences)));
         }
         case TokenKind::Currency:
         case TokenKind::CurrencyShortName: {

@@ -314,7 +314,7 @@ void addRowKeys(Dict& d, BLItem& item, BLSendable* document, const SubstitutionF
     setNumber(d, unitPrice, formats.currency, "rate");
     if (discount && !discount->isZeroAsFloat()) {
         setNumber(d, discount, formats.shortNumber, "discount", "%");
-        Decimal amount = undiscounted - item.cost();
+        Decimal amount = item.discountAmount();
         setNumber(d, amount, formats.currency, "discountAmount");
         setNumber(d, amount, formats.currency, "discountamount");
         setNumber(d, amount, formats.currency, "negativediscountamount");

@@ -141,6 +141,16 @@ const EntityDescription::Property* EntityDescription::propertyForKey(std::string
     return found == m_properties.end() ? nullptr : &found->second;
 }
 
+std::vector<std::string> EntityDescription::propertyKeys() const {
+    std::vector<std::string> keys;
+    keys.reserve(m_properties.size());
+    for (const auto& [key, property] : m_properties) {
+        keys.push_back(key);
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
 const std::vector<std::string>* EntityDescription::keysAffectedBy(std::string_view key) const {
     if (m_affectedKeys.empty()) {
         return nullptr;

@@ -113,6 +113,8 @@ public:
     // Lookup in the flattened table: stored and derived properties of this class and its
     // ancestors. Null for an unknown key. No allocation.
     const Property* propertyForKey(std::string_view key) const;
+    // Every key of that table, sorted.
+    std::vector<std::string> propertyKeys() const;
     // The keys whose observers hear of a change to `key` (transitively), null when none.
     const std::vector<std::string>* keysAffectedBy(std::string_view key) const;
 

@@ -212,6 +212,9 @@ void BLDoc::installHooks() {
 void BLDoc::repair() {
     fixProfiles();
     fixEuro();
+    // A file from before default patterns numbered nothing; it gets the defaults for each
+    // kind it has no pattern for, and a pattern once stored is the user's.
+    BLSetupDefaultsController::setupNumberPatternsForManagedObjectContext(*m_context);
     m_context->processPendingChanges();
 }
 

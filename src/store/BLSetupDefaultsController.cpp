@@ -1,11 +1,13 @@
 #include "store/BLSetupDefaultsController.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <mutex>
 
 #include "core/Localization.h"
 #include "core/Log.h"
+#include "core/UniqueId.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
 #include "model/UndoManager.h"
@@ -49,6 +51,55 @@ BLPreference* preferenceWithUid(ManagedObjectContext& context, const std::string
 
 void setPreference(ManagedObjectContext& context, const std::string& uid, const Value& value) {
     preferenceWithUid(context, uid)->setPayload(value);
+}
+
+// A table of a resource keyed by language: the current language's, else English.
+std::optional<Value::Dictionary> tableInCurrentLanguage(std::string_view resource) {
+    std::optional<Value::Dictionary> languages = BLSetupDefaultsController::resourceDictionary(resource);
+    if (!languages) {
+        return std::nullopt;
+    }
+    for (const std::string& language : {currentLanguage(), std::string("en")}) {
+        auto found = languages->find(language);
+        if (found != languages->end() && found->second.dictionary() != nullptr) {
+            return *found->second.dictionary();
+        }
+    }
+    logMessage("%@ has no English table", std::string(resource));
+    return std::nullopt;
+}
+
+// A list of texts and token records as the archived value that patterns and terms are
+// stored in, each token with the uid a token field would give it; nothing for a non-list.
+std::optional<Value> archivedTokens(const Value& list) {
+    const Value::Array* elements = list.array();
+    if (elements == nullptr) {
+        return std::nullopt;
+    }
+    Value::Array archived;
+    for (const Value& element : *elements) {
+        const Value::Dictionary* token = element.dictionary();
+        if (token == nullptr) {
+            archived.push_back(element);
+            continue;
+        }
+        Value::Dictionary record = *token;
+        if (record.find("uid") == record.end()) {
+            record.emplace("uid", Value(uniqueBase64String()));
+        }
+        archived.emplace_back(std::move(record));
+    }
+    return Value(Value(std::move(archived)).toBinaryPropertyList());
+}
+
+bool hasTokenField(const Value& list, std::string_view field) {
+    const Value::Array* elements = list.array();
+    if (elements == nullptr) {
+        return false;
+    }
+    return std::any_of(elements->begin(), elements->end(), [field](const Value& element) {
+        return element.dictionary() != nullptr && element["field"].toString() == field;
+    });
 }
 
 BLTaxGroup* makeTaxGroup(ManagedObjectContext& context, const std::string& uid, const std::string& name,
@@ -208,9 +259,13 @@ void BLSetupDefaultsController::setupWithObject(const Value::Dictionary& setup, 
     profile->setEstimateLayout(layout);
     profile->setStatementLayout(layout);
 
-    // 12. and 13.
+    // 12. and 13., with the number patterns before the resource defaults fill the rest.
+    const Value& patterns = answer("patterns");
+    setupNumberPatternsForManagedObjectContext(
+        context, patterns.dictionary() != nullptr ? *patterns.dictionary() : Value::Dictionary{});
     setupPreferencesForManagedObjectContext(context);
     setupLanguageForManagedObjectContext(context);
+    setupPaymentTermsForManagedObjectContext(context);
 
     context.processPendingChanges();
     if (undo != nullptr) {
@@ -228,6 +283,77 @@ void BLSetupDefaultsController::setupPreferencesForManagedObjectContext(ManagedO
         if (context.objectWithUid(entity, uid) == nullptr) {
             setPreference(context, uid, value);
         }
+    }
+}
+
+std::vector<std::string> BLSetupDefaultsController::setupNumberPatternsForManagedObjectContext(
+    ManagedObjectContext& context, const Value::Dictionary& patterns) {
+    std::vector<std::string> stored;
+    std::optional<Value::Dictionary> defaults = tableInCurrentLanguage("NumberPatterns.plist");
+    if (!defaults) {
+        return stored;
+    }
+    const EntityDescription& entity = BLPreference::entityDescription();
+    for (const auto& [kind, fallback] : *defaults) {
+        // File name and folder patterns are keyed as they stand; the numbered kinds keep
+        // theirs under "<kind>.numbering".
+        const bool isPath = kind.starts_with("documents.");
+        const std::string uid = std::string(kPreferenceUIDPrefix) + kind + (isPath ? "" : ".numbering");
+        if (context.objectWithUid(entity, uid) != nullptr) {
+            continue;
+        }
+        auto given = patterns.find(kind);
+        const Value& chosen = given != patterns.end() ? given->second : fallback;
+        std::optional<Value> archived = archivedTokens(chosen);
+        if (!archived) {
+            logMessage("The pattern for %@ is no list", kind);
+            continue;
+        }
+        setPreference(context, uid, *archived);
+        // A counter within the year starts again at 1 each year, as yearly numbers do; a
+        // reset the user chose stays.
+        if (!isPath && (kind == "invoice" || kind == "estimate") && hasTokenField(chosen, "year") &&
+            hasTokenField(chosen, "increment")) {
+            BLPreference* reset =
+                preferenceWithUid(context, std::string(kPreferenceUIDPrefix) + kind + ".numberResetMode");
+            const Value current = reset->payload();
+            if (current.isNull() || (current.isNumber() && current.toInt64() == 0) || current == Value("never")) {
+                reset->setPayload(Value("year"));
+            }
+        }
+        stored.push_back(kind);
+    }
+    return stored;
+}
+
+void BLSetupDefaultsController::setupPaymentTermsForManagedObjectContext(ManagedObjectContext& context) {
+    std::optional<Value::Dictionary> terms = tableInCurrentLanguage("PaymentTerms.plist");
+    if (!terms) {
+        return;
+    }
+    auto termsFor = [&terms](const char* kind) -> std::optional<Value> {
+        auto found = terms->find(kind);
+        return found != terms->end() ? archivedTokens(found->second) : std::nullopt;
+    };
+    // Invoices state how and when to pay.
+    auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(context);
+    if (bank != nullptr && !bank->conditions()) {
+        if (std::optional<Value> invoice = termsFor("invoice")) {
+            bank->setConditions(*invoice->bytes());
+        }
+    }
+    // Estimates state how long they hold, through a payment type of their own kind.
+    FetchRequest request("PaymentType");
+    request.setPredicateFormat("type == %@", {Value(kEstimatePaymentTypeName)});
+    if (!context.executeFetchRequest(request).value_or(std::vector<ManagedObject*>{}).empty()) {
+        return;
+    }
+    if (std::optional<Value> estimate = termsFor("estimate")) {
+        auto* validity = BLPaymentType::insertInManagedObjectContext(context);
+        validity->setName(localizedString("validity"));
+        validity->setType(std::string(kEstimatePaymentTypeName));
+        validity->setConditions(*estimate->bytes());
+        validity->setIsDefault(true);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/Value.h"
 
@@ -19,6 +20,7 @@ inline constexpr const char* kDefaultItemGroupUID = "com.orvane.Brassline.defaul
 inline constexpr const char* kDefaultFollowUpTypeUID = "com.orvane.Brassline.defaultFollowType";
 inline constexpr const char* kDefaultLayoutStorageUID = "com.orvane.Brassline.defaultLayoutStorage";
 inline constexpr const char* kDefaultLayoutUID = "com.orvane.Brassline.defaultLayout";
+inline constexpr const char* kEstimatePaymentTypeName = "BLEstimate";
 inline constexpr const char* kXRechnungPluginIdentifier = "com.orvane.brassline.e-invoice.XRechnung.3_0";
 
 // The first-run contents of a company file, from the quick set-up's answers.
@@ -31,6 +33,19 @@ public:
     // Inserts each preference of "BLPref.plist" that the context does not hold yet (new
     // and older files alike).
     static void setupPreferencesForManagedObjectContext(ManagedObjectContext& context);
+    // Stores the number, file name and folder patterns of "NumberPatterns.plist" in the
+    // company's language (the current one; English where it has none) for each kind
+    // whose pattern preference does not exist yet, with a yearly counter reset where a
+    // pattern counts within the year. `patterns` holds a pattern list per kind ("invoice",
+    // "estimate", "client", "project", "documents.filename", "documents.directory") that
+    // takes the place of the default; a kind already set keeps its pattern either way.
+    // Answers the kinds it stored.
+    static std::vector<std::string> setupNumberPatternsForManagedObjectContext(ManagedObjectContext& context,
+                                                                               const Value::Dictionary& patterns = {});
+    // Gives the default payment type the payment terms of "PaymentTerms.plist" in the
+    // company's language when it has none, and makes a default validity type
+    // ("BLEstimate") with the estimate's terms when there is none of that kind.
+    static void setupPaymentTermsForManagedObjectContext(ManagedObjectContext& context);
     // Gives every client without a language the default language.
     static void setupLanguageForManagedObjectContext(ManagedObjectContext& context);
 

@@ -299,7 +299,8 @@ int newFile(const std::string& path, const NewOptions& options, std::ostream& ou
     Value::Dictionary setup{{"vatID", Value(options.vatID)},
                             {"taxable", Value(options.taxable)},
                             {"useGrossPrices", Value(options.useGrossPrices)},
-                            {"taxes", Value(std::move(taxes))}};
+                            {"taxes", Value(std::move(taxes))},
+                            {"patterns", Value(options.patterns)}};
     std::optional<CommandFile> file = CommandFile::create(path, setup, err);
     if (!file) {
         return kBadInput;

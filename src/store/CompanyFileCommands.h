@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/Value.h"
+
 namespace brassline {
 
 // The command-line operations on a company file, apart from argument parsing so that
@@ -23,6 +25,8 @@ struct NewOptions {
     bool useGrossPrices = false;
     // "NAME=PERCENT" entries of the quick set-up.
     std::vector<std::string> taxes;
+    // Pattern lists by kind ("invoice", "documents.filename", ...) in place of the defaults.
+    Value::Dictionary patterns;
 };
 
 struct FetchOptions {

@@ -164,6 +164,24 @@ TEST_F(ValueTransformersTest, FormattedNumbersReadBackInEveryLocale) {
     }
 }
 
+TEST_F(ValueTransformersTest, CountriesWriteInTheirLikeliestLanguage) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"DE", "de_DE"},
+        {"US", "en_US"},
+        {"CH", "de_CH"},
+        {"AT", "de_AT"},
+        {"FR", "fr_FR"},
+        // Nothing to go by: no locale, so the caller keeps its own.
+        {"", ""},
+        {"D", ""},
+        {"DEU", ""},
+    };
+    for (const auto& [country, locale] : rows) {
+        SCOPED_TRACE(country);
+        EXPECT_EQ(localeForCountry(country), locale);
+    }
+}
+
 TEST_F(ValueTransformersTest, FollowsTheCurrentLocaleAndTheFormulaHook) {
     NumberTransformer transformer(NumberStyle::Grouped);
     setCurrentFormattingLocale("de_DE");

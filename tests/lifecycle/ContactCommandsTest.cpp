@@ -8,6 +8,7 @@
 #include "../store/StoreTestSupport.h"
 #include "core/Value.h"
 #include "lifecycle/LifecycleHooks.h"
+#include "lifecycle/NumberingCommands.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
 #include "model/entities/ModelHooks.h"
@@ -72,8 +73,20 @@ protected:
     std::string m_previousLocale;
 };
 
+TEST_F(ContactCommandsTest, ANewFileNumbersItsClientsAndListsThemByNumber) {
+    insert("Client", {"lastName=Zeller"});
+    insert("Client", {"organization=Alpha AG"});
+    CommandResult plain = clients(false);
+    ASSERT_EQ(plain.code, 0) << plain.err;
+    // A plain running number from 1, in the order the clients came.
+    EXPECT_EQ(plain.out, "1\tZeller\t\n2\tAlpha AG\t\n");
+}
+
 TEST_F(ContactCommandsTest, ClientsWithoutAPatternListByNameWithANullNumber) {
-    // A new file has no client pattern, so inserted clients stay unnumbered.
+    // A client pattern that yields nothing leaves inserted clients unnumbered.
+    CommandResult cleared =
+        runCommand([&](auto& out, auto& err) { return numbercommands::pattern(m_path, "client", "[]", out, err); });
+    ASSERT_EQ(cleared.code, 0) << cleared.err;
     const std::string zeller = insert("Client", {"lastName=Zeller"});
     const std::string alpha = insert("Client", {"organization=Alpha AG"});
 

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "../store/StoreTestSupport.h"
+#include "core/Date.h"
+#include "core/Localization.h"
 #include "lifecycle/NumberingCommands.h"
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
@@ -50,6 +52,44 @@ protected:
     std::string m_path;
 };
 
+TEST_F(NumberingCommandsTest, ANewFileNumbersInItsLanguageAndARepairedOldFileToo) {
+    const std::string year = std::to_string(Date::now().yearOfCommonEra());
+    struct Row {
+        const char* language;
+        std::string invoice;
+        std::string estimate;
+        std::string project;
+    } rows[] = {
+        {"en", "INV-" + year + "-001", "EST-" + year + "-001", "PRJ-001"},
+        {"de", "RE-" + year + "-001", "AN-" + year + "-001", "PR-001"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.language);
+        m_path = m_folder / (std::string(row.language) + ".brassline");
+        setCurrentLanguage(row.language);
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        ASSERT_EQ(created.code, 0) << created.err;
+        EXPECT_EQ(number(insert("Invoice")).out, row.invoice + " (next)\n");
+        EXPECT_EQ(number(insert("Estimate")).out, row.estimate + " (next)\n");
+        EXPECT_EQ(number(insert("Client")).out, "1\n") << "a client takes its number when made";
+        EXPECT_EQ(number(insert("Client")).out, "2\n");
+        CommandResult reset = pattern("invoice");
+        EXPECT_NE(reset.out.find("reset: year\n"), std::string::npos) << reset.out;
+        EXPECT_NE(pattern("project").out.find("preview: " + row.project + "\n"), std::string::npos);
+        setCurrentLanguage("");
+    }
+
+    // A file from before default patterns: the invoice pattern is gone, and the next
+    // opening stores it again.
+    CommandResult removed = runCommand(
+        [&](auto& out, auto& err) { return companyfile::remove(m_path, "BLPref.invoice.numbering", out, err); });
+    ASSERT_EQ(removed.code, 0) << removed.err;
+    setCurrentLanguage("en");
+    EXPECT_EQ(number(insert("Invoice")).out, "INV-" + year + "-001 (next)\n");
+    setCurrentLanguage("");
+}
+
 TEST_F(NumberingCommandsTest, SetPatternIsStoredAndNumbersArePeekedWithoutTaking) {
     CommandResult set = pattern("invoice", R"(["RE-", {"field": "increment", "option": "ZPIncrement4"}])");
     ASSERT_EQ(set.code, 0) << set.err;
@@ -80,13 +120,14 @@ TEST_F(NumberingCommandsTest, BadInputIsNamedAndNothingIsStored) {
         {"estimate", R"([{"option": "ZPYear"}])", "element 1"},
         {"receipts", "[]", "unknown pattern kind \"receipts\""},
     };
+    const std::string before = pattern("invoice").out;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.json);
         CommandResult result = pattern(row.kind, std::string(row.json));
         EXPECT_EQ(result.code, 1);
         EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
     }
-    EXPECT_NE(pattern("invoice").out.find("pattern: none\n"), std::string::npos);
+    EXPECT_EQ(pattern("invoice").out, before) << "the stored pattern stays as it was";
     EXPECT_EQ(number("no-such-uid").code, 1);
     std::string layoutless = insert("Payment");
     CommandResult payment = number(layoutless);

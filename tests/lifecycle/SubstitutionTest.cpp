@@ -8,18 +8,22 @@
 #include "core/Log.h"
 #include "core/ValueTransformers.h"
 #include "lifecycle/DocumentTexts.h"
+#include "lifecycle/NumberPattern.h"
 #include "lifecycle/Substitution.h"
 #include "lifecycle/SubstitutionCache.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLCustomField.h"
 #include "model/entities/BLCustomFieldSet.h"
 #include "model/entities/BLFollowUp.h"
+#include "model/entities/BLFollowUpType.h"
 #include "model/entities/BLGroup.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/BLPayment.h"
+#include "model/entities/BLPaymentType.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLProfile.h"
 #include "model/entities/BLTaxDetails.h"
+#include "model/entities/BLTaxRule.h"
 #include "model/entities/BLTeamMember.h"
 #include "model/entities/BLTitle.h"
 #include "model/entities/ModelStrings.h"
@@ -200,6 +204,54 @@ TEST_F(SubstitutionTest, LocalesFormatAmountsAndDatesButPaymentCodesKeepTheirMar
     }
 }
 
+TEST_F(SubstitutionTest, DocumentsFormatInTheirReadersCountryOnAnyMachine) {
+    struct Row {
+        const char* machine;
+        const char* client;   // The client's country.
+        const char* contact;  // The document's contact's country; wins when set.
+        const char* gross;
+        const char* sent;
+        const char* due;  // Through the terms' due-date token.
+    };
+    // 1,822.24 sent Nov 22 and due Dec 22, 2026.
+    const Row rows[] = {
+        {"en_US", "DE", nullptr, "1.822,24", "22.11.2026", "22.12.2026"},
+        {"de_DE", "US", nullptr, "1,822.24", "Nov 22, 2026", "Dec 22, 2026"},
+        {"de_DE", "DE", "US", "1,822.24", "Nov 22, 2026", "Dec 22, 2026"},
+        // A reader without a country reads as the machine does.
+        {"de_DE", nullptr, nullptr, "1.822,24", "22.11.2026", "22.12.2026"},
+    };
+    auto* bank = insert<BLPaymentType>();
+    bank->setConditions(*archivedPattern({PatternElement::literal("Due "),
+                                          PatternElement::token("due", std::string("ZPCashDiscountDate"))})
+                             .bytes());
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.machine) + " " + (row.client ? row.client : "-") + " " +
+                     (row.contact ? row.contact : "-"));
+        setCurrentFormattingLocale(row.machine);
+        BLSubstitutionCache::resetForTesting();
+        BLInvoice* invoice = invoiceIn("EUR");
+        BLClient* reader = client("Ada", "Lovelace");
+        if (row.client != nullptr) {
+            reader->setCountryCode(std::string(row.client));
+        }
+        invoice->setParentDocument(reader);
+        if (row.contact != nullptr) {
+            BLClient* person = client("Grace", "Hopper");
+            person->setCountryCode(std::string(row.contact));
+            invoice->setContact(person);
+        }
+        invoice->setPaymentType(bank);
+        addCost(invoice, "1822.24");
+        invoice->setDateSent(day(2026, 11, 22));
+        invoice->setDateDue(day(2026, 12, 22));
+        SubstitutionDictionary d = substitutionDictionary(*invoice);
+        EXPECT_EQ(d["document.costwithtaxes"].toString(), row.gross);
+        EXPECT_EQ(d["document.sent"].toString(), row.sent);
+        EXPECT_EQ(d["document.conditions"].toString(), std::string("Due ") + row.due);
+    }
+}
+
 TEST_F(SubstitutionTest, EstimateAndFollowUpNameThemselvesAndReachTheirOriginal) {
     BLEstimate* estimate = estimateIn("EUR");
     estimate->setName(std::string("AN-3"));
@@ -225,6 +277,48 @@ TEST_F(SubstitutionTest, EstimateAndFollowUpNameThemselvesAndReachTheirOriginal)
                       // The client above the invoice is the follow-up's recipient too.
                       {"recipient.lastname", "Lovelace"},
                   });
+}
+
+TEST_F(SubstitutionTest, TermsOfThePaymentTypeFillFromTheDocument) {
+    // The default terms: texts, the term in days as a plain field and the due date as a
+    // money token; a text's tag reads the dictionary built so far.
+    const NumberPattern terms = {PatternElement::literal("Payable within "),
+                                 PatternElement::token("termDays"),
+                                 PatternElement::literal(" days, by "),
+                                 PatternElement::token("due", std::string("ZPCashDiscountDate")),
+                                 PatternElement::literal(", to <currency.name/>; open "),
+                                 PatternElement::token("amountdue"),
+                                 PatternElement::literal(".")};
+    auto* bank = insert<BLPaymentType>();
+    bank->setConditions(*archivedPattern(terms).bytes());
+    BLInvoice* invoice = issuedInvoice();  // Sent Mar 5, due Apr 4 2026, 231.05.
+    invoice->setPayInterval(int16_t{30});
+    invoice->setPaymentType(bank);
+    const char* expected = "Payable within 30 days, by Apr 4, 2026, to EUR; open 231.05.";
+    expectKeys(substitutionDictionary(*invoice), {
+                                                     {"recipient.conditions", expected},
+                                                     {"document.conditions", expected},
+                                                     {"invoice.conditions", expected},
+                                                 });
+
+    // A document without a payment type of its own states its client's terms.
+    BLInvoice* other = issuedInvoice();
+    other->setPayInterval(int16_t{30});
+    other->client()->setPaymentType(bank);
+    expectKeys(substitutionDictionary(*other), {{"document.conditions", expected}});
+
+    // A follow-up states its type's closing text, and its parent's terms as the parent's.
+    auto* type = insert<BLFollowUpType>();
+    type->setConditions(
+        *archivedPattern({PatternElement::literal("Written on "), PatternElement::token("sent")}).bytes());
+    auto* followUp = insert<BLFollowUp>();
+    followUp->setParentDocument(invoice);
+    followUp->setFollowUpType(type);
+    followUp->setDateSent(day(2026, 4, 20));
+    expectKeys(substitutionDictionary(*followUp), {
+                                                      {"document.conditions", "Written on Apr 20, 2026"},
+                                                      {"parent.conditions", expected},
+                                                  });
 }
 
 TEST_F(SubstitutionTest, LinesGroupsAndTitlesFormTheirRowKeys) {
@@ -311,6 +405,36 @@ TEST_F(SubstitutionTest, PaymentAndClientAnswerTheirOwnKeys) {
                                                 });
     EXPECT_EQ(substitutionFields(*client).front(), "formattedName");
     EXPECT_TRUE(substitutionFields(*invoice).empty());
+}
+
+TEST_F(SubstitutionTest, OpenTaxAndNetAreTheDocumentsOwnBalances) {
+    // 100 at 19 %: 119.00. On the send day 59.50 arrive (9.50 tax inside), later 20.00
+    // (3.19 inside). The page's balance counts the send day's payment: 59.50. The open
+    // tax is 19.00 - 9.50 = 9.50 (prepayments only); the open net 100 - 50.00 - 16.81 =
+    // 33.19 (all payments), not the 50.00 of a split in proportion.
+    BLInvoice* invoice = invoiceIn("EUR");
+    invoice->setParentDocument(client("Ada", "Lovelace"));
+    auto* rule = insert<BLTaxRule>();
+    rule->setTax1mode(int16_t{1});
+    rule->setTax1name(std::string("VAT"));
+    rule->setTax1value(dec("19"));
+    addCost(invoice, "100")->setTaxRule(rule);
+    invoice->setName(std::string("RE-0043"));
+    invoice->setDateSent(day(2026, 3, 5));
+    const std::pair<const char*, Date> payments[] = {{"59.50", day(2026, 3, 5)}, {"20.00", day(2026, 3, 8)}};
+    for (const auto& [amount, date] : payments) {
+        auto* payment = insert<BLPayment>();
+        payment->setAmount(dec(amount));
+        payment->setDateCreation(date);
+        payment->setParentDocument(invoice);
+    }
+    invoice->resetCaches();
+    expectKeys(substitutionDictionary(*invoice), {
+                                                     {"document.balance", "59.50"},
+                                                     {"document.grossBalance", "59.50"},
+                                                     {"document.taxBalance", "9.50"},
+                                                     {"document.netBalance", "33.19"},
+                                                 });
 }
 
 TEST_F(SubstitutionTest, ItemGroupSumsUseKeyPathNamesAndLeaveZeroSumsOut) {

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include "ContactFixture.h"
+#include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLInvoice.h"
+#include "model/entities/BLPayment.h"
 #include "model/entities/BLPreference.h"
 
 namespace brassline {
@@ -59,52 +61,65 @@ TEST_F(ContactClientTest, IncrementNumberAdvancesTheStoredCounter) {
     EXPECT_EQ(BLPreference::preferenceValue(context(), "client.number").toInt64(), 3);
 }
 
-TEST_F(ContactClientTest, BalanceSumsOpenAmountsPerCurrency) {
+TEST_F(ContactClientTest, BalanceCountsIssuedOpenInvoicesPerCurrencyName) {
     BLCurrency* euro = BLCurrency::defaultItemForContext(context());
-    euro->setCode(std::string("EUR"));
+    euro->setName(std::string("EUR"));
     BLCurrency* dollar = insert<BLCurrency>();
-    dollar->setCode(std::string("USD"));
+    dollar->setName(std::string("USD"));
+    dollar->setRate(dec("0.9"));  // Euros for one dollar.
     BLClient* client = insert<BLClient>();
     client->setCurrency(euro);
 
-    std::map<const BLInvoice*, std::optional<Decimal>> open;
-    auto invoice = [&](BLCurrency* currency, std::optional<Decimal> amount) {
+    // An invoice of one untaxed line at `amount`, issued or not, below `parent`.
+    auto invoice = [&](BLDocument* parent, BLCurrency* currency, const char* amount, bool issued) {
         BLInvoice* created = insert<BLInvoice>();
-        created->setParentDocument(client);
+        created->setParentDocument(parent);
         created->setCurrency(currency);
-        open[created] = amount;
+        BLCost* line = insert<BLCost>();
+        line->setUnitPrice(dec(amount));
+        line->setQuantity(Decimal::one());
+        line->setParent(created);
+        if (issued) {
+            created->setDateSent(Date::now());
+        }
+        created->resetCaches();
         return created;
     };
+    // A client whose only invoice is a draft owes nothing.
+    BLInvoice* draft = invoice(client, euro, "119", false);
     EXPECT_EQ(client->balance(), "");
     EXPECT_FALSE(client->hasOpen());
     EXPECT_FALSE(client->openAmount().has_value());
 
-    invoice(euro, dec("10.5"));
-    invoice(nullptr, dec("2.25"));  // The client's currency.
-    invoice(dollar, dec("0"));
-    BLInvoice* unknown = invoice(euro, std::nullopt);
-    (void)unknown;
-    EXPECT_EQ(client->balance(), "") << "totals not known yet: nothing is made up";
-    EXPECT_FALSE(client->openAmount().has_value());
+    invoice(client, euro, "10.5", true);
+    invoice(client, nullptr, "2.25", true);  // Owed in the client's currency.
+    invoice(client, dollar, "3", true);
+    invoice(draft, euro, "4", true);  // Issued below the draft: counts.
+    BLInvoice* settled = invoice(client, euro, "50", true);
+    settled->setCompleteModeValue(1);
+    BLInvoice* paid = invoice(client, euro, "20", true);
+    BLPayment* payment = insert<BLPayment>();
+    payment->setAmount(dec("5"));
+    payment->setParentDocument(paid);
+    paid->resetCaches();
+    // Issued below an issued invoice: the one above speaks for it and isn't descended.
+    invoice(paid, euro, "7", true);
 
-    modelHooks().invoiceBalance = [&](const BLInvoice& target) { return open[&target]; };
-    // 10.5 + 2.25 = 12.75 euros; the dollar sum is 0 and left out.
-    EXPECT_EQ(client->balance(), "EUR 12.75");
+    // Euros: 10.50 + 2.25 + 4.00 + (20 - 5) = 31.75; the settled 50 and the 119 draft
+    // are out. Dollars: 3.00.
+    EXPECT_EQ(client->balance(), "EUR 31.75, USD 3.00");
     EXPECT_TRUE(client->hasOpen());
+    // In euros, each issued open invoice with its amount: 10.50 + 2.25 + 4.00 + 20.00 +
+    // 7.00 + 3 x 0.9 = 46.45.
     ASSERT_TRUE(client->openAmount().has_value());
-    EXPECT_EQ(client->openAmount()->toString(), "12.75");
+    EXPECT_EQ(client->openAmount()->fixedValue().toString(), "46.45");
 
-    invoice(dollar, dec("3"));
-    EXPECT_EQ(client->balance(), "EUR 12.75, USD 3.00");
-    EXPECT_FALSE(client->openAmount().has_value()) << "dollars cannot be added without a rate";
-
-    invoice(dollar, dec("-3"));
-    invoice(euro, dec("-12.75"));
+    invoice(client, dollar, "-3", true);
+    invoice(client, euro, "-31.75", true);
     EXPECT_EQ(client->balance(), "") << "sums of exactly 0 are left out";
     EXPECT_FALSE(client->hasOpen());
-    EXPECT_EQ(client->openAmount()->toString(), "0");
 
-    invoice(euro, dec("1190.004"));
+    invoice(client, euro, "1190.004", true);
     EXPECT_EQ(client->balance(), "EUR 1,190.00") << "grouped, two digits, in the display locale";
 }
 

@@ -122,6 +122,68 @@ TEST_F(ItemArithmeticTest, DiscountAmountsWeightAndMargin) {
     EXPECT_EQ(plain->margin(), dec("-2"));
 }
 
+TEST_F(ItemArithmeticTest, RowDiscountIsTheDiscountPartRoundedToCentsInAnyCurrency) {
+    struct Row {
+        const char* currency;
+        const char* price;
+        const char* quantity;
+        const char* discount;
+        const char* discountAmount;
+        const char* cost;
+    };
+    const Row rows[] = {
+        // 1 x 0.125 at 10 %: 0.0125 -> 0.01; the line is 0.1125 -> 0.11.
+        {"EUR", "0.125", "1", "10", "0.01", "0.11"},
+        // 1 x 10.5 at 10 %: 1.05 in yen too, though the line rounds to 9.
+        {"JPY", "10.5", "1", "10", "1.05", "9"},
+        // A credit: -2 x 0.125 at 10 % = -0.025 -> -0.03 (a 5 rounds away from zero).
+        {"EUR", "0.125", "-2", "10", "-0.03", "-0.23"},
+        // No discount, no discount amount.
+        {"EUR", "3", "2", "0", "0", "6"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.currency) + " " + row.price + " x " + row.quantity);
+        BLInvoice* invoice = invoiceIn(row.currency);
+        BLCost* line = addCost(invoice, row.price, row.quantity, row.discount);
+        EXPECT_EQ(line->discountAmount(), dec(row.discountAmount));
+        EXPECT_EQ(line->valueForKey("discountAmount").toDecimal(), dec(row.discountAmount));
+        EXPECT_EQ(line->cost(), dec(row.cost));
+    }
+    // A group of lines with one discount shows it on its undiscounted sum: 10 % of
+    // 0.125 + 0.125 = 0.025 -> 0.03.
+    BLInvoice* invoice = invoiceIn("EUR");
+    auto* group = add<BLGroup>(invoice);
+    addCost(group, "0.125", "1", "10");
+    addCost(group, "0.125", "1", "10");
+    EXPECT_EQ(group->discountAmount(), dec("0.03"));
+}
+
+TEST_F(ItemArithmeticTest, RateIsThePriceAndWritesItRoundedToFourDigits) {
+    struct Row {
+        const char* typed;
+        const char* unitPrice;
+        const char* cost;  // At quantity 2 in euros.
+    };
+    const Row rows[] = {
+        {"9.99", "9.99", "19.98"},
+        {"1.23456", "1.2346", "2.47"},  // 2.4692 -> 2.47
+        {"0.00004", "0", "0"},
+    };
+    BLInvoice* invoice = invoiceIn("EUR");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.typed);
+        BLCost* line = addCost(invoice, "0", "2");
+        line->setValueForKey(Value(row.typed), "rate");
+        EXPECT_EQ(line->unitPrice(), dec(row.unitPrice));
+        EXPECT_EQ(line->valueForKey("rate").toDecimal(), dec(row.unitPrice));
+        EXPECT_EQ(line->cost(), dec(row.cost));
+    }
+    // A summary's rate is its price, the sum of its children.
+    auto* summary = add<BLSummaryCost>(invoice);
+    addCost(summary, "4", "2");
+    EXPECT_EQ(summary->valueForKey("rate").toDecimal(), dec("8"));
+}
+
 TEST_F(ItemArithmeticTest, GroupRoundsOnceUnlikeItsLines) {
     struct Row {
         const char* currency;
@@ -188,6 +250,8 @@ TEST_F(ItemArithmeticTest, GroupDerivesPriceQuantityAndDiscountFromItsLines) {
         {"one discount", {{"3", "1", "20"}, {"4", "1", "20"}}, "7", "1", "20"},
         // Mixed discounts below one whole unit undiscounted: 0.
         {"small amount", {{"0.2", "1", "10"}, {"0.3", "1", "0"}}, "0.5", "1", "0"},
+        // The same as a credit: -0.7 undiscounted has the integer part 0 as well.
+        {"small credit", {{"0.5", "-1", "10"}, {"0.2", "-1", "0"}}, "0.7", "-1", "0"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);

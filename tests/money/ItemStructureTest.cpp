@@ -165,5 +165,22 @@ TEST_F(ItemStructureTest, DynamicCostPicksItsRangeAndRunsThePluginOnce) {
     EXPECT_EQ(invoice->cost(), dec("154.50"));
 }
 
+// The base of a dynamic cost is what stands above it now: a deleted or changed line counts
+// at once, before any recalculation.
+TEST_F(ItemStructureTest, DynamicCostBaseFollowsTheLinesAboveAtOnce) {
+    BLInvoice* invoice = invoiceIn("EUR");
+    BLCost* twenty = addCost(invoice, "20");
+    BLCost* thirty = addCost(invoice, "30");
+    auto* dynamic = add<BLDynamicCost>(invoice);
+    dynamic->setPrimitiveRangeType(int16_t{1});
+    EXPECT_EQ(dynamic->valueForKey("unitPrice").toDecimal(), dec("50"));
+    thirty->setQuantity(dec("2"));  // 20 + 60
+    EXPECT_EQ(dynamic->valueForKey("unitPrice").toDecimal(), dec("80"));
+    context().deleteObject(twenty);
+    EXPECT_EQ(dynamic->valueForKey("unitPrice").toDecimal(), dec("60")) << "deleted, not yet processed";
+    context().processPendingChanges();
+    EXPECT_EQ(dynamic->lineUnitPrice(), dec("60"));
+}
+
 }  // namespace
 }  // namespace brassline

@@ -104,6 +104,52 @@ TEST_F(TaxMatrixTest, LinesFindTheCellOfTheirClientGroupAndTaxGroup) {
     }
 }
 
+// Lines go into a group as the command line inserts them: set-up gives the default item
+// group, then the parent, then the item group asked for. A group is one line on one tax
+// rule, so whatever the last line asks for, the group and the document tax all of it
+// alike and agree.
+TEST_F(TaxMatrixTest, GroupLinesShareOneItemGroupAndTheDocumentAgreesWithTheGroup) {
+    struct Row {
+        const char* name;
+        BLItemGroup* secondAsks;  // Null: the second line asks for nothing.
+        BLTaxGroup* shared;
+        const char* tax;
+        const char* gross;
+    };
+    const Row rows[] = {
+        // The second line joins the group's reduced rule, then asks for standard and the
+        // first follows: 200 at 19 % = 38.00.
+        {"second asks for standard", standardItems, standard, "38", "238"},
+        // Without an item group of its own it stays with the group: 200 at 7 % = 14.00.
+        {"second asks for nothing", nullptr, reduced, "14", "214"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        BLInvoice* document = invoiceFor(homeClient);
+        auto* group = insert<BLGroup>();
+        group->setParent(document);
+        auto insertLine = [&](BLItemGroup* asks) {
+            auto* cost = insert<BLCost>();
+            cost->setUnitPrice(dec("100"));
+            cost->setQuantity(Decimal(1));
+            cost->setItemGroup(standardItems);
+            cost->setParent(group);
+            if (asks != nullptr) {
+                cost->setItemGroup(asks);
+            }
+            return cost;
+        };
+        BLCost* first = insertLine(reducedItems);
+        BLCost* second = insertLine(row.secondAsks);
+        EXPECT_EQ(first->taxRule(), find(home, row.shared));
+        EXPECT_EQ(second->taxRule(), find(home, row.shared));
+        document->resetCaches();
+        EXPECT_EQ(group->lineTaxes(), dec(row.tax));
+        EXPECT_EQ(document->tax(), dec(row.tax));
+        EXPECT_EQ(document->costWithTaxes(), dec(row.gross));
+    }
+}
+
 TEST_F(TaxMatrixTest, RulesFollowTheClientGroupUntilTheDocumentIsIssued) {
     BLInvoice* draft = invoiceFor(homeClient);
     BLCost* cost = line(draft, standardItems, "10");

@@ -6,6 +6,7 @@
 #include "model/entities/BLClient.h"
 #include "model/entities/BLClientGroup.h"
 #include "model/entities/BLCost.h"
+#include "model/entities/BLGroup.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/BLTaxGroup.h"

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "StoreTestSupport.h"
+#include "core/Localization.h"
 #include "model/BLSyncHelper.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
@@ -15,6 +16,7 @@
 #include "model/entities/BLContextState.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLItemGroup.h"
+#include "model/entities/BLPaymentType.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLTaxGroup.h"
 #include "model/entities/BLTaxRule.h"
@@ -53,6 +55,14 @@ protected:
     Value preference(const std::string& uid) {
         auto* object = byUid<BLPreference>(uid);
         return object != nullptr ? object->payload() : Value();
+    }
+    // A fresh context given the first-run contents while `language` is the current one.
+    void setUpFreshFileIn(const char* language) {
+        TearDown();
+        SetUp();
+        setCurrentLanguage(language);
+        BLSetupDefaultsController::setupWithObject(answers(true, {{"VAT", 19}}), *m_context);
+        setCurrentLanguage("");
     }
     static Value::Dictionary answers(bool taxable, std::vector<std::pair<std::string, int>> taxes) {
         Value::Array list;
@@ -137,6 +147,137 @@ TEST_F(SetupFixture, PreferencesFromResourcesKeepWhatIsThere) {
     BLSetupDefaultsController::setupPreferencesForManagedObjectContext(*m_context);
     EXPECT_EQ(preference("BLPref.invoice.payInterval").toInt64(), 14);
     EXPECT_EQ(preference("BLPref.estimate.validity").toInt64(), 30);
+}
+
+// The literal and token texts of a stored pattern, tokens as "{field:option}".
+std::string patternText(const Value& stored) {
+    const Bytes* bytes = stored.bytes();
+    if (bytes == nullptr) {
+        return "(none)";
+    }
+    std::optional<Value> list = Value::fromPropertyList(*bytes);
+    if (!list || list->array() == nullptr) {
+        return "(unreadable)";
+    }
+    std::string text;
+    for (const Value& element : *list->array()) {
+        if (element.dictionary() == nullptr) {
+            text += element.toString();
+            continue;
+        }
+        EXPECT_FALSE(element["uid"].toString().empty());
+        text += "{" + element["field"].toString() + ":" + element["option"].toString() + "}";
+    }
+    return text;
+}
+
+Bytes archivedTokensForTest(Value::Array list) {
+    return Value(std::move(list)).toBinaryPropertyList();
+}
+
+TEST_F(SetupFixture, NewFileNumbersInItsLanguageAndTakesGivenPatterns) {
+    struct Case {
+        const char* language;
+        const char* invoice;
+        const char* estimate;
+    } cases[] = {
+        {"en", "INV-{year:ZPYear}-{increment:ZPIncrement3}", "EST-{year:ZPYear}-{increment:ZPEstimateIncrement3}"},
+        {"de", "RE-{year:ZPYear}-{increment:ZPIncrement3}", "AN-{year:ZPYear}-{increment:ZPEstimateIncrement3}"},
+        // A language without patterns of its own numbers in English.
+        {"fi", "INV-{year:ZPYear}-{increment:ZPIncrement3}", "EST-{year:ZPYear}-{increment:ZPEstimateIncrement3}"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.language);
+        setUpFreshFileIn(c.language);
+        EXPECT_EQ(patternText(preference("BLPref.invoice.numbering")), c.invoice);
+        EXPECT_EQ(patternText(preference("BLPref.estimate.numbering")), c.estimate);
+        EXPECT_EQ(patternText(preference("BLPref.client.numbering")), "{increment:ZPClientIncrement}");
+        EXPECT_EQ(preference("BLPref.invoice.numberResetMode"), Value("year"));
+        EXPECT_EQ(preference("BLPref.estimate.numberResetMode"), Value("year"));
+        EXPECT_EQ(patternText(preference("BLPref.documents.filename")), "{label:} {number:} {client:ZPClientName}");
+        EXPECT_EQ(patternText(preference("BLPref.documents.directory")), "{year:ZPYear}/{label:}");
+        EXPECT_EQ(preference("BLPref.invoice.number").toInt64(), 1);
+    }
+
+    // Patterns given at set-up take the place of the defaults; a running number without a
+    // year keeps the counter running.
+    TearDown();
+    SetUp();
+    Value::Dictionary setup = answers(true, {});
+    Value::Array invoice{Value("R"),
+                         Value(Value::Dictionary{{"field", Value("increment")}, {"option", Value("ZPIncrement5")}})};
+    setup["patterns"] = Value(Value::Dictionary{{"invoice", Value(invoice)}});
+    BLSetupDefaultsController::setupWithObject(setup, *m_context);
+    EXPECT_EQ(patternText(preference("BLPref.invoice.numbering")), "R{increment:ZPIncrement5}");
+    EXPECT_EQ(preference("BLPref.invoice.numberResetMode").toInt64(), 0);
+    EXPECT_EQ(patternText(preference("BLPref.estimate.numbering")),
+              "EST-{year:ZPYear}-{increment:ZPEstimateIncrement3}");
+}
+
+TEST_F(SetupFixture, DefaultPaymentTypesCarryTermsInTheCompanysLanguage) {
+    struct Case {
+        const char* language;
+        const char* invoice;
+        const char* estimate;
+    } cases[] = {
+        {"en", "Payable within {termDays:} days, by {due:ZPCashDiscountDate}, without deduction.",
+         "This estimate is valid until {due:ZPCashDiscountDate}."},
+        {"de", "Zahlbar innerhalb von {termDays:} Tagen bis zum {due:ZPCashDiscountDate} ohne Abzug.",
+         "Dieses Angebot gilt bis zum {due:ZPCashDiscountDate}."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.language);
+        setUpFreshFileIn(c.language);
+        auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(*m_context);
+        ASSERT_NE(bank, nullptr);
+        EXPECT_FALSE(bank->type().has_value()) << "the plain type stays the default for invoices";
+        ASSERT_NE(bank->conditions(), nullptr);
+        EXPECT_EQ(patternText(Value(*bank->conditions())), c.invoice);
+        FetchRequest request("PaymentType");
+        request.setPredicateFormat("type == 'BLEstimate'");
+        std::vector<ManagedObject*> validity =
+            m_context->executeFetchRequest(request).value_or(std::vector<ManagedObject*>{});
+        ASSERT_EQ(validity.size(), 1u);
+        auto* estimate = static_cast<BLPaymentType*>(validity.front());
+        EXPECT_TRUE(estimate->isDefaultValue());
+        ASSERT_NE(estimate->conditions(), nullptr);
+        EXPECT_EQ(patternText(Value(*estimate->conditions())), c.estimate);
+    }
+    // Terms the user wrote stay, and a second run makes no second validity type.
+    auto* bank = BLContainer::defaultItemForContext<BLPaymentType>(*m_context);
+    bank->setConditions(archivedTokensForTest({Value("Cash only.")}));
+    BLSetupDefaultsController::setupPaymentTermsForManagedObjectContext(*m_context);
+    EXPECT_EQ(patternText(Value(*bank->conditions())), "Cash only.");
+    EXPECT_EQ(
+        m_context->executeFetchRequest(FetchRequest("PaymentType")).value_or(std::vector<ManagedObject*>{}).size(), 2u);
+}
+
+TEST_F(SetupFixture, RepairAddsMissingPatternsOnceAndKeepsTheUsers) {
+    // An older file: the user set an invoice pattern and a monthly estimate reset, and
+    // cleared the client pattern on purpose.
+    auto set = [this](const std::string& uid, const Value& value) {
+        BLPreference* preference = BLPreference::insertInManagedObjectContext(*m_context);
+        preference->setUid(uid);
+        preference->setPayload(value);
+    };
+    Value mine(Value(Value::Array{Value("Mine-"), Value(Value::Dictionary{{"field", Value("increment")},
+                                                                          {"option", Value("ZPIncrement")},
+                                                                          {"uid", Value("u1")}})})
+                   .toBinaryPropertyList());
+    set("BLPref.invoice.numbering", mine);
+    set("BLPref.invoice.numberResetMode", Value("never"));
+    set("BLPref.estimate.numberResetMode", Value("month"));
+    set("BLPref.client.numbering", Value());
+    std::vector<std::string> added = BLSetupDefaultsController::setupNumberPatternsForManagedObjectContext(*m_context);
+    EXPECT_EQ(added, (std::vector<std::string>{"documents.directory", "documents.filename", "estimate", "project"}));
+    EXPECT_EQ(preference("BLPref.invoice.numbering"), mine);
+    EXPECT_EQ(preference("BLPref.invoice.numberResetMode"), Value("never"));
+    EXPECT_TRUE(preference("BLPref.client.numbering").isNull());
+    EXPECT_EQ(preference("BLPref.estimate.numberResetMode"), Value("month"));
+    EXPECT_EQ(patternText(preference("BLPref.estimate.numbering")),
+              "EST-{year:ZPYear}-{increment:ZPEstimateIncrement3}");
+    // A second repair finds everything in place.
+    EXPECT_TRUE(BLSetupDefaultsController::setupNumberPatternsForManagedObjectContext(*m_context).empty());
 }
 
 TEST_F(SetupFixture, GrossPricesAndProfile) {

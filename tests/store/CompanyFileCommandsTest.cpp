@@ -88,7 +88,8 @@ TEST_F(CompanyFileCommandsTest, NewFileHoldsTheFirstRunObjects) {
     EXPECT_EQ(objects["TaxRule"].toInt64(), 6);
     EXPECT_EQ(objects["ClientGroup"].toInt64(), 2);
     EXPECT_EQ(objects["Profile"].toInt64(), 1);
-    EXPECT_EQ(objects["PaymentType"].toInt64(), 1);
+    // Bank transfer for invoices, the validity terms for estimates.
+    EXPECT_EQ(objects["PaymentType"].toInt64(), 2);
     EXPECT_EQ((*info)["modelVersion"].toInt64(), 23);
     EXPECT_EQ((*info)["changeSets"].toInt64(), 1);
 

@@ -1,19 +1,58 @@
 #include <iostream>
+#include <map>
+#include <optional>
+#include <string>
 
 #include <CLI/CLI.hpp>
 
 #include "app/cli/Commands.h"
+#include "lifecycle/NumberPattern.h"
+#include "lifecycle/NumberTokens.h"
+#include "store/CommandFile.h"
 #include "store/CompanyFileCommands.h"
 
 namespace brassline::cli {
 
 namespace {
 
+// The stored kinds of the pattern options of `new`, with the options' names.
+constexpr std::pair<const char*, const char*> kPatternOptions[] = {
+    {"invoice", "--invoice-pattern"},
+    {"estimate", "--estimate-pattern"},
+    {"client", "--client-pattern"},
+    {"project", "--project-pattern"},
+    {"documents.filename", "--filename-pattern"},
+    {"documents.directory", "--folder-pattern"},
+};
+
+// The patterns given to `new` as the lists set-up stores; false after a message on `err`
+// when one does not read or names an unknown option.
+bool readPatterns(const std::map<std::string, std::string>& given, Value::Dictionary& patterns, std::ostream& err) {
+    for (const auto& [kind, json] : given) {
+        std::string error;
+        std::optional<NumberPattern> pattern = patternFromJSON(json, &error);
+        for (const PatternElement& element : pattern ? *pattern : NumberPattern{}) {
+            if (element.isToken && element.option && !isKnownTokenOption(*element.option)) {
+                error = "unknown option \"" + *element.option + "\"";
+                pattern.reset();
+                break;
+            }
+        }
+        if (!pattern) {
+            err << "brassline: the " << kind << " pattern is refused: " << error << "\n";
+            return false;
+        }
+        patterns[kind] = patternToList(*pattern);
+    }
+    return true;
+}
+
 void addNewCommand(CLI::App& app, int& exitCode) {
     struct Options {
         std::string path;
         bool notTaxable = false;
         companyfile::NewOptions setup;
+        std::map<std::string, std::string> patterns;
     };
     auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand("new", "Create a company file with the first-run set-up");
@@ -24,8 +63,18 @@ void addNewCommand(CLI::App& app, int& exitCode) {
     command->add_flag("--gross-prices", options->setup.useGrossPrices, "Enter prices including taxes");
     command->add_option("--tax", options->setup.taxes, "A tax rate NAME=PERCENT (repeatable); the first is the default")
         ->allow_extra_args(false);
-    command->callback(
-        [options, &exitCode] { exitCode = companyfile::newFile(options->path, options->setup, std::cout, std::cerr); });
+    for (const auto& [kind, name] : kPatternOptions) {
+        command->add_option_function<std::string>(
+            name, [options, kind = std::string(kind)](const std::string& json) { options->patterns[kind] = json; },
+            std::string("The ") + kind + " pattern as JSON instead of the default, as `pattern --set` takes it");
+    }
+    command->callback([options, &exitCode] {
+        if (!readPatterns(options->patterns, options->setup.patterns, std::cerr)) {
+            exitCode = exitcode::kBadInput;
+            return;
+        }
+        exitCode = companyfile::newFile(options->path, options->setup, std::cout, std::cerr);
+    });
 }
 
 void addInfoCommand(CLI::App& app, int& exitCode) {

@@ -117,4 +117,15 @@ int64_t countInContext(ManagedObjectContext& context) {
     return BLBase::countInContext(context, T::entityDescription().managedObjectClassName());
 }
 
+// A list of objects as key-value coding answers it: an array of object references.
+template <typename T>
+Value objectListValue(const std::vector<T*>& objects) {
+    Value::Array list;
+    list.reserve(objects.size());
+    for (T* object : objects) {
+        list.emplace_back(static_cast<Object*>(object));
+    }
+    return Value(std::move(list));
+}
+
 }  // namespace brassline

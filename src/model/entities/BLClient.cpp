@@ -1,5 +1,7 @@
 #include "model/entities/BLClient.h"
 
+#include <functional>
+
 #include "core/Log.h"
 #include "core/ValueTransformers.h"
 #include "model/ManagedObjectContext.h"
@@ -10,6 +12,7 @@
 #include "model/entities/BLPaymentType.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLProfile.h"
+#include "model/entities/BLSendable.h"
 #include "model/entities/ContactStrings.h"
 #include "model/entities/ModelHooks.h"
 #include "model/entities/ModelStrings.h"
@@ -23,10 +26,6 @@ namespace {
 std::string amountText(const Decimal& amount) {
     static const NumberTransformer transformer(NumberStyle::Grouped, 2);
     return transformer.format(amount);
-}
-
-std::string currencyCode(const BLCurrency* currency) {
-    return currency != nullptr ? currency->code().value_or(std::string()) : std::string();
 }
 
 }  // namespace
@@ -151,20 +150,25 @@ void BLClient::incrementNumber() {
     }
 }
 
+namespace {
+
+// Hands the question to each sendable below `document`; documents of other kinds (a
+// project, say) only pass it on.
+void collectFromSendables(const BLDocument& document, const std::function<void(BLSendable&)>& collect) {
+    for (BLDocument* below : document.documents()) {
+        if (auto* sendable = dynamic_cast<BLSendable*>(below)) {
+            collect(*sendable);
+        } else {
+            collectFromSendables(*below, collect);
+        }
+    }
+}
+
+}  // namespace
+
 std::map<std::string, Decimal> BLClient::collectBalance() const {
     std::map<std::string, Decimal> sums;
-    if (!modelHooks().invoiceBalance) {
-        return sums;
-    }
-    for (BLDocument* document : collectDocumentsWithEntityName("Invoice")) {
-        auto* invoice = static_cast<BLInvoice*>(document);
-        std::optional<Decimal> open = modelHooks().invoiceBalance(*invoice);
-        if (!open) {
-            continue;
-        }
-        const BLCurrency* currency = invoice->currency() != nullptr ? invoice->currency() : this->currency();
-        sums[currencyCode(currency)] += *open;
-    }
+    collectFromSendables(*this, [&sums](BLSendable& sendable) { sendable.collectBalance(sums); });
     return sums;
 }
 
@@ -184,23 +188,13 @@ std::string BLClient::balance() const {
 }
 
 std::optional<Decimal> BLClient::openAmount() const {
-    std::map<std::string, Decimal> sums = collectBalance();
-    if (sums.empty()) {
+    std::map<std::string, Decimal> sums;
+    collectFromSendables(*this, [&sums](BLSendable& sendable) { sendable.collectBalanceInNativeCurrency(sums); });
+    auto value = sums.find("value");
+    if (value == sums.end()) {
         return std::nullopt;
     }
-    ManagedObjectContext* context = managedObjectContext();
-    const BLCurrency* native = context != nullptr ? BLCurrency::defaultItemForContext(*context) : nullptr;
-    const std::string nativeCode = currencyCode(native);
-    Decimal total;
-    for (const auto& [code, amount] : sums) {
-        if (code.empty() || code == nativeCode) {
-            total += amount;
-        } else if (!amount.isZeroAsFloat()) {
-            logMessage("Open amount of %@ needs a rate for %@", displayName(), code);
-            return std::nullopt;
-        }
-    }
-    return total;
+    return value->second;
 }
 
 void BLClient::setAddressAsDefault() {

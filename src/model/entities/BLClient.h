@@ -26,14 +26,14 @@ public:
     // Advances the client counter "client.number" of the document by one.
     void incrementNumber();
 
-    // Open amounts of the invoices below by currency code; amounts the totals cannot tell
-    // yet are left out, so with no totals at all the map is empty.
+    // Open amounts by currency ISO name: each issued open invoice below adds its balance;
+    // drafts count only through their issued partial invoices.
     std::map<std::string, Decimal> collectBalance() const;
     // "EUR 12.50, USD 3.00": each currency whose sum is not 0.
     std::string balance() const;
     bool hasOpen() const { return !balance().empty(); }
-    // The open amount in the document's own currency; nothing when no invoice's open
-    // amount is known or one in a foreign currency would need converting.
+    // The amount of the issued open invoices below in the default currency, each converted
+    // by its currency's rate; nothing when there is none.
     std::optional<Decimal> openAmount() const;
     // Gives every sub-contact this client's street, city and postcode.
     void setAddressAsDefault();

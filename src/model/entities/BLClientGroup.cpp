@@ -42,6 +42,12 @@ void BLClientGroup::setup() {
     addTaxRulesForGroup(*this, "TaxGroup");
 }
 
+void BLClientGroup::setupClass(EntityDescription& entity) {
+    entity.registerDerivedProperty("canEditTax", [](const ManagedObject& object) -> Value {
+        return Value(static_cast<const BLClientGroup&>(object).canEditTax());
+    });
+}
+
 bool BLClientGroup::canEditTax() const {
     for (BLTaxRule* rule : taxRules()) {
         if (!rule->canEditTax()) {

@@ -7,6 +7,7 @@ namespace brassline {
 // A group of clients with one tax rule per tax group.
 class BLClientGroup : public gen::BLClientGroup {
 public:
+    static void setupClass(EntityDescription& entity);
     void awakeFromCreate() override;
     void setup() override;
     std::vector<std::string> usageKeys() const override { return {"clients"}; }

@@ -153,6 +153,11 @@ void BLContact::setupClass(EntityDescription& entity) {
         entity.registerDerivedProperty(key, getter);
     };
     textProperty("displayNameFirst", &textGetter<&BLContact::displayNameFirst>);
+    textProperty("contactName", &textGetter<&BLContact::contactName>);
+    textProperty("fileName", &textGetter<&BLContact::fileName>);
+    entity.registerDerivedProperty("titleAndNameInOneLine", [](const ManagedObject& object) -> Value {
+        return Value(static_cast<const BLContact&>(object).titleAndNameInOneLine());
+    });
     textProperty("displayNameLast", &textGetter<&BLContact::displayNameLast>);
     textProperty("shortContactName", &textGetter<&BLContact::shortContactName>);
     textProperty("shortDisplayName", &textGetter<&BLContact::shortDisplayName>);

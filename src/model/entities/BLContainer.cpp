@@ -144,6 +144,9 @@ Decimal itemWeight(BLItem& item) {
 Decimal itemCostForGroup(BLItem& item) {
     return item.costForGroup();
 }
+Decimal itemDiscountAmount(BLItem& item) {
+    return item.discountAmount();
+}
 Decimal sendableCost(BLSendable& sendable) {
     return sendable.cost();
 }
@@ -180,7 +183,7 @@ void registerAmountKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("totalWeight", amountValue<itemWeight, sendableWeight>);
     entity.registerDerivedProperty("costForGroup", amountValue<itemCostForGroup, nullptr>);
     entity.registerDerivedProperty("balance", amountValue<nullptr, sendableBalance>);
-    entity.registerDerivedProperty("discountAmount", amountValue<nullptr, sendableDiscountAmount>);
+    entity.registerDerivedProperty("discountAmount", amountValue<itemDiscountAmount, sendableDiscountAmount>);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLCatalogItem.h"
 #include "model/entities/BLCurrency.h"
+#include "model/entities/BLGroup.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLItemGroup.h"
 #include "model/entities/BLSendable.h"
@@ -28,20 +29,27 @@ void BLCost::setupClass(EntityDescription& entity) {
     entity.registerDerivedProperty("catalogItem", [](const ManagedObject& object) -> Value {
         return Value(static_cast<Object*>(const_cast<BLCost&>(static_cast<const BLCost&>(object)).catalogItem()));
     });
-    // The metric amounts that the overview and charts sum over lines.
-    entity.registerDerivedProperty("ratioForMetrics",
-                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).ratioForMetrics()); });
-    entity.registerDerivedProperty("amountForMetrics",
-                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).amountForMetrics()); });
     entity.registerDerivedProperty(
-        "netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(lineOf(o).netAmountForMetrics()); });
-    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value {
-        return Value(lineOf(o).grossAmountForMetrics());
+        "undiscountedAmount", [](const ManagedObject& o) -> Value { return Value(lineOf(o).undiscountedAmount()); });
+    entity.registerDerivedProperty("effectiveCostPrice", [](const ManagedObject& o) -> Value {
+        std::optional<Decimal> price = lineOf(o).effectiveCostPrice();
+        return price ? Value(*price) : Value();
     });
-    entity.registerDerivedProperty("finalRate",
-                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).finalRate()); });
-    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value {
-        return Value(lineOf(o).costInNativeCurrency());
+    entity.registerDerivedProperty("catalogCostPrice", [](const ManagedObject& o) -> Value {
+        std::optional<Decimal> price = lineOf(o).catalogCostPrice();
+        return price ? Value(*price) : Value();
+    });
+    entity.registerDerivedProperty("hasTimeUnit",
+                                   [](const ManagedObject& o) -> Value { return Value(lineOf(o).hasTimeUnit()); });
+    entity.registerDerivedProperty("quantityUnitCode", [](const ManagedObject& o) -> Value {
+        return Value(lineOf(o).hasTimeUnit() ? "HUR" : "C62");
+    });
+    entity.registerDerivedProperty("timeUnits", [](const ManagedObject& o) -> Value {
+        Value::Array units;
+        for (std::string& unit : lineOf(o).timeUnits()) {
+            units.emplace_back(std::move(unit));
+        }
+        return Value(std::move(units));
     });
 }
 
@@ -207,12 +215,20 @@ bool BLCost::hasTimeUnit() const {
 
 void BLCost::updateItemGroupIfNeeded() {
     BLContainer* container = parent();
-    if (container == nullptr || container->entityName() != "SummaryCost") {
+    if (container == nullptr || !itemIsContainer(container)) {
         return;
     }
-    auto* summary = static_cast<BLCost*>(container);
-    if (summary->taxRule() != taxRule() && summary->itemGroup() != nullptr) {
-        setItemGroup(summary->itemGroup());
+    // A summary carries its own item group; a group's is that of its first line.
+    BLCost* reference = nullptr;
+    if (auto* summary = dynamic_cast<BLCost*>(container)) {
+        reference = summary;
+    } else if (auto* group = dynamic_cast<BLGroup*>(container)) {
+        std::vector<BLCost*> lines = group->costs();
+        reference = lines.empty() ? nullptr : lines.front();
+    }
+    if (reference != nullptr && reference != this && reference->taxRule() != taxRule() &&
+        reference->itemGroup() != nullptr) {
+        setItemGroup(reference->itemGroup());
     }
 }
 

@@ -43,7 +43,7 @@ public:
     Decimal grossAmountForMetrics() override { return costWithTaxes() * ratioForMetrics(); }
     void convertFromCurrency(const BLCurrency* from, const BLCurrency* to) override;
     // The discount of the line, rounded to cents whatever the currency.
-    Decimal discountAmount();
+    Decimal discountAmount() override;
     Decimal totalDiscount() override;
     Decimal totalWeight() override;
     Decimal margin() override;

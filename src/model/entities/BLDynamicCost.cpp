@@ -6,6 +6,21 @@
 
 namespace brassline {
 
+void BLDynamicCost::setupClass(EntityDescription& entity) {
+    entity.registerDerivedProperty("affectedItemsValid", [](const ManagedObject& o) -> Value {
+        return Value(const_cast<BLDynamicCost&>(static_cast<const BLDynamicCost&>(o)).affectedItemsValid());
+    });
+    entity.registerDerivedProperty(
+        "unitPrice",
+        [](const ManagedObject& o) -> Value {
+            return Value(const_cast<BLDynamicCost&>(static_cast<const BLDynamicCost&>(o)).lineUnitPrice());
+        },
+        [](ManagedObject& o, const Value& value) {
+            static_cast<BLDynamicCost&>(o).setPrimitiveUnitPrice(value.isNull() ? std::nullopt
+                                                                                : std::optional(value.toDecimal()));
+        });
+}
+
 void BLDynamicCost::awakeFromFetch() {
     BLCost::awakeFromFetch();
     if (!primitiveCost()) {
@@ -27,6 +42,10 @@ std::vector<BLItem*> BLDynamicCost::affectedItems() {
     std::vector<BLItem*> items;
     int16_t range = rangeTypeValue();
     for (BLContainer* sibling : parentChildren()) {
+        // A line deleted in this change is still a child until the deletion is processed.
+        if (sibling->isDeleted()) {
+            continue;
+        }
         if (sibling == this) {
             if (range == LastItem && items.size() > 1) {
                 items.erase(items.begin(), items.end() - 1);

@@ -13,7 +13,12 @@ public:
     enum RangeType : int16_t { LastItem = 0, ItemsAbove = 1, ItemsFromLastTitle = 2 };
     static constexpr const char* kDefaultPluginIdentifier = "com.orvane.DynamicPercentage-";
 
+    static void setupClass(EntityDescription& entity);
+
     void awakeFromFetch() override;
+    // The base is the sum of the affected items' cost as they stand now, so a line
+    // deleted or changed above counts at once, not at the next recalculation.
+    Decimal lineUnitPrice() override { return sum(); }
     // The stored amount, 0 when absent.
     Decimal cost() override { return gen::BLDynamicCost::primitiveCost().value_or(Decimal()); }
     Decimal costForGroup() override { return cost(); }

@@ -7,6 +7,7 @@ namespace brassline {
 // Money documents: payments and sendables. New ones are dated now.
 class BLFinancial : public gen::BLFinancial {
 public:
+    static void setupClass(EntityDescription& entity);
     void setup() override;
 };
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "model/entities/BLCost.h"
+#include "model/entities/BLItemGroup.h"
+#include "model/entities/BLTaxRule.h"
 
 namespace brassline {
 
@@ -20,6 +22,34 @@ std::vector<Decimal> distinctValues(const std::vector<Decimal>& values) {
 }
 
 }  // namespace
+
+void BLGroup::setupClass(EntityDescription& entity) {
+    // The one row a group prints: its unit, and the tax rule and item group of its first
+    // line, which all its lines share.
+    entity.registerDerivedProperty(
+        "unit", [](const ManagedObject& o) -> Value { return Value(static_cast<const BLGroup&>(o).unitText()); });
+    entity.registerDerivedProperty("taxRule", [](const ManagedObject& o) -> Value {
+        std::vector<BLCost*> lines = static_cast<const BLGroup&>(o).costs();
+        return Value(static_cast<Object*>(lines.empty() ? nullptr : lines.front()->taxRule()));
+    });
+    for (const char* key : {"itemGroup", "itemGroupForGrouping"}) {
+        entity.registerDerivedProperty(key, [](const ManagedObject& o) -> Value {
+            std::vector<BLCost*> lines = static_cast<const BLGroup&>(o).costs();
+            return Value(static_cast<Object*>(lines.empty() ? nullptr : lines.front()->itemGroup()));
+        });
+    }
+    entity.registerDerivedProperty("minimumDate", [](const ManagedObject& o) -> Value {
+        std::optional<Date> date = static_cast<const BLGroup&>(o).minimumDate();
+        return date ? Value(*date) : Value();
+    });
+    entity.registerDerivedProperty("maximumDate", [](const ManagedObject& o) -> Value {
+        std::optional<Date> date = static_cast<const BLGroup&>(o).maximumDate();
+        return date ? Value(*date) : Value();
+    });
+    entity.registerDerivedProperty("undiscountedAmount", [](const ManagedObject& o) -> Value {
+        return Value(const_cast<BLGroup&>(static_cast<const BLGroup&>(o)).undiscountedAmount());
+    });
+}
 
 std::vector<BLCost*> BLGroup::costs() const {
     std::vector<BLCost*> lines;
@@ -106,10 +136,15 @@ Decimal BLGroup::lineDiscount() {
         return distinct.front();
     }
     Decimal undiscounted = undiscountedAmount();
-    if (undiscounted.rounded(0, RoundingMode::Down).isZero()) {
+    // The integer part, taken towards zero, so that a credit of -0.7 counts like 0.7.
+    if (undiscounted.absoluteNumber().rounded(0, RoundingMode::Down).isZero()) {
         return {};
     }
     return Decimal::hundred() - (cost() / undiscounted * Decimal::hundred());
+}
+
+Decimal BLGroup::discountAmount() {
+    return (undiscountedAmount() / Decimal::hundred() * lineDiscount()).fixedValue();
 }
 
 std::string BLGroup::unitText() const {

@@ -20,6 +20,8 @@ public:
     std::vector<std::string> allowedChildren() const override { return {"Cost"}; }
 
     // The children that are costs (a group holds nothing else that counts).
+    static void setupClass(EntityDescription& entity);
+
     std::vector<BLCost*> costs() const;
     Decimal cost() override;
     Decimal costForGroup() override { return cost(); }
@@ -27,6 +29,8 @@ public:
     Decimal lineQuantity() override;
     Decimal lineDiscount() override;
     Decimal undiscountedAmount();
+    // The discount the group's row shows: its undiscounted amount at its discount, in cents.
+    Decimal discountAmount() override;
     // The one unit of the children while they share at most one price, else "".
     std::string unitText() const;
     Decimal totalWeight() override;

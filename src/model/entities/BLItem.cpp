@@ -2,6 +2,7 @@
 
 #include <unordered_set>
 
+#include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLSendable.h"
 
@@ -23,6 +24,72 @@ std::vector<BLItem*> itemChildren(const BLContainer& container) {
         }
     }
     return items;
+}
+
+namespace {
+
+// Amount reads fill caches (and may store a missing quantity), so the const object of a
+// key read is read mutably.
+BLItem& itemOf(const ManagedObject& object) {
+    return const_cast<BLItem&>(static_cast<const BLItem&>(object));
+}
+
+}  // namespace
+
+void BLItem::setupClass(EntityDescription& entity) {
+    // Every item answers the line accessors; a cost's stored price, quantity and discount
+    // shadow the first three with their own keys.
+    entity.registerDerivedProperty("unitPrice",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).lineUnitPrice()); });
+    entity.registerDerivedProperty("quantity",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).lineQuantity()); });
+    entity.registerDerivedProperty("discount",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).lineDiscount()); });
+    // The legacy name of the price: it reads the price as the class answers it (a
+    // summary's sum, a group's derived price) and a line writes it through the float step
+    // of `setRate`. It shadows the document's stored hourly rate, which no item uses.
+    entity.registerDerivedProperty(
+        "rate", [](const ManagedObject& o) -> Value { return Value(itemOf(o).lineUnitPrice()); },
+        [](ManagedObject& o, const Value& value) {
+            auto* line = dynamic_cast<BLCost*>(&o);
+            if (line == nullptr) {
+                o.setValueForUndefinedKey(value, "rate");
+            } else if (value.isNull()) {
+                line->setUnitPrice(std::nullopt);
+            } else {
+                line->setRate(value.toDecimal().toFloat());
+            }
+        });
+    entity.registerDerivedProperty("taxes",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).lineTaxes()); });
+    entity.registerDerivedProperty("costForPage",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).costForPage()); });
+    entity.registerDerivedProperty("isOptional",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).isOptional()); });
+    entity.registerDerivedProperty("fullIndex",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).fullIndex()); });
+    entity.registerDerivedProperty("sum", [](const ManagedObject& o) -> Value { return Value(itemOf(o).sum()); });
+    entity.registerDerivedProperty(
+        "affectedItems", [](const ManagedObject& o) -> Value { return objectListValue(itemOf(o).affectedItems()); });
+    entity.registerDerivedProperty("isLeaf", [](const ManagedObject& o) -> Value { return Value(itemOf(o).isLeaf()); });
+    entity.registerDerivedProperty("itemIsChildOfSummary", [](const ManagedObject& o) -> Value {
+        return Value(itemOf(o).itemIsChildOfSummary());
+    });
+    // The metric amounts that the overview and charts sum over lines.
+    entity.registerDerivedProperty("ratioForMetrics",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).ratioForMetrics()); });
+    entity.registerDerivedProperty("amountForMetrics",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).amountForMetrics()); });
+    entity.registerDerivedProperty(
+        "netAmountForMetrics", [](const ManagedObject& o) -> Value { return Value(itemOf(o).netAmountForMetrics()); });
+    entity.registerDerivedProperty("grossAmountForMetrics", [](const ManagedObject& o) -> Value {
+        return Value(itemOf(o).grossAmountForMetrics());
+    });
+    entity.registerDerivedProperty("finalRate",
+                                   [](const ManagedObject& o) -> Value { return Value(itemOf(o).finalRate()); });
+    entity.registerDerivedProperty("costInNativeCurrency", [](const ManagedObject& o) -> Value {
+        return Value(itemOf(o).costInNativeCurrency());
+    });
 }
 
 void BLItem::resetCaches() {

@@ -14,6 +14,8 @@ class BLCurrency;
 // quantity of 1, so they are not const.
 class BLItem : public gen::BLItem {
 public:
+    static void setupClass(EntityDescription& entity);
+
     void resetCaches() override;
 
     // Class predicates, all on the exact entity: a catalog item is no cost here.
@@ -47,6 +49,8 @@ public:
     virtual Decimal lineDiscount() { return {}; }
     virtual Decimal margin() { return net(); }
     virtual Decimal totalDiscount() { return {}; }
+    // The discount a row shows, q x p / 100 x d rounded plain to cents in any currency.
+    virtual Decimal discountAmount() { return {}; }
     virtual Decimal totalWeight() { return {}; }
 
     // The items a summing line refers to (titles, subtotals, dynamic costs) and their sum.

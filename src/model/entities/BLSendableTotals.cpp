@@ -1,6 +1,7 @@
 // The sums of a sendable: net, tax, gross, discounts, payable rounding.
 #include "core/ValueTransformers.h"
 #include "model/EntityDescription.h"
+#include "model/entities/BLClient.h"
 #include "model/entities/BLCost.h"
 #include "model/entities/BLCurrency.h"
 #include "model/entities/BLGroup.h"
@@ -293,17 +294,19 @@ Decimal BLSendable::netBalance() {
 }
 
 void BLSendable::collectBalance(std::map<std::string, Decimal>& balances) {
-    if (!isKindOfEntity("Invoice")) {
-        return;
-    }
-    if (dateSent()) {
+    if (isKindOfEntity("Invoice") && dateSent()) {
         if (completeModeValue() == 0) {
+            // Keyed by the ISO name; a document without a currency owes in its client's.
             const BLCurrency* own = currency();
+            if (own == nullptr && client() != nullptr) {
+                own = client()->currency();
+            }
             balances[own != nullptr ? fixedAttribute(own->name()) : std::string()] += balance();
         }
         return;
     }
-    // A draft counts nothing itself; its issued partial invoices are what is owed.
+    // A draft counts nothing itself; its issued partial invoices are what is owed. Other
+    // documents only pass the question on.
     for (BLDocument* document : documents()) {
         if (auto* below = dynamic_cast<BLSendable*>(document)) {
             below->collectBalance(balances);
@@ -312,7 +315,7 @@ void BLSendable::collectBalance(std::map<std::string, Decimal>& balances) {
 }
 
 void BLSendable::collectBalanceInNativeCurrency(std::map<std::string, Decimal>& balances) {
-    if (dateSent() && completeModeValue() == 0) {
+    if (isKindOfEntity("Invoice") && dateSent() && completeModeValue() == 0) {
         balances["value"] += costInNativeCurrency();
     }
     // An invoice's own amount already leaves out its issued partial invoices, so they
@@ -436,6 +439,26 @@ void BLSendable::registerTotalKeys(EntityDescription& entity) {
     entity.registerDerivedProperty("includeInDashboard", [](const ManagedObject& o) -> Value {
         return Value(static_cast<const BLSendable&>(o).includeInDashboard());
     });
+    entity.registerDerivedProperty(
+        "costWithoutTaxes", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costWithoutTaxes()); });
+    entity.registerDerivedProperty(
+        "costWithoutOptions", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).costWithoutOptions()); });
+    entity.registerDerivedProperty("costWithoutOptionsWithTaxes", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).costWithoutOptionsWithTaxes());
+    });
+    entity.registerDerivedProperty("taxes", [](const ManagedObject& o) -> Value { return Value(totalsOf(o).tax()); });
+    entity.registerDerivedProperty(
+        "itemsForTotal", [](const ManagedObject& o) -> Value { return objectListValue(totalsOf(o).itemsForTotal()); });
+    entity.registerDerivedProperty(
+        "payments", [](const ManagedObject& o) -> Value { return objectListValue(totalsOf(o).payments()); });
+    entity.registerDerivedProperty(
+        "prePayments", [](const ManagedObject& o) -> Value { return objectListValue(totalsOf(o).prePayments()); });
+    // An invoice's questions about its balance; a plain sendable answers them the same way.
+    entity.registerDerivedProperty("canPay", [](const ManagedObject& o) -> Value {
+        return Value(totalsOf(o).isKindOfEntity("Invoice") && !totalsOf(o).balance().isZeroAsFloat());
+    });
+    entity.registerDerivedProperty("exportBalance",
+                                   [](const ManagedObject& o) -> Value { return Value(totalsOf(o).balance()); });
 }
 
 }  // namespace brassline

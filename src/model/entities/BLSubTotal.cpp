@@ -5,6 +5,15 @@
 
 namespace brassline {
 
+void BLSubTotal::setupClass(EntityDescription& entity) {
+    entity.registerDerivedProperty("titleItem", [](const ManagedObject& o) -> Value {
+        return Value(static_cast<Object*>(static_cast<const BLSubTotal&>(o).titleItem()));
+    });
+    entity.registerDerivedProperty("quantityString", [](const ManagedObject& o) -> Value {
+        return Value(const_cast<BLSubTotal&>(static_cast<const BLSubTotal&>(o)).quantityString());
+    });
+}
+
 std::string BLSubTotal::quantityString() {
     Decimal quantity;
     for (BLItem* item : affectedItems()) {

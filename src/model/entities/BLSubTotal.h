@@ -12,6 +12,7 @@ class BLTitle;
 // A running sum line. Carries no money itself (cost 0).
 class BLSubTotal : public gen::BLSubTotal {
 public:
+    static void setupClass(EntityDescription& entity);
     static std::string layoutIdentifier() { return "subtotal"; }
     static std::string tableCellIdentifier() { return "SubTotalEditor"; }
     // The siblings before this line after the last earlier subtotal or option.

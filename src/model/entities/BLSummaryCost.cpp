@@ -4,6 +4,16 @@
 
 namespace brassline {
 
+void BLSummaryCost::setupClass(EntityDescription& entity) {
+    // The price is the children's sum whatever is stored; writing it changes nothing.
+    entity.registerDerivedProperty(
+        "unitPrice",
+        [](const ManagedObject& o) -> Value {
+            return Value(const_cast<BLSummaryCost&>(static_cast<const BLSummaryCost&>(o)).lineUnitPrice());
+        },
+        [](ManagedObject& o, const Value& value) { (void)o, (void)value; });
+}
+
 void BLSummaryCost::awakeFromCreate() {
     BLCost::awakeFromCreate();
     setPrimitiveSubtotal(true);

@@ -10,6 +10,8 @@ namespace brassline {
 // A line that sums the lines it holds: its unit price is their summed cost.
 class BLSummaryCost : public gen::BLSummaryCost {
 public:
+    static void setupClass(EntityDescription& entity);
+
     void awakeFromCreate() override;
     bool isLeaf() const override { return false; }
     std::vector<std::string> allowedChildren() const override { return {"Cost", "Note"}; }

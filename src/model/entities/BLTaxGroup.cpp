@@ -20,6 +20,15 @@ void BLTaxGroup::setup() {
     addTaxRulesForGroup(*this, "ClientGroup");
 }
 
+void BLTaxGroup::setupClass(EntityDescription& entity) {
+    entity.registerDerivedProperty("canEditTax", [](const ManagedObject& object) -> Value {
+        return Value(static_cast<const BLTaxGroup&>(object).canEditTax());
+    });
+    entity.registerDerivedProperty("importance", [](const ManagedObject& object) -> Value {
+        return Value(static_cast<const BLTaxGroup&>(object).importance());
+    });
+}
+
 bool BLTaxGroup::canEditTax() const {
     for (BLTaxRule* rule : taxRules()) {
         if (!rule->canEditTax()) {

@@ -7,6 +7,7 @@ namespace brassline {
 // A group of item groups taxed alike; one tax rule per client group.
 class BLTaxGroup : public gen::BLTaxGroup {
 public:
+    static void setupClass(EntityDescription& entity);
     void awakeFromCreate() override;
     void setup() override;
     BLBase* duplicate() override;

@@ -154,6 +154,17 @@ Decimal decimalNumberByAddingPercentage(const Decimal& value, const Decimal& per
 }
 
 void BLTaxRule::setupClass(EntityDescription& entity) {
+    entity.registerDerivedProperty("taxExemptions", [](const ManagedObject&) -> Value {
+        std::optional<std::vector<Value::Dictionary>> exemptions = taxExemptions();
+        if (!exemptions) {
+            return Value();
+        }
+        Value::Array list;
+        for (Value::Dictionary& exemption : *exemptions) {
+            list.emplace_back(std::move(exemption));
+        }
+        return Value(std::move(list));
+    });
     entity.registerDerivedProperty("taxNames", [](const ManagedObject& object) -> Value {
         return Value(static_cast<const BLTaxRule&>(object).taxNames());
     });
