@@ -53,6 +53,15 @@ bool isInlineScalar(const Value& value) {
     }
 }
 
+const std::set<std::string, std::less<>>& builtInValueClassNames() {
+    static const std::set<std::string, std::less<>> names = {"NSString",        "NSMutableString",
+                                                             "NSData",          "NSMutableData",
+                                                             "NSDate",          "NSNull",
+                                                             "NSDictionary",    "NSMutableDictionary",
+                                                             "NSDecimalNumber", "NSDecimalNumberPlaceholder"};
+    return names;
+}
+
 const std::set<std::string, std::less<>>& arrayClassNames() {
     static const std::set<std::string, std::less<>> names = {"NSArray",      "NSMutableArray", "NSSet",
                                                              "NSMutableSet", "NSOrderedSet",   "NSMutableOrderedSet"};
@@ -83,6 +92,60 @@ KeyedDecodeFunction KeyedArchiveRegistry::decoderForClass(std::string_view class
     const std::lock_guard lock(m_mutex);
     const auto found = m_decoders.find(className);
     return found != m_decoders.end() ? found->second : KeyedDecodeFunction();
+}
+
+void KeyedArchiveRegistry::setFallbackDecoder(KeyedDecodeFunction decode) {
+    const std::lock_guard lock(m_mutex);
+    m_fallback = std::move(decode);
+}
+
+KeyedDecodeFunction KeyedArchiveRegistry::fallbackDecoder() const {
+    const std::lock_guard lock(m_mutex);
+    return m_fallback;
+}
+
+KeyedNode KeyedNode::fromValue(Value value) {
+    KeyedNode node;
+    node.kind = value.isNull() ? Kind::Null : Kind::Value;
+    node.value = std::move(value);
+    return node;
+}
+
+KeyedNode KeyedNode::fromObject(std::shared_ptr<KeyedArchivable> object) {
+    KeyedNode node;
+    node.kind = object ? Kind::Object : Kind::Null;
+    node.object = std::move(object);
+    return node;
+}
+
+KeyedNode KeyedNode::array(std::vector<KeyedNode> elements, std::string className) {
+    KeyedNode node;
+    node.kind = Kind::Array;
+    node.elements = std::move(elements);
+    node.className = std::move(className);
+    return node;
+}
+
+KeyedNode KeyedNode::dictionary(std::vector<std::string> keys, std::vector<KeyedNode> values, std::string className) {
+    KeyedNode node;
+    node.kind = Kind::Dictionary;
+    node.keys = std::move(keys);
+    node.elements = std::move(values);
+    node.elements.resize(node.keys.size());
+    node.className = std::move(className);
+    return node;
+}
+
+const KeyedNode* KeyedNode::member(std::string_view key) const {
+    if (kind != Kind::Dictionary) {
+        return nullptr;
+    }
+    for (size_t i = 0; i < keys.size() && i < elements.size(); ++i) {
+        if (keys[i] == key) {
+            return &elements[i];
+        }
+    }
+    return nullptr;
 }
 
 namespace keyedarchive {
@@ -198,6 +261,53 @@ public:
         }
         m_objects[index] = Value(Value::Dictionary{{"NS.objects", Value(std::move(references))},
                                                    {"$class", uidValue(classRecord("NSArray", {"NSObject"}))}});
+        return index;
+    }
+
+    // Inline nodes only stand in a record; anywhere else they are written as values.
+    size_t encodeNode(const KeyedNode& node, bool inCollection) {
+        switch (node.kind) {
+            case KeyedNode::Kind::Null:
+                return inCollection ? nullObject() : 0;
+            case KeyedNode::Kind::Inline:
+            case KeyedNode::Kind::Value:
+                return encodeValue(node.value, inCollection);
+            case KeyedNode::Kind::Object:
+                return node.object ? encodeObject(node.object.get()) : (inCollection ? nullObject() : 0);
+            case KeyedNode::Kind::Array:
+            case KeyedNode::Kind::Dictionary:
+                break;
+        }
+        if (m_depth >= kMaxDepth) {
+            fail("a value nests too deeply");
+            return 0;
+        }
+        const size_t index = reserve();
+        ++m_depth;
+        Value::Array references;
+        references.reserve(node.elements.size());
+        for (const KeyedNode& element : node.elements) {
+            references.push_back(uidValue(encodeNode(element, true)));
+        }
+        Value::Dictionary record{{"NS.objects", Value(std::move(references))}};
+        const bool isArray = node.kind == KeyedNode::Kind::Array;
+        if (!isArray) {
+            Value::Array keys;
+            for (const std::string& key : node.keys) {
+                keys.push_back(uidValue(stringEntry(key)));
+            }
+            record.emplace("NS.keys", Value(std::move(keys)));
+        }
+        --m_depth;
+        const std::string base = isArray ? "NSArray" : "NSDictionary";
+        const std::string name = node.className.empty() ? base : node.className;
+        std::vector<std::string> chain;
+        if (name != base) {
+            chain.push_back(base);
+        }
+        chain.emplace_back("NSObject");
+        record.emplace("$class", uidValue(classRecord(name, chain)));
+        m_objects[index] = Value(std::move(record));
         return index;
     }
 
@@ -366,7 +476,10 @@ public:
         if (!className) {
             return nullptr;
         }
-        const KeyedDecodeFunction decode = m_registry.decoderForClass(*className);
+        KeyedDecodeFunction decode = m_registry.decoderForClass(*className);
+        if (!decode && builtInValueClassNames().count(*className) == 0 && arrayClassNames().count(*className) == 0) {
+            decode = m_registry.fallbackDecoder();
+        }
         if (!decode) {
             fail("no decoder is registered for the class " + *className);
             return nullptr;
@@ -415,6 +528,59 @@ public:
         return failed() ? std::vector<std::shared_ptr<KeyedArchivable>>() : result;
     }
 
+    KeyedNode nodeAt(uint64_t uid) {
+        KeyedNode node;
+        if (uid == 0 || !enter(uid)) {
+            return node;
+        }
+        const Value& entry = m_objects[uid];
+        if (isInlineScalar(entry)) {
+            return KeyedNode::fromValue(entry);
+        }
+        const Value::Dictionary* record = entry.dictionary();
+        if (record == nullptr || uidOf(entry)) {
+            fail(formatMessage("entry %@ is neither a value nor an object", uid));
+            return node;
+        }
+        const std::optional<std::string> className = classNameOf(*record, uid);
+        if (!className) {
+            return node;
+        }
+        const bool isArray = arrayClassNames().count(*className) != 0;
+        const bool isDictionary = *className == "NSDictionary" || *className == "NSMutableDictionary";
+        if (!isArray && !isDictionary) {
+            if (builtInValueClassNames().count(*className) != 0) {
+                return KeyedNode::fromValue(valueAt(uid));
+            }
+            return KeyedNode::fromObject(objectAt(uid));
+        }
+        // Collections are not cached: each place gets its own node, as values do.
+        if (!begin(uid)) {
+            return node;
+        }
+        node.kind = isArray ? KeyedNode::Kind::Array : KeyedNode::Kind::Dictionary;
+        node.className = *className;
+        const std::vector<uint64_t> objects = references(*record, "NS.objects");
+        if (isDictionary) {
+            for (const uint64_t key : references(*record, "NS.keys")) {
+                const Value name = valueAt(key);
+                if (name.string() == nullptr) {
+                    fail(formatMessage("dictionary %@ has a key that is not a string", uid));
+                    break;
+                }
+                node.keys.push_back(*name.string());
+            }
+            if (!failed() && node.keys.size() != objects.size()) {
+                fail(formatMessage("dictionary %@ has %@ keys for %@ objects", uid, node.keys.size(), objects.size()));
+            }
+        }
+        for (size_t i = 0; i < objects.size() && !failed(); ++i) {
+            node.elements.push_back(nodeAt(objects[i]));
+        }
+        end(uid);
+        return failed() ? KeyedNode() : node;
+    }
+
     // A field of a record read as a value: a reference resolves, inline scalars stand.
     Value resolve(const Value& field) {
         if (const auto uid = uidOf(field)) {
@@ -434,6 +600,23 @@ public:
     }
     bool failed() const { return !m_error.empty(); }
     const std::string& error() const { return m_error; }
+
+    std::vector<std::string> classChainOf(const Value::Dictionary& record) const {
+        std::vector<std::string> chain;
+        const auto found = record.find("$class");
+        const auto classUid = found != record.end() ? uidOf(found->second) : std::nullopt;
+        if (!classUid || *classUid >= m_objects.size()) {
+            return chain;
+        }
+        if (const Value::Array* classes = m_objects[*classUid]["$classes"].array()) {
+            for (size_t i = 1; i < classes->size(); ++i) {
+                if ((*classes)[i].string() != nullptr) {
+                    chain.push_back(*(*classes)[i].string());
+                }
+            }
+        }
+        return chain;
+    }
 
 private:
     enum class State : uint8_t { Untouched, InProgress, ValueDone, ObjectDone };
@@ -648,6 +831,18 @@ void KeyedEncoder::encodeBytes(const Bytes& value, std::string_view key) {
     m_record.insert_or_assign(escapedKey(key), Value(value));
 }
 
+void KeyedEncoder::encodeFloat(double value, std::string_view key) {
+    m_record.insert_or_assign(escapedKey(key), Value(static_cast<double>(static_cast<float>(value))));
+}
+
+void KeyedEncoder::encodeNode(const KeyedNode& node, std::string_view key) {
+    if (node.kind == KeyedNode::Kind::Inline) {
+        m_record.insert_or_assign(escapedKey(key), node.value);
+        return;
+    }
+    m_record.insert_or_assign(escapedKey(key), uidValue(m_writer.encodeNode(node, false)));
+}
+
 // Decoder.
 
 const Value* KeyedDecoder::field(std::string_view key) const {
@@ -744,6 +939,42 @@ Bytes KeyedDecoder::decodeBytesForKey(std::string_view key) {
     return {};
 }
 
+std::vector<std::string> KeyedDecoder::archivedSuperclassNames() const {
+    return m_reader.classChainOf(m_record);
+}
+
+double KeyedDecoder::decodeFloatForKey(std::string_view key) {
+    return static_cast<double>(static_cast<float>(decodeDoubleForKey(key)));
+}
+
+std::vector<std::string> KeyedDecoder::allKeys() const {
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : m_record) {
+        if (key == "$class") {
+            continue;
+        }
+        keys.push_back(key.size() > 1 && key[0] == '$' && key[1] == '$' ? key.substr(1) : key);
+    }
+    return keys;
+}
+
+KeyedNode KeyedDecoder::decodeNodeForKey(std::string_view key) {
+    const Value* value = field(key);
+    if (value == nullptr) {
+        return {};
+    }
+    if (const auto uid = uidOf(*value)) {
+        return m_reader.nodeAt(*uid);
+    }
+    if (isInlineScalar(*value)) {
+        KeyedNode node = KeyedNode::fromValue(*value);
+        node.kind = KeyedNode::Kind::Inline;
+        return node;
+    }
+    m_reader.fail("the field " + std::string(key) + " of class " + m_className + " is neither a reference nor a value");
+    return {};
+}
+
 void KeyedDecoder::failWithError(std::string message) {
     m_reader.fail("class " + m_className + ": " + std::move(message));
 }
@@ -766,6 +997,19 @@ Bytes KeyedArchiver::archivedDataWithRootObject(const Value& root) {
 std::optional<Bytes> KeyedArchiver::archivedDataWithRootObject(const KeyedArchivable& root, std::string* error) {
     keyedarchive::Writer writer;
     const size_t index = writer.encodeObject(&root);
+    if (!writer.error().empty()) {
+        logMessage("%@", writer.error());
+        if (error != nullptr) {
+            *error = writer.error();
+        }
+        return std::nullopt;
+    }
+    return writer.finish(index);
+}
+
+std::optional<Bytes> KeyedArchiver::archivedDataWithRootNode(const KeyedNode& root, std::string* error) {
+    keyedarchive::Writer writer;
+    const size_t index = writer.encodeNode(root, false);
     if (!writer.error().empty()) {
         logMessage("%@", writer.error());
         if (error != nullptr) {
@@ -863,6 +1107,21 @@ std::shared_ptr<KeyedArchivable> KeyedUnarchiver::unarchiveArchivableWithData(co
     }
     if (!root) {
         return reportFailure<std::shared_ptr<KeyedArchivable>>("Keyed archive: the root object is null", error);
+    }
+    return root;
+}
+
+std::optional<KeyedNode> KeyedUnarchiver::unarchiveNodeWithData(const Bytes& data, std::string* error,
+                                                                const KeyedArchiveRegistry& registry) {
+    std::string message;
+    const std::optional<ArchiveParts> parts = archiveParts(data, message);
+    if (!parts) {
+        return reportFailure<std::optional<KeyedNode>>(message, error);
+    }
+    keyedarchive::Reader reader(*parts->objects, registry);
+    KeyedNode root = reader.nodeAt(parts->root);
+    if (reader.failed()) {
+        return reportFailure<std::optional<KeyedNode>>(reader.error(), error);
     }
     return root;
 }
