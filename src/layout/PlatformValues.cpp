@@ -492,8 +492,11 @@ void BLAttributedString::encodeWithCoder(KeyedEncoder& coder) const {
         }
     }
     coder.encodeString(m_string, "NSString");
-    if (m_runs.size() == 1 && m_runs.front().attributes.kind == KeyedNode::Kind::Dictionary) {
-        coder.encodeNode(m_runs.front().attributes, "NSAttributes");
+    // One run is written as its dictionary alone, as the platform does.
+    if (m_runs.size() == 1) {
+        const KeyedNode& attributes = m_runs.front().attributes;
+        coder.encodeNode(attributes.kind == KeyedNode::Kind::Dictionary ? attributes : KeyedNode::dictionary({}, {}),
+                         "NSAttributes");
         return;
     }
     if (m_runs.empty()) {
@@ -581,8 +584,35 @@ void BLAttributedString::appendString(std::string_view text, KeyedNode attribute
     normalizeRuns();
 }
 
+namespace {
+
+// The same attributes: equal plain values and the very same objects.
+bool sameNodes(const KeyedNode& a, const KeyedNode& b) {
+    if (a.kind != b.kind || a.object != b.object || !(a.value == b.value) || a.keys != b.keys ||
+        a.elements.size() != b.elements.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < a.elements.size(); ++i) {
+        if (!sameNodes(a.elements[i], b.elements[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
 void BLAttributedString::normalizeRuns() {
     std::erase_if(m_runs, [](const Run& run) { return run.length == 0; });
+    std::vector<Run> merged;
+    for (Run& run : m_runs) {
+        if (!merged.empty() && sameNodes(merged.back().attributes, run.attributes)) {
+            merged.back().length += run.length;
+        } else {
+            merged.push_back(std::move(run));
+        }
+    }
+    m_runs = std::move(merged);
 }
 
 std::vector<std::shared_ptr<BLFont>> BLAttributedString::fonts() const {
