@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "core/BLLocales.h"
 #include "core/Log.h"
 #include "layout/BLLayoutElementView.h"
 #include "layout/BLLayoutTextView.h"
@@ -296,19 +297,7 @@ bool paperUsesLetter(std::string_view countryCode) {
 }
 
 std::string currentRegion() {
-    for (const char* variable : {"LC_ALL", "LC_PAPER", "LANG"}) {
-        const char* value = std::getenv(variable);
-        if (value == nullptr || *value == '\0') {
-            continue;
-        }
-        const std::string locale = value;
-        const size_t underscore = locale.find('_');
-        if (underscore == std::string::npos || locale.size() < underscore + 3) {
-            return {};
-        }
-        return locale.substr(underscore + 1, 2);
-    }
-    return {};
+    return currentLocaleCountryCode();
 }
 
 }  // namespace brassline

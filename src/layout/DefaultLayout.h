@@ -33,7 +33,7 @@ void setDefaultLayoutsDirectory(std::string directory);
 
 // Whether a country (ISO 3166 code) prints on US Letter.
 bool paperUsesLetter(std::string_view countryCode);
-// The region of the process's locale ("US" of "en_US.UTF-8"); "" when none.
+// The country of the process's default locale ("US" of "en_US"); "" when none.
 std::string currentRegion();
 
 }  // namespace brassline

@@ -54,10 +54,13 @@ std::string fontFileFor(const std::string& name) {
     FcPatternAddString(pattern, FC_POSTSCRIPT_NAME, reinterpret_cast<const FcChar8*>(name.c_str()));
     FcObjectSet* objects = FcObjectSetBuild(FC_FILE, FC_POSTSCRIPT_NAME, nullptr);
     FcFontSet* fonts = FcFontList(nullptr, pattern, objects);
+    // Fonts registered from a package earlier in this process may be gone from disk.
     std::string file;
-    if (fonts != nullptr && fonts->nfont > 0) {
+    for (int i = 0; fonts != nullptr && i < fonts->nfont && file.empty(); ++i) {
         FcChar8* path = nullptr;
-        if (FcPatternGetString(fonts->fonts[0], FC_FILE, 0, &path) == FcResultMatch && path != nullptr) {
+        std::error_code error;
+        if (FcPatternGetString(fonts->fonts[i], FC_FILE, 0, &path) == FcResultMatch && path != nullptr &&
+            fs::is_regular_file(reinterpret_cast<const char*>(path), error)) {
             file = reinterpret_cast<const char*>(path);
         }
     }

@@ -188,8 +188,8 @@ TEST(LayoutControllerTest, PaperNamesMatchWithinFourPoints) {
         const char* name;
     };
     // A4 is 595 x 842 in whole points; 596 x 843 and 599 x 846 are within 4 on each side.
-    const Case cases[] = {{{595, 842}, "A4"},     {{596, 843}, "A4"},        {{599, 846}, "A4"},
-                          {{600, 842}, "custom"}, {{612, 792}, "US Letter"}, {{612, 1008}, "US Legal"},
+    const Case cases[] = {{{595, 842}, "A4"},     {{596, 843}, "A4"},         {{599, 846}, "A4"},
+                          {{600, 842}, "custom"}, {{612, 792}, "US Letter"},  {{612, 1008}, "US Legal"},
                           {{420, 595}, "A5"},     {{312, 624}, "Envelope DL"}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
