@@ -1028,14 +1028,8 @@ struct ArchiveParts {
     uint64_t root = 0;
 };
 
-std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) {
-    std::string reason;
-    std::optional<Value> plist = Value::fromPropertyList(data, &reason);
-    if (!plist) {
-        error = "Keyed archive: " + reason;
-        return std::nullopt;
-    }
-    ArchiveParts parts{std::move(*plist)};
+std::optional<ArchiveParts> archivePartsOf(Value plist, std::string& error) {
+    ArchiveParts parts{std::move(plist)};
     const Value& archive = parts.plist;
     if (archive.dictionary() == nullptr) {
         error = "Keyed archive: the property list is not a dictionary";
@@ -1068,6 +1062,16 @@ std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) 
     return parts;
 }
 
+std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) {
+    std::string reason;
+    std::optional<Value> plist = Value::fromPropertyList(data, &reason);
+    if (!plist) {
+        error = "Keyed archive: " + reason;
+        return std::nullopt;
+    }
+    return archivePartsOf(std::move(*plist), error);
+}
+
 template <typename Result>
 Result reportFailure(const std::string& message, std::string* error) {
     logMessage("%@", message);
@@ -1095,8 +1099,18 @@ std::optional<Value> KeyedUnarchiver::unarchiveObjectWithData(const Bytes& data,
 
 std::shared_ptr<KeyedArchivable> KeyedUnarchiver::unarchiveArchivableWithData(const Bytes& data, std::string* error,
                                                                               const KeyedArchiveRegistry& registry) {
+    std::string reason;
+    std::optional<Value> plist = Value::fromPropertyList(data, &reason);
+    if (!plist) {
+        return reportFailure<std::shared_ptr<KeyedArchivable>>("Keyed archive: " + reason, error);
+    }
+    return unarchiveArchivableWithPropertyList(std::move(*plist), error, registry);
+}
+
+std::shared_ptr<KeyedArchivable> KeyedUnarchiver::unarchiveArchivableWithPropertyList(
+    Value plist, std::string* error, const KeyedArchiveRegistry& registry) {
     std::string message;
-    const std::optional<ArchiveParts> parts = archiveParts(data, message);
+    const std::optional<ArchiveParts> parts = archivePartsOf(std::move(plist), message);
     if (!parts) {
         return reportFailure<std::shared_ptr<KeyedArchivable>>(message, error);
     }

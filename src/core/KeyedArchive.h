@@ -193,6 +193,11 @@ public:
     static std::shared_ptr<KeyedArchivable> unarchiveArchivableWithData(
         const Bytes& data, std::string* error = nullptr,
         const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
+    // The same from the archive's property list, already read: what a cache of archives
+    // keeps so that each copy skips the parse.
+    static std::shared_ptr<KeyedArchivable> unarchiveArchivableWithPropertyList(
+        Value plist, std::string* error = nullptr,
+        const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
     // The root of an archive of a mixed graph, as a node; empty, with the reason in `error`,
     // on the same failures.
     static std::optional<KeyedNode> unarchiveNodeWithData(

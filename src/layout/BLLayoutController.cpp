@@ -475,10 +475,13 @@ void BLLayoutController::setTableViews(std::vector<LayoutRecord> records) {
     clearCache();
 }
 
-ViewPtr BLLayoutController::cachedCopy(std::map<std::string, Bytes>& cache, const std::string& key,
+ViewPtr BLLayoutController::cachedCopy(std::map<std::string, Value>& cache, const std::string& key,
                                        const std::function<const LayoutRecord*()>& find, bool asPage) {
+    const auto copyOfArchive = [](const Value& plist) {
+        return std::dynamic_pointer_cast<BLView>(KeyedUnarchiver::unarchiveArchivableWithPropertyList(plist));
+    };
     if (const auto found = cache.find(key); found != cache.end()) {
-        return viewFromArchive(found->second);
+        return copyOfArchive(found->second);
     }
     const LayoutRecord* record = find();
     if (record == nullptr || !record->view) {
@@ -489,12 +492,16 @@ ViewPtr BLLayoutController::cachedCopy(std::map<std::string, Bytes>& cache, cons
     if (page != nullptr) {
         page->setEncodeImage(true);
     }
-    Bytes bytes = archiveOfView(*record->view);
+    const Bytes bytes = archiveOfView(*record->view);
     if (page != nullptr) {
         page->setEncodeImage(false);
     }
-    ViewPtr copy = viewFromArchive(bytes);
-    cache.insert_or_assign(key, std::move(bytes));
+    std::optional<Value> plist = Value::fromPropertyList(bytes);
+    if (!plist) {
+        return nullptr;
+    }
+    ViewPtr copy = copyOfArchive(*plist);
+    cache.insert_or_assign(key, std::move(*plist));
     return copy;
 }
 

@@ -105,14 +105,15 @@ public:
 private:
     void forEachView(const std::function<void(BLView&)>& visit) const;
     std::vector<Value> compareList(const std::vector<LayoutRecord>& records) const;
-    ViewPtr cachedCopy(std::map<std::string, Bytes>& cache, const std::string& key,
+    ViewPtr cachedCopy(std::map<std::string, Value>& cache, const std::string& key,
                        const std::function<const LayoutRecord*()>& find, bool asPage);
 
     BLLayout* m_layout = nullptr;
     std::vector<LayoutRecord> m_pageViews;
     std::vector<LayoutRecord> m_tableViews;
-    std::map<std::string, Bytes> m_cachedPageViews;
-    std::map<std::string, Bytes> m_cachedTableViews;
+    // The archives of the copies, kept as read property lists: a copy skips the parse.
+    std::map<std::string, Value> m_cachedPageViews;
+    std::map<std::string, Value> m_cachedTableViews;
     bool m_changed = false;
     bool m_editingMode = false;
     bool m_showTable = false;
