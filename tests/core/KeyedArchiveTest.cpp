@@ -611,5 +611,68 @@ TEST(KeyedArchiveTest, RandomlyDamagedArchivesInBothFormsNeverCrash) {
     EXPECT_LT(decoded, 3000u);
 }
 
+// A record class that keeps whatever fields it meets: the shape of the fallback decoder.
+class KeepingRecord : public KeyedArchivable {
+public:
+    explicit KeepingRecord(std::string name) : m_name(std::move(name)) {}
+    std::string archivedClassName() const override { return m_name; }
+    void encodeWithCoder(KeyedEncoder& coder) const override {
+        for (const auto& [key, node] : fields) {
+            coder.encodeNode(node, key);
+        }
+    }
+    std::vector<std::pair<std::string, KeyedNode>> fields;
+
+private:
+    std::string m_name;
+};
+
+TEST(KeyedArchiveTest, MixedGraphsAndUnknownClassesComeBackAsNodes) {
+    auto inner = std::make_shared<KeepingRecord>("BLTestFutureThing");
+    inner->fields.emplace_back("count", KeyedNode::fromValue(Value(int64_t{7})));
+    inner->fields.back().second.kind = KeyedNode::Kind::Inline;
+    inner->fields.emplace_back("label", KeyedNode::fromValue(Value("seven")));
+    const KeyedNode root =
+        KeyedNode::dictionary({"items", "plain"},
+                              {KeyedNode::array({KeyedNode::fromObject(inner), KeyedNode()}, "NSMutableArray"),
+                               KeyedNode::fromValue(Value(Value::Array{Value(1), Value("x")}))},
+                              "NSMutableDictionary");
+    std::string error;
+    const std::optional<Bytes> data = KeyedArchiver::archivedDataWithRootNode(root, &error);
+    ASSERT_TRUE(data) << error;
+
+    // Without a decoder or a fallback the unknown class fails the archive.
+    EXPECT_FALSE(KeyedUnarchiver::unarchiveNodeWithData(*data, &error));
+    EXPECT_NE(error.find("BLTestFutureThing"), std::string::npos) << error;
+
+    KeyedArchiveRegistry registry;
+    registry.setFallbackDecoder([](KeyedDecoder& coder) -> std::shared_ptr<KeyedArchivable> {
+        auto kept = std::make_shared<KeepingRecord>(coder.className());
+        for (const std::string& key : coder.allKeys()) {
+            kept->fields.emplace_back(key, coder.decodeNodeForKey(key));
+        }
+        return kept;
+    });
+    const std::optional<KeyedNode> back = KeyedUnarchiver::unarchiveNodeWithData(*data, &error, registry);
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(back->className, "NSMutableDictionary");
+    const KeyedNode* items = back->member("items");
+    ASSERT_NE(items, nullptr);
+    ASSERT_EQ(items->elements.size(), 2U);
+    EXPECT_EQ(items->className, "NSMutableArray");
+    EXPECT_EQ(items->elements[1].kind, KeyedNode::Kind::Null);
+    auto* kept = dynamic_cast<KeepingRecord*>(items->elements[0].object.get());
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->archivedClassName(), "BLTestFutureThing");
+    ASSERT_EQ(kept->fields.size(), 2U);
+    EXPECT_EQ(kept->fields[0].second.kind, KeyedNode::Kind::Inline);
+    EXPECT_EQ(kept->fields[1].second.value, Value("seven"));
+    const KeyedNode* plain = back->member("plain");
+    ASSERT_NE(plain, nullptr);
+    EXPECT_EQ(plain->elements.size(), 2U);
+    // Written again, the graph gives the same bytes.
+    EXPECT_EQ(KeyedArchiver::archivedDataWithRootNode(*back), data);
+}
+
 }  // namespace keyedarchivetest
 }  // namespace brassline
