@@ -27,5 +27,7 @@ void addConversionCommands(CLI::App& app, int& exitCode);
 void addPlaceholderCommands(CLI::App& app, int& exitCode);
 // tags, placeholders.
 void addTagCommands(CLI::App& app, int& exitCode);
+// layout list, export, import, dump, paper.
+void addLayoutCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

@@ -4,6 +4,7 @@
 
 #include "app/cli/Commands.h"
 #include "core/Log.h"
+#include "layout/LayoutHooks.h"
 #include "lifecycle/LifecycleHooks.h"
 #include "money/ItemHooks.h"
 #include "money/MoneyHooks.h"
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
     brassline::installMoneyHooks();
     brassline::installItemHooks();
     brassline::installLifecycleHooks();
+    brassline::installLayoutHooks();
     // The process entry steps (user default keys, registered defaults) come first too.
     app.preparse_callback([](size_t) { brassline::BLApplication::processEntry(); });
     int exitCode = 0;
@@ -33,6 +35,7 @@ int main(int argc, char** argv) {
     brassline::cli::addConversionCommands(app, exitCode);
     brassline::cli::addPlaceholderCommands(app, exitCode);
     brassline::cli::addTagCommands(app, exitCode);
+    brassline::cli::addLayoutCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }
