@@ -22,69 +22,6 @@ namespace {
 
 constexpr const char* kSyncLayout = "BLSyncLayout";
 
-std::string memberString(const KeyedNode& node) {
-    return node.value.string() != nullptr ? *node.value.string() : std::string();
-}
-
-LayoutRecord recordFromNode(const KeyedNode& node) {
-    LayoutRecord record;
-    for (size_t i = 0; i < node.keys.size() && i < node.elements.size(); ++i) {
-        const std::string& key = node.keys[i];
-        const KeyedNode& member = node.elements[i];
-        if (key == "view") {
-            record.view = std::dynamic_pointer_cast<BLView>(member.object);
-        } else if (key == "identifier") {
-            record.identifier = memberString(member);
-        } else if (key == "name") {
-            record.name = memberString(member);
-        } else if (key == "uid") {
-            record.uid = memberString(member);
-        } else {
-            record.otherMembers.emplace_back(key, member);
-        }
-    }
-    return record;
-}
-
-KeyedNode nodeFromRecord(const LayoutRecord& record) {
-    std::vector<std::string> keys;
-    std::vector<KeyedNode> values;
-    if (record.view) {
-        keys.emplace_back("view");
-        values.push_back(KeyedNode::fromObject(record.view));
-    }
-    for (const auto& [key, text] : {std::pair<const char*, const std::string*>{"identifier", &record.identifier},
-                                    {"name", &record.name},
-                                    {"uid", &record.uid}}) {
-        if (!text->empty()) {
-            keys.emplace_back(key);
-            values.push_back(KeyedNode::fromValue(Value(*text)));
-        }
-    }
-    for (const auto& [key, member] : record.otherMembers) {
-        keys.push_back(key);
-        values.push_back(member);
-    }
-    return KeyedNode::dictionary(std::move(keys), std::move(values), "NSMutableDictionary");
-}
-
-std::vector<LayoutRecord> recordsFromNode(const KeyedNode* list) {
-    std::vector<LayoutRecord> records;
-    if (list == nullptr || list->kind != KeyedNode::Kind::Array) {
-        return records;
-    }
-    for (const KeyedNode& element : list->elements) {
-        if (element.kind == KeyedNode::Kind::Dictionary) {
-            records.push_back(recordFromNode(element));
-        }
-    }
-    return records;
-}
-
-ViewPtr copyOf(const BLView& view) {
-    return view.clone();
-}
-
 // What a page request answers when no page matches: a large page that is all table.
 std::shared_ptr<BLLayoutPageView> emptyPageView() {
     auto page = std::make_shared<BLLayoutPageView>();
@@ -95,99 +32,7 @@ std::shared_ptr<BLLayoutPageView> emptyPageView() {
     return page;
 }
 
-// The system-dependent text colours become a fixed black.
-ColorMatch systemTextColors() {
-    return [](const BLColor* color) {
-        if (color == nullptr) {
-            return true;
-        }
-        const std::string name = color->colorName();
-        return name == "controlTextColor" || name == "textColor";
-    };
-}
-
 }  // namespace
-
-std::string LayoutRecord::lookupIdentifier() const {
-    if (!identifier.empty()) {
-        return identifier;
-    }
-    const auto* editing = dynamic_cast<const BLLayoutEditingView*>(view.get());
-    return editing != nullptr ? editing->identifier() : std::string();
-}
-
-bool matchesLike(std::string_view text, std::string_view pattern) {
-    // Iterative wildcard match with one backtrack point: linear in practice, never recursive.
-    size_t t = 0;
-    size_t p = 0;
-    size_t star = std::string_view::npos;
-    size_t mark = 0;
-    while (t < text.size()) {
-        if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == text[t])) {
-            ++t;
-            ++p;
-        } else if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            mark = t;
-        } else if (star != std::string_view::npos) {
-            p = star + 1;
-            t = ++mark;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == '*') {
-        ++p;
-    }
-    return p == pattern.size();
-}
-
-std::optional<LayoutArchive> readLayoutArchive(const Bytes& data, std::string* error) {
-    registerLayoutClasses();
-    LayoutArchive archive;
-    if (data.empty()) {
-        return archive;
-    }
-    std::string reason;
-    const std::optional<KeyedNode> root = KeyedUnarchiver::unarchiveNodeWithData(data, &reason);
-    if (!root) {
-        if (error != nullptr) {
-            *error = reason;
-        }
-        return std::nullopt;
-    }
-    if (root->kind != KeyedNode::Kind::Dictionary && root->kind != KeyedNode::Kind::Null) {
-        if (error != nullptr) {
-            *error = "Layout: the archive's root is no dictionary";
-        }
-        return std::nullopt;
-    }
-    archive.pages = recordsFromNode(root->member("pages"));
-    archive.tableSections = recordsFromNode(root->member("tableSections"));
-    return archive;
-}
-
-Bytes writeLayoutArchive(const LayoutArchive& archive) {
-    std::vector<std::string> keys;
-    std::vector<KeyedNode> values;
-    const auto add = [&](const char* key, const std::vector<LayoutRecord>& records) {
-        if (records.empty()) {
-            return;
-        }
-        std::vector<KeyedNode> list;
-        for (const LayoutRecord& record : records) {
-            list.push_back(nodeFromRecord(record));
-        }
-        keys.emplace_back(key);
-        values.push_back(KeyedNode::array(std::move(list), "NSMutableArray"));
-    };
-    add("pages", archive.pages);
-    add("tableSections", archive.tableSections);
-    std::string error;
-    std::optional<Bytes> bytes = KeyedArchiver::archivedDataWithRootNode(
-        KeyedNode::dictionary(std::move(keys), std::move(values), "NSMutableDictionary"), &error);
-    return bytes.value_or(Bytes());
-}
 
 BLLayoutController::BLLayoutController() {
     registerLayoutClasses();
@@ -234,109 +79,16 @@ void BLLayoutController::setLayout(BLLayout* layout) {
 }
 
 bool BLLayoutController::loadGT3Layout(const Bytes& data) {
-    registerLayoutClasses();
     clearCache();
-    m_lastError.clear();
-    std::string error;
-    std::optional<LayoutArchive> archive = readLayoutArchive(data, &error);
-    if (!archive) {
-        logMessage("%@", error);
-        m_lastError = error;
-        archive = LayoutArchive();
-    }
-    std::vector<LayoutRecord> sections;
-    float widest = 0.0F;
-    for (LayoutRecord& record : archive->tableSections) {
-        if (std::dynamic_pointer_cast<BLLayoutTableSectionView>(record.view)) {
-            widest = std::max(widest, static_cast<float>(record.view->width()));
-            sections.push_back(std::move(record));
-        }
-    }
-    const auto findSection = [&](const std::string& identifier) -> LayoutRecord* {
-        for (LayoutRecord& record : sections) {
-            if (matchesLike(record.lookupIdentifier(), identifier)) {
-                return &record;
-            }
-        }
-        return nullptr;
-    };
-    for (const std::string& identifier : tableOrder()) {
-        if (identifier == "options" || identifier == "partialinvoice" || findSection(identifier) != nullptr) {
-            continue;
-        }
-        auto view = std::make_shared<BLLayoutTableSectionView>("ZPLayoutTableSectionView");
-        view->setFrame({0.0, 0.0, static_cast<double>(widest), 20.0});
-        view->setIdentifier(identifier);
-        sections.push_back({view, identifier, identifier, {}, {}});
-    }
-    const auto derive = [&](const std::string& identifier, const std::string& from) -> BLLayoutTableSectionView* {
-        if (findSection(identifier) != nullptr) {
-            return nullptr;
-        }
-        const LayoutRecord* source = findSection(from);
-        auto copy =
-            source != nullptr ? std::dynamic_pointer_cast<BLLayoutTableSectionView>(copyOf(*source->view)) : nullptr;
-        if (!copy) {
-            return nullptr;
-        }
-        copy->setIdentifier(identifier);
-        sections.push_back({copy, identifier, identifier, {}, {}});
-        return copy.get();
-    };
-    derive("options", "title");
-    if (BLLayoutTableSectionView* partial = derive("partialinvoice", "totalBeforePayments")) {
-        BLLayoutTextView* rightmost = nullptr;
-        for (const ViewPtr& view : partial->subviews()) {
-            auto* text = dynamic_cast<BLLayoutTextView*>(view.get());
-            if (text != nullptr && (rightmost == nullptr || text->right() > rightmost->right())) {
-                rightmost = text;
-            }
-        }
-        if (rightmost != nullptr) {
-            rightmost->setWidth(rightmost->right());
-            rightmost->setLeft(0.0);
-            rightmost->setString("<percentage/> " + localizedString("share of") + " <amount/> = <cost/>");
-        }
-    }
-    const auto position = [](const LayoutRecord& record) {
-        const auto& order = tableOrder();
-        return std::find(order.begin(), order.end(), record.lookupIdentifier()) - order.begin();
-    };
-    std::stable_sort(sections.begin(), sections.end(),
-                     [&](const LayoutRecord& a, const LayoutRecord& b) { return position(a) < position(b); });
-    if (sections.size() == tableOrder().size()) {
-        // The position in the list decides, whatever identifier a section held.
-        for (size_t i = 0; i < sections.size(); ++i) {
-            sections[i].identifier = tableOrder()[i];
-            if (auto* view = dynamic_cast<BLLayoutEditingView*>(sections[i].view.get())) {
-                view->setIdentifier(tableOrder()[i]);
-            }
-        }
-    }
-    std::vector<LayoutRecord> pages;
-    for (LayoutRecord& record : archive->pages) {
-        if (std::dynamic_pointer_cast<BLLayoutPageView>(record.view)) {
-            pages.push_back(std::move(record));
-        }
-    }
+    RestoredLayout restored;
     {
+        // The load's own changes (colours, migrations) are no step to undo.
         const UndoSuspension suspension(m_layout != nullptr ? m_layout->managedObjectContext() : nullptr);
-        const std::shared_ptr<BLColor> black = BLColor::black();
-        Object* document = nullptr;
-        for (LayoutRecord& record : pages) {
-            record.view->migrateLegacy();
-            record.view->setupDefaultsForDocument(document);
-            record.view->replaceColor(systemTextColors(), black);
-        }
-        for (LayoutRecord& record : sections) {
-            record.view->adjustToSubviews();
-            record.view->migrateLegacy();
-            record.view->setupDefaultsForDocument(document);
-            record.view->replaceColor(systemTextColors(), black);
-        }
+        restored = restoreLayoutArchive(data);
     }
-    m_pageViews = std::move(pages);
-    m_tableViews = std::move(sections);
+    m_lastError = std::move(restored.error);
+    m_pageViews = std::move(restored.archive.pages);
+    m_tableViews = std::move(restored.archive.tableSections);
     m_changed = m_editingMode;
     return m_lastError.empty();
 }
@@ -351,7 +103,7 @@ bool BLLayoutController::importGT2Layout(const Bytes& data) {
         logMessage("%@", m_lastError);
         return false;
     }
-    std::vector<LayoutRecord> records = recordsFromNode(&*root);
+    std::vector<LayoutRecord> records = layoutRecordsFromNode(&*root);
     std::vector<LayoutRecord> sections;
     std::vector<LayoutRecord> pages;
     const BLLayoutTableView* tableSettings = nullptr;

@@ -7,26 +7,12 @@
 #include <vector>
 
 #include "core/KeyedArchive.h"
-#include "layout/BLLayoutPageView.h"
-#include "layout/BLLayoutTableSectionView.h"
+#include "layout/LayoutArchive.h"
 #include "model/NotificationCenter.h"
 
 namespace brassline {
 
 class BLLayout;
-
-// A page or section record of the layout archive: "view", "identifier", "name" and, for
-// pages the user added, "uid". Other members of an archived record are kept as they came.
-struct LayoutRecord {
-    ViewPtr view;
-    std::string identifier;
-    std::string name;
-    std::string uid;
-    std::vector<std::pair<std::string, KeyedNode>> otherMembers;
-
-    // The identifier by which lookups match: the record's, else its view's.
-    std::string lookupIdentifier() const;
-};
 
 // The working copy of one layout, without a window: its page and section records, the
 // caches of archived copies that documents are set from, and page setup. Main thread.
@@ -122,16 +108,5 @@ private:
     NotificationCenter* m_center = nullptr;
     std::vector<NotificationCenter::Token> m_tokens;
 };
-
-// Reads an archive's records without the load steps (what sameToOldData and the
-// localisation walk use). Nothing, with the reason, for bytes that don't decode.
-struct LayoutArchive {
-    std::vector<LayoutRecord> pages;
-    std::vector<LayoutRecord> tableSections;
-};
-std::optional<LayoutArchive> readLayoutArchive(const Bytes& data, std::string* error = nullptr);
-Bytes writeLayoutArchive(const LayoutArchive& archive);
-// The platform's LIKE without options: "*" and "?" as wildcards, case-sensitive.
-bool matchesLike(std::string_view text, std::string_view pattern);
 
 }  // namespace brassline

@@ -8,14 +8,14 @@
 #include <vector>
 
 #include "core/Log.h"
-#include "layout/BLLayoutController.h"
+#include "layout/LayoutArchive.h"
 #include "layout/LayoutClasses.h"
 
 namespace {
 
-using brassline::BLLayoutController;
 using brassline::Bytes;
 using brassline::LayoutRecord;
+using brassline::RestoredLayout;
 using brassline::Value;
 
 void quietLog() {
@@ -45,24 +45,25 @@ Value compareList(const std::vector<LayoutRecord>& records) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     quietLog();
-    BLLayoutController first;
-    if (!first.loadGT3Layout(Bytes(data, data + size))) {
-        if (!first.pageViews().empty() || first.tableViews().size() != BLLayoutController::tableOrder().size()) {
+    const RestoredLayout first = brassline::restoreLayoutArchive(Bytes(data, data + size));
+    if (!first.error.empty()) {
+        if (!first.archive.pages.empty() ||
+            first.archive.tableSections.size() != brassline::layoutTableOrder().size()) {
             fail("a failed load left more than the empty layout");
         }
         return 0;
     }
-    const Bytes written = first.layoutData();
-    BLLayoutController second;
-    if (!second.loadGT3Layout(written)) {
+    const Bytes written = brassline::writeLayoutArchive(first.archive);
+    const RestoredLayout second = brassline::restoreLayoutArchive(written);
+    if (!second.error.empty()) {
         fail("our own archive does not load");
     }
-    if (compareList(second.pageViews()) != compareList(first.pageViews()) ||
-        compareList(second.tableViews()) != compareList(first.tableViews())) {
+    if (compareList(second.archive.pages) != compareList(first.archive.pages) ||
+        compareList(second.archive.tableSections) != compareList(first.archive.tableSections)) {
         fail("a layout changed on its way through the archive");
     }
     // One load settles everything it changes: from then on the bytes stand still.
-    if (second.layoutData() != written) {
+    if (brassline::writeLayoutArchive(second.archive) != written) {
         fail("a second trip changed the archive");
     }
     return 0;
