@@ -341,6 +341,9 @@ private:
     size_t remember(const Value& value, size_t index) {
         if (const void* identity = value.sharedIdentity()) {
             m_shared.emplace(identity, index);
+            // Held until the archive is done: a temporary's storage freed and reused at the
+            // same address would otherwise pass for the value written before.
+            m_keptAlive.push_back(value);
         }
         return index;
     }
@@ -410,6 +413,7 @@ private:
     std::map<std::string, size_t, std::less<>> m_strings;
     std::map<std::string, size_t> m_classes;
     std::map<const void*, size_t> m_shared;
+    std::vector<Value> m_keptAlive;
     std::map<const KeyedArchivable*, size_t> m_written;
     std::set<const KeyedArchivable*> m_inProgress;
     size_t m_nullObject = 0;

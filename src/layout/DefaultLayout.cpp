@@ -2,16 +2,14 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <mutex>
 #include <set>
-#include <sstream>
 
 #include "core/BLLocales.h"
 #include "core/Log.h"
 #include "layout/BLLayoutElementView.h"
 #include "layout/BLLayoutTextView.h"
 #include "layout/LayoutClasses.h"
+#include "layout/LayoutFiles.h"
 
 #ifndef BRASSLINE_LAYOUTS_DIR
 #define BRASSLINE_LAYOUTS_DIR ""
@@ -21,14 +19,9 @@ namespace brassline {
 
 namespace {
 
-std::mutex& directoryMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::string& layoutsDirectoryOverride() {
-    static std::string directory;
-    return directory;
+PathSetting& layoutsDirectory() {
+    static PathSetting setting;
+    return setting;
 }
 
 std::shared_ptr<BLColor> colorFromHex(const Value& value) {
@@ -233,26 +226,14 @@ Size describedPaperSize(std::string_view json, std::string_view variant) {
 }
 
 std::string defaultLayoutsDirectory() {
-    const std::lock_guard lock(directoryMutex());
-    return layoutsDirectoryOverride().empty() ? std::string(BRASSLINE_LAYOUTS_DIR) : layoutsDirectoryOverride();
+    return layoutsDirectory().value(BRASSLINE_LAYOUTS_DIR);
 }
 
 void setDefaultLayoutsDirectory(std::string directory) {
-    const std::lock_guard lock(directoryMutex());
-    layoutsDirectoryOverride() = std::move(directory);
+    layoutsDirectory().set(std::move(directory));
 }
 
 namespace {
-
-std::optional<std::string> readText(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        return std::nullopt;
-    }
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
 
 std::string descriptionPath() {
     return std::string(BRASSLINE_RESOURCES_DIR) + "/layouts/Aluminium.json";
@@ -271,10 +252,10 @@ Size defaultPaperSize(bool letter) {
 std::optional<Bytes> defaultLayoutData(bool letter) {
     const std::filesystem::path package =
         std::filesystem::path(defaultLayoutsDirectory()) / (defaultLayoutName(letter) + ".brassline") / "Data.plist";
-    if (const std::optional<std::string> data = readText(package); data && !data->empty()) {
+    if (const std::optional<std::string> data = readWholeFile(package.string()); data && !data->empty()) {
         return Bytes(data->begin(), data->end());
     }
-    const std::optional<std::string> description = readText(descriptionPath());
+    const std::optional<std::string> description = readWholeFile(descriptionPath());
     if (!description) {
         logMessage("Layout: neither the default package %@ nor its description %@ can be read", package.string(),
                    descriptionPath());

@@ -1,5 +1,6 @@
 #include "layout/LayoutHooks.h"
 
+#include "layout/BackdropRendering.h"
 #include "layout/LayoutPackage.h"
 #include "layout/LayoutStorageRules.h"
 #include "model/entities/BLLayout.h"
@@ -21,6 +22,7 @@ void fillDefaultLayout(BLLayout& layout) {
 }
 
 void installLayoutHooks() {
+    installBackdropRendering();
     DocumentHooks& hooks = documentHooks();
     hooks.setupDefaultLayout = [](ManagedObject& layout) {
         if (auto* typed = dynamic_cast<BLLayout*>(&layout)) {

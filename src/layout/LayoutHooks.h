@@ -4,8 +4,8 @@ namespace brassline {
 
 class BLLayout;
 
-// Installs the layout subsystem's hooks: the default layout of first-time set-up and the
-// export of a layout as a package. Idempotent.
+// Installs the layout subsystem's hooks: the default layout of first-time set-up, the
+// export of a layout as a package and the drawing of backdrop PDFs. Idempotent.
 void installLayoutHooks();
 
 // Gives a layout whose storage holds no archive the default layout for the company's

@@ -4,13 +4,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
-#include <sstream>
 
 #include "core/Localization.h"
 #include "core/Log.h"
 #include "layout/BLLayoutController.h"
 #include "layout/DefaultLayout.h"
+#include "layout/LayoutFiles.h"
 #include "model/FetchRequest.h"
 #include "model/ManagedObjectContext.h"
 #include "model/NotificationCenter.h"
@@ -24,16 +23,6 @@
 namespace brassline {
 
 namespace {
-
-std::optional<std::string> readFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        return std::nullopt;
-    }
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
 
 std::vector<ManagedObject*> fetch(ManagedObjectContext& context, const std::string& entity,
                                   const std::string& predicate = {}) {
@@ -173,7 +162,8 @@ bool migrateData(BLLayout& layout, const Bytes& legacy) {
 }
 
 void localizeFromTable(BLLayoutStorage& storage, const Value::Dictionary& table) {
-    const std::optional<Value> current = Value::fromJSON(readFile(layoutsTablePath(currentLanguage())).value_or("{}"));
+    const std::optional<Value> current =
+        Value::fromJSON(readWholeFile(layoutsTablePath(currentLanguage())).value_or("{}"));
     TranslationDictionary translations;
     for (const auto& [key, value] : table) {
         const Value& target = current ? (*current)[key] : Value();
@@ -200,7 +190,7 @@ void localizeFromTable(BLLayoutStorage& storage, const Value::Dictionary& table)
 }
 
 void localizeFromPath(BLLayoutStorage& storage, const std::string& path) {
-    const std::optional<std::string> text = readFile(path);
+    const std::optional<std::string> text = readWholeFile(path);
     const std::optional<Value> table = text ? Value::fromJSON(*text) : std::nullopt;
     if (!table || table->dictionary() == nullptr) {
         logMessage("Layout: no translation table at %@", path);
@@ -307,14 +297,9 @@ Value::Dictionary layoutSubstitutionDictionary(const BLLayout& layout) {
 
 namespace {
 
-std::mutex& paperMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::string& customPapersOverride() {
-    static std::string path;
-    return path;
+PathSetting& customPapers() {
+    static PathSetting setting;
+    return setting;
 }
 
 Value::Dictionary paperEntry(const std::string& name, const std::string& identifier, double widthMM, double heightMM) {
@@ -328,21 +313,16 @@ Value::Dictionary paperEntry(const std::string& name, const std::string& identif
 }  // namespace
 
 std::string customPapersPath() {
-    const std::lock_guard lock(paperMutex());
-    if (!customPapersOverride().empty()) {
-        return customPapersOverride();
-    }
     const char* config = std::getenv("XDG_CONFIG_HOME");
     const char* home = std::getenv("HOME");
     const std::string base = config != nullptr && *config != '\0' ? config
                              : home != nullptr                    ? std::string(home) + "/.config"
                                                                   : std::string(".");
-    return base + "/brassline/custompapers.plist";
+    return customPapers().value(base + "/brassline/custompapers.plist");
 }
 
 void setCustomPapersPath(std::string path) {
-    const std::lock_guard lock(paperMutex());
-    customPapersOverride() = std::move(path);
+    customPapers().set(std::move(path));
 }
 
 std::vector<Value::Dictionary> paperInfo() {
@@ -364,7 +344,7 @@ std::vector<Value::Dictionary> paperInfo() {
     papers.push_back(paperEntry("Envelope C5", "iso-c5", 162, 229));
     papers.push_back(paperEntry("Envelope C4", "iso-c4", 229, 324));
     papers.push_back(paperEntry("Envelope #10", "na-number-10", 104.775, 241.3));
-    if (const std::optional<std::string> text = readFile(customPapersPath())) {
+    if (const std::optional<std::string> text = readWholeFile(customPapersPath())) {
         const std::optional<Value> custom = Value::fromPropertyList(Bytes(text->begin(), text->end()));
         if (custom && custom->array() != nullptr) {
             for (const Value& entry : *custom->array()) {

@@ -674,5 +674,33 @@ TEST(KeyedArchiveTest, MixedGraphsAndUnknownClassesComeBackAsNodes) {
     EXPECT_EQ(KeyedArchiver::archivedDataWithRootNode(*back), data);
 }
 
+// Writes many short-lived dictionaries, each made for its call and freed after it: the
+// allocator hands their storage out again, which must not make them one shared value.
+class TemporaryValues : public KeyedArchivable {
+public:
+    std::string archivedClassName() const override { return "BLTestTemporaries"; }
+    void encodeWithCoder(KeyedEncoder& coder) const override {
+        for (int i = 0; i < 20; ++i) {
+            coder.encodeValue(Value(Value::Dictionary{{"index", Value(i)}}), "value" + std::to_string(i));
+        }
+    }
+};
+
+TEST(KeyedArchiveTest, TemporaryValuesAreNeverTakenForEachOther) {
+    KeyedArchiveRegistry registry;
+    registry.registerClass("BLTestTemporaries", [](KeyedDecoder& coder) -> std::shared_ptr<KeyedArchivable> {
+        for (int i = 0; i < 20; ++i) {
+            if (coder.decodeValueForKey("value" + std::to_string(i))["index"] != Value(i)) {
+                coder.failWithError("value " + std::to_string(i) + " came back as another");
+            }
+        }
+        return std::make_shared<TemporaryValues>();
+    });
+    const std::optional<Bytes> data = KeyedArchiver::archivedDataWithRootObject(TemporaryValues());
+    ASSERT_TRUE(data);
+    std::string error;
+    EXPECT_NE(KeyedUnarchiver::unarchiveArchivableWithData(*data, &error, registry), nullptr) << error;
+}
+
 }  // namespace keyedarchivetest
 }  // namespace brassline

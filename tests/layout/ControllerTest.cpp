@@ -6,6 +6,9 @@
 #include "layout/DefaultLayout.h"
 #include "layout/LayoutClasses.h"
 #include "layout/LayoutStorageRules.h"
+#include "model/entities/BLClient.h"
+#include "model/entities/BLEstimate.h"
+#include "model/entities/BLInvoice.h"
 #include "model/entities/BLLayout.h"
 #include "model/entities/BLLayoutStorage.h"
 
@@ -237,6 +240,29 @@ TEST_F(LayoutStorageTest, SavingWritesOnlyRealChangesAndKeepsFontNames) {
     const std::vector<std::string> fonts = layoutFontNames(*layout->storage());
     EXPECT_EQ(fonts, (std::vector<std::string>{"LiberationSans", "LiberationSans-Bold", "LiberationSans-Italic"}));
     EXPECT_NE(layout->classes().value_or("").find("BLLayoutTablePreviewView"), std::string::npos);
+}
+
+TEST_F(LayoutStorageTest, DefaultsGoToContactsAndToDocumentsWithoutALayout) {
+    auto* chosen = insert<BLLayout>();
+    auto* other = insert<BLLayout>();
+    auto* client = insert<BLClient>();
+    auto* bare = insert<BLInvoice>();
+    auto* kept = insert<BLInvoice>();
+    kept->setValueForKey(Value(static_cast<Object*>(other)), "layout");
+    auto* estimate = insert<BLEstimate>();
+
+    makeDefaultForInvoices(*chosen);
+    EXPECT_EQ(client->valueForKey("layout").object(), chosen);
+    EXPECT_EQ(bare->valueForKey("layout").object(), chosen);
+    EXPECT_EQ(kept->valueForKey("layout").object(), other);  // Only documents without a layout.
+    EXPECT_TRUE(estimate->valueForKey("layout").isNull());
+
+    makeDefaultForEstimates(*other);
+    EXPECT_EQ(client->valueForKey("estimateLayout").object(), other);
+    EXPECT_EQ(estimate->valueForKey("layout").object(), other);
+    makeDefaultForStatements(*chosen);
+    EXPECT_EQ(client->valueForKey("statementLayout").object(), chosen);
+    EXPECT_EQ(layoutSubstitutionDictionary(*chosen).at("uid"), Value(chosen->uid().value_or("")));
 }
 
 }  // namespace
