@@ -29,5 +29,7 @@ void addPlaceholderCommands(CLI::App& app, int& exitCode);
 void addTagCommands(CLI::App& app, int& exitCode);
 // layout list, export, import, dump, paper.
 void addLayoutCommands(CLI::App& app, int& exitCode);
+// render-text.
+void addTextCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
     brassline::cli::addPlaceholderCommands(app, exitCode);
     brassline::cli::addTagCommands(app, exitCode);
     brassline::cli::addLayoutCommands(app, exitCode);
+    brassline::cli::addTextCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }
