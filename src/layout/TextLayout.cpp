@@ -98,6 +98,11 @@ PangoFontDescription* fontDescription(const TextAttributes& attributes) {
     return description;
 }
 
+bool sameFace(const TextAttributes& a, const TextAttributes& b) {
+    return a.fontFamily == b.fontFamily && a.fontSize == b.fontSize && a.fontWeight == b.fontWeight &&
+           a.italic == b.italic;
+}
+
 int pangoUnits(double points) {
     return std::isfinite(points) ? static_cast<int>(std::clamp(points, -1.0e6, 1.0e6) * PANGO_SCALE) : 0;
 }
@@ -159,24 +164,42 @@ public:
     double height() const { return m_height; }
 
 private:
-    void layParagraph(const RichText& text, size_t start, size_t end, double width, const TextLayoutOptions& options,
-                      const ParagraphStyle*& previous);
+    void layParagraph(const RichText& text, std::string_view string, size_t start, size_t end, double width,
+                      const TextLayoutOptions& options, const ParagraphStyle*& previous);
     std::vector<PangoLayout*> m_layouts;
     std::vector<PlacedLine> m_lines;
     double m_height = 0.0;
 };
 
+// Pango replaces bytes that are no UTF-8 by a longer character, which would shift every
+// run and line offset after them; a byte for a byte keeps the offsets, so such bytes (and
+// zero bytes, which Pango refuses too) become "?". Archived text never has them, input may.
+std::string validUTF8(std::string text) {
+    size_t offset = 0;
+    while (offset < text.size()) {
+        const gchar* end = nullptr;
+        const char* start = text.data() + offset;
+        if (g_utf8_validate(start, static_cast<gssize>(text.size() - offset), &end) != 0) {
+            break;
+        }
+        offset = static_cast<size_t>(end - text.data());
+        text[offset] = '?';
+        ++offset;
+    }
+    return text;
+}
+
 void LaidText::lay(const RichText& text, double width, const TextLayoutOptions& options) {
-    const std::string& string = text.text();
-    if (string.empty()) {
+    if (text.text().empty()) {
         return;
     }
+    const std::string string = validUTF8(text.text());
     const ParagraphStyle* previous = nullptr;
     size_t start = 0;
     while (true) {
         const size_t newline = string.find('\n', start);
         const size_t end = newline == std::string::npos ? string.size() : newline;
-        layParagraph(text, start, end, width, options, previous);
+        layParagraph(text, string, start, end, width, options, previous);
         if (newline == std::string::npos) {
             break;
         }
@@ -184,7 +207,7 @@ void LaidText::lay(const RichText& text, double width, const TextLayoutOptions& 
     }
 }
 
-void LaidText::layParagraph(const RichText& text, size_t start, size_t end, double width,
+void LaidText::layParagraph(const RichText& text, std::string_view string, size_t start, size_t end, double width,
                             const TextLayoutOptions& options, const ParagraphStyle*& previous) {
     const TextRun* first = text.runAt(start);
     const ParagraphStyle defaults;
@@ -196,7 +219,7 @@ void LaidText::layParagraph(const RichText& text, size_t start, size_t end, doub
 
     PangoLayout* layout = pango_layout_new(threadContext());
     m_layouts.push_back(layout);
-    const std::string_view paragraph = std::string_view(text.text()).substr(start, end - start);
+    const std::string_view paragraph = string.substr(start, end - start);
     pango_layout_set_text(layout, paragraph.data(), static_cast<int>(paragraph.size()));
     PangoFontDescription* baseFont = fontDescription(first != nullptr ? first->attributes : TextAttributes{});
     pango_layout_set_font_description(layout, baseFont);
@@ -215,13 +238,19 @@ void LaidText::layParagraph(const RichText& text, size_t start, size_t end, doub
         const size_t localStart = from - start;
         const size_t localEnd = to - start;
         const TextAttributes& a = run.attributes;
-        PangoFontDescription* font = fontDescription(a);
-        insertAttribute(attributes, pango_attr_font_desc_new(font), localStart, localEnd);
-        pango_font_description_free(font);
-        insertAttribute(attributes,
-                        pango_attr_foreground_new(colorComponent(a.color.red), colorComponent(a.color.green),
-                                                  colorComponent(a.color.blue)),
-                        localStart, localEnd);
+        // What the layout's own font and the drawing's black already say costs nothing to
+        // leave out, and most runs of a document are just that.
+        if (first == nullptr || !sameFace(a, first->attributes)) {
+            PangoFontDescription* font = fontDescription(a);
+            insertAttribute(attributes, pango_attr_font_desc_new(font), localStart, localEnd);
+            pango_font_description_free(font);
+        }
+        if (a.color.red != 0.0 || a.color.green != 0.0 || a.color.blue != 0.0) {
+            insertAttribute(attributes,
+                            pango_attr_foreground_new(colorComponent(a.color.red), colorComponent(a.color.green),
+                                                      colorComponent(a.color.blue)),
+                            localStart, localEnd);
+        }
         if (a.color.alpha < 1.0) {
             insertAttribute(attributes, pango_attr_foreground_alpha_new(colorComponent(a.color.alpha)), localStart,
                             localEnd);
@@ -369,6 +398,8 @@ void drawText(cairo_t* cairo, const RichText& text, const Rect& rect, const Text
     LaidText laid;
     laid.lay(text, rect.width, options);
     cairo_save(cairo);
+    // Runs without a colour of their own are black.
+    cairo_set_source_rgb(cairo, 0.0, 0.0, 0.0);
     for (const PlacedLine& line : laid.lines()) {
         cairo_move_to(cairo, rect.x + line.originX, rect.y + line.info.baseline);
         pango_cairo_show_layout_line(cairo, line.line);

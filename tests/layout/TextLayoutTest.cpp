@@ -63,6 +63,8 @@ TEST(TextLayoutTest, KnownTextsBreakWhereTheirWidthsSay) {
         {"2222 3333", "Liberation Serif", 12, 50.9, {"2222", "3333"}, 2 * kSerifLine12},
         // Twelve "a" are 66.7 points: a word wider than the line breaks between letters.
         {"aaaaaaaaaaaa", "Liberation Sans", 10, 30, {"aaaaa", "aaaaa", "aa"}, 3 * kSansLine10},
+        // Bytes that are no UTF-8 are drawn as "?" and move nothing after them.
+        {"aa\xff\xfe a\xc3", "Liberation Sans", 10, 200, {"aa?? a?"}, kSansLine10},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.text) + " at " + std::to_string(c.width));
