@@ -1,5 +1,6 @@
 #include "core/KeyedArchive.h"
 
+#include <cmath>
 #include <limits>
 #include <set>
 #include <utility>
@@ -835,8 +836,19 @@ void KeyedEncoder::encodeBytes(const Bytes& value, std::string_view key) {
     m_record.insert_or_assign(escapedKey(key), Value(value));
 }
 
+double singlePrecision(double value) {
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    if (std::isnan(value)) {
+        return value;
+    }
+    if (value > kLargest || value < -kLargest) {
+        return value > 0 ? std::numeric_limits<double>::infinity() : -std::numeric_limits<double>::infinity();
+    }
+    return static_cast<double>(static_cast<float>(value));
+}
+
 void KeyedEncoder::encodeFloat(double value, std::string_view key) {
-    m_record.insert_or_assign(escapedKey(key), Value(static_cast<double>(static_cast<float>(value))));
+    m_record.insert_or_assign(escapedKey(key), Value(singlePrecision(value)));
 }
 
 void KeyedEncoder::encodeNode(const KeyedNode& node, std::string_view key) {
@@ -948,7 +960,7 @@ std::vector<std::string> KeyedDecoder::archivedSuperclassNames() const {
 }
 
 double KeyedDecoder::decodeFloatForKey(std::string_view key) {
-    return static_cast<double>(static_cast<float>(decodeDoubleForKey(key)));
+    return singlePrecision(decodeDoubleForKey(key));
 }
 
 std::vector<std::string> KeyedDecoder::allKeys() const {
