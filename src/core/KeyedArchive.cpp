@@ -538,6 +538,14 @@ public:
         if (uid == 0 || !enter(uid)) {
             return node;
         }
+        // Nodes are trees: a collection referenced from many places is copied to each. A
+        // hostile archive could nest such references to expand without end, so the copies
+        // have a budget proportional to the archive's size.
+        if (m_nodeBudget == 0) {
+            fail("the archive's collections expand far beyond its size");
+            return node;
+        }
+        --m_nodeBudget;
         const Value& entry = m_objects[uid];
         if (isInlineScalar(entry)) {
             return KeyedNode::fromValue(entry);
@@ -796,6 +804,7 @@ private:
     std::vector<State> m_state;
     std::vector<Value> m_values;
     std::vector<std::shared_ptr<KeyedArchivable>> m_decoded;
+    size_t m_nodeBudget = m_objects.size() * 16 + 4096;
     int m_depth = 0;
     std::string m_error;
 };

@@ -702,5 +702,29 @@ TEST(KeyedArchiveTest, TemporaryValuesAreNeverTakenForEachOther) {
     EXPECT_NE(KeyedUnarchiver::unarchiveArchivableWithData(*data, &error, registry), nullptr) << error;
 }
 
+TEST(KeyedArchiveTest, ArraysThatReferToOneArrayTwiceCannotExpandWithoutEnd) {
+    // 60 arrays, each holding the next one twice: 2^60 leaves as a tree, 62 entries as a
+    // graph. Values share what the archive shares; nodes give up within their budget.
+    const auto uid = [](int64_t index) { return Value(Value::Dictionary{{"CF$UID", Value(index)}}); };
+    Value::Array objects{Value("$null")};
+    const int64_t classIndex = 62;
+    for (int64_t i = 1; i <= 60; ++i) {
+        objects.push_back(Value(Value::Dictionary{{"NS.objects", Value(Value::Array{uid(i + 1), uid(i + 1)})},
+                                                  {"$class", uid(classIndex)}}));
+    }
+    objects.push_back(Value("leaf"));
+    objects.push_back(Value(Value::Dictionary{{"$classname", Value("NSArray")},
+                                              {"$classes", Value(Value::Array{Value("NSArray"), Value("NSObject")})}}));
+    const Bytes data = Value(Value::Dictionary{{"$archiver", Value("NSKeyedArchiver")},
+                                               {"$version", Value(100000)},
+                                               {"$top", Value(Value::Dictionary{{"root", uid(1)}})},
+                                               {"$objects", Value(std::move(objects))}})
+                           .toBinaryPropertyList();
+    std::string error;
+    EXPECT_TRUE(KeyedUnarchiver::unarchiveObjectWithData(data, &error)) << error;
+    EXPECT_FALSE(KeyedUnarchiver::unarchiveNodeWithData(data, &error));
+    EXPECT_NE(error.find("expand"), std::string::npos) << error;
+}
+
 }  // namespace keyedarchivetest
 }  // namespace brassline
