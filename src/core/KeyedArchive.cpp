@@ -54,6 +54,64 @@ bool isInlineScalar(const Value& value) {
     }
 }
 
+// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD. The
+// binary writer drops such bytes, so an archive read and written again would otherwise
+// differ from what was read.
+Value validText(const Value& value) {
+    const std::string* text = value.string();
+    if (text == nullptr) {
+        return value;
+    }
+    const auto sequenceLength = [](const std::string& s, size_t i) -> size_t {
+        const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+        const unsigned char first = byte(i);
+        size_t length = first < 0x80           ? 1
+                        : (first >> 5) == 0x6  ? 2
+                        : (first >> 4) == 0xE  ? 3
+                        : (first >> 3) == 0x1E ? 4
+                                               : 0;
+        if (length == 0 || i + length > s.size() || (length == 2 && first < 0xC2) || (length == 4 && first > 0xF4)) {
+            return 0;
+        }
+        for (size_t k = 1; k < length; ++k) {
+            if ((byte(i + k) & 0xC0) != 0x80) {
+                return 0;
+            }
+        }
+        // Overlong three- and four-byte forms, surrogates and code points past U+10FFFF.
+        if ((length == 3 && first == 0xE0 && byte(i + 1) < 0xA0) ||
+            (length == 3 && first == 0xED && byte(i + 1) >= 0xA0) ||
+            (length == 4 && first == 0xF0 && byte(i + 1) < 0x90) ||
+            (length == 4 && first == 0xF4 && byte(i + 1) >= 0x90)) {
+            return 0;
+        }
+        return length;
+    };
+    size_t i = 0;
+    while (i < text->size()) {
+        const size_t length = sequenceLength(*text, i);
+        if (length == 0) {
+            break;
+        }
+        i += length;
+    }
+    if (i == text->size()) {
+        return value;
+    }
+    std::string fixed = text->substr(0, i);
+    while (i < text->size()) {
+        const size_t length = sequenceLength(*text, i);
+        if (length == 0) {
+            fixed += "\xEF\xBF\xBD";
+            ++i;
+        } else {
+            fixed.append(*text, i, length);
+            i += length;
+        }
+    }
+    return Value(std::move(fixed));
+}
+
 const std::set<std::string, std::less<>>& builtInValueClassNames() {
     static const std::set<std::string, std::less<>> names = {"NSString",        "NSMutableString",
                                                              "NSData",          "NSMutableData",
@@ -443,7 +501,7 @@ public:
         }
         const Value& entry = m_objects[uid];
         if (isInlineScalar(entry)) {
-            return entry;
+            return validText(entry);
         }
         const Value::Dictionary* record = entry.dictionary();
         if (record == nullptr || uidOf(entry)) {
@@ -548,7 +606,7 @@ public:
         --m_nodeBudget;
         const Value& entry = m_objects[uid];
         if (isInlineScalar(entry)) {
-            return KeyedNode::fromValue(entry);
+            return KeyedNode::fromValue(validText(entry));
         }
         const Value::Dictionary* record = entry.dictionary();
         if (record == nullptr || uidOf(entry)) {
@@ -600,7 +658,7 @@ public:
             return valueAt(*uid);
         }
         if (isInlineScalar(field)) {
-            return field;
+            return validText(field);
         }
         fail("a field holds neither a reference nor a plain value");
         return Value();
@@ -992,7 +1050,7 @@ KeyedNode KeyedDecoder::decodeNodeForKey(std::string_view key) {
         return m_reader.nodeAt(*uid);
     }
     if (isInlineScalar(*value)) {
-        KeyedNode node = KeyedNode::fromValue(*value);
+        KeyedNode node = KeyedNode::fromValue(validText(*value));
         node.kind = KeyedNode::Kind::Inline;
         return node;
     }

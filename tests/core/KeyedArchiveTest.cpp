@@ -726,5 +726,32 @@ TEST(KeyedArchiveTest, ArraysThatReferToOneArrayTwiceCannotExpandWithoutEnd) {
     EXPECT_NE(error.find("expand"), std::string::npos) << error;
 }
 
+TEST(KeyedArchiveTest, TextThatIsNoUTF8ReadsWithReplacementCharacters) {
+    struct Case {
+        std::string stored;
+        std::string read;
+    };
+    const std::string replacement = "\xEF\xBF\xBD";
+    const Case cases[] = {
+        {"plain", "plain"},
+        {"-<amount/>\xF0", "-<amount/>" + replacement},                           // A lead byte at the end.
+        {std::string("a\xC0\xAF") + "b", "a" + replacement + replacement + "b"},  // An overlong "/".
+        {"\xED\xA0\x80", replacement + replacement + replacement},                // A surrogate.
+        {"Gr\xC3\xBC\xC3\x9F", "Gr\xC3\xBC\xC3\x9F"},                             // Well-formed text stays.
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.read);
+        const Value archive(Value::Dictionary{
+            {"$archiver", Value("NSKeyedArchiver")},
+            {"$version", Value(100000)},
+            {"$top", Value(Value::Dictionary{{"root", Value(Value::Dictionary{{"CF$UID", Value(1)}})}})},
+            {"$objects", Value(Value::Array{Value("$null"), Value(c.stored)})}});
+        const std::string xml = archive.toXMLPropertyList();
+        const std::optional<Value> back = KeyedUnarchiver::unarchiveObjectWithData(Bytes(xml.begin(), xml.end()));
+        ASSERT_TRUE(back);
+        EXPECT_EQ(*back, Value(c.read));
+    }
+}
+
 }  // namespace keyedarchivetest
 }  // namespace brassline
