@@ -1,5 +1,6 @@
 #include "core/KeyedArchive.h"
 
+#include <cmath>
 #include <limits>
 #include <set>
 #include <utility>
@@ -51,6 +52,64 @@ bool isInlineScalar(const Value& value) {
         default:
             return false;
     }
+}
+
+// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD. The
+// binary writer drops such bytes, so an archive read and written again would otherwise
+// differ from what was read.
+Value validText(const Value& value) {
+    const std::string* text = value.string();
+    if (text == nullptr) {
+        return value;
+    }
+    const auto sequenceLength = [](const std::string& s, size_t i) -> size_t {
+        const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+        const unsigned char first = byte(i);
+        size_t length = first < 0x80           ? 1
+                        : (first >> 5) == 0x6  ? 2
+                        : (first >> 4) == 0xE  ? 3
+                        : (first >> 3) == 0x1E ? 4
+                                               : 0;
+        if (length == 0 || i + length > s.size() || (length == 2 && first < 0xC2) || (length == 4 && first > 0xF4)) {
+            return 0;
+        }
+        for (size_t k = 1; k < length; ++k) {
+            if ((byte(i + k) & 0xC0) != 0x80) {
+                return 0;
+            }
+        }
+        // Overlong three- and four-byte forms, surrogates and code points past U+10FFFF.
+        if ((length == 3 && first == 0xE0 && byte(i + 1) < 0xA0) ||
+            (length == 3 && first == 0xED && byte(i + 1) >= 0xA0) ||
+            (length == 4 && first == 0xF0 && byte(i + 1) < 0x90) ||
+            (length == 4 && first == 0xF4 && byte(i + 1) >= 0x90)) {
+            return 0;
+        }
+        return length;
+    };
+    size_t i = 0;
+    while (i < text->size()) {
+        const size_t length = sequenceLength(*text, i);
+        if (length == 0) {
+            break;
+        }
+        i += length;
+    }
+    if (i == text->size()) {
+        return value;
+    }
+    std::string fixed = text->substr(0, i);
+    while (i < text->size()) {
+        const size_t length = sequenceLength(*text, i);
+        if (length == 0) {
+            fixed += "\xEF\xBF\xBD";
+            ++i;
+        } else {
+            fixed.append(*text, i, length);
+            i += length;
+        }
+    }
+    return Value(std::move(fixed));
 }
 
 const std::set<std::string, std::less<>>& builtInValueClassNames() {
@@ -442,7 +501,7 @@ public:
         }
         const Value& entry = m_objects[uid];
         if (isInlineScalar(entry)) {
-            return entry;
+            return validText(entry);
         }
         const Value::Dictionary* record = entry.dictionary();
         if (record == nullptr || uidOf(entry)) {
@@ -537,9 +596,17 @@ public:
         if (uid == 0 || !enter(uid)) {
             return node;
         }
+        // Nodes are trees: a collection referenced from many places is copied to each. A
+        // hostile archive could nest such references to expand without end, so the copies
+        // have a budget proportional to the archive's size.
+        if (m_nodeBudget == 0) {
+            fail("the archive's collections expand far beyond its size");
+            return node;
+        }
+        --m_nodeBudget;
         const Value& entry = m_objects[uid];
         if (isInlineScalar(entry)) {
-            return KeyedNode::fromValue(entry);
+            return KeyedNode::fromValue(validText(entry));
         }
         const Value::Dictionary* record = entry.dictionary();
         if (record == nullptr || uidOf(entry)) {
@@ -591,7 +658,7 @@ public:
             return valueAt(*uid);
         }
         if (isInlineScalar(field)) {
-            return field;
+            return validText(field);
         }
         fail("a field holds neither a reference nor a plain value");
         return Value();
@@ -795,6 +862,7 @@ private:
     std::vector<State> m_state;
     std::vector<Value> m_values;
     std::vector<std::shared_ptr<KeyedArchivable>> m_decoded;
+    size_t m_nodeBudget = m_objects.size() * 16 + 4096;
     int m_depth = 0;
     std::string m_error;
 };
@@ -835,8 +903,19 @@ void KeyedEncoder::encodeBytes(const Bytes& value, std::string_view key) {
     m_record.insert_or_assign(escapedKey(key), Value(value));
 }
 
+double singlePrecision(double value) {
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    if (std::isnan(value)) {
+        return value;
+    }
+    if (value > kLargest || value < -kLargest) {
+        return value > 0 ? std::numeric_limits<double>::infinity() : -std::numeric_limits<double>::infinity();
+    }
+    return static_cast<double>(static_cast<float>(value));
+}
+
 void KeyedEncoder::encodeFloat(double value, std::string_view key) {
-    m_record.insert_or_assign(escapedKey(key), Value(static_cast<double>(static_cast<float>(value))));
+    m_record.insert_or_assign(escapedKey(key), Value(singlePrecision(value)));
 }
 
 void KeyedEncoder::encodeNode(const KeyedNode& node, std::string_view key) {
@@ -948,7 +1027,7 @@ std::vector<std::string> KeyedDecoder::archivedSuperclassNames() const {
 }
 
 double KeyedDecoder::decodeFloatForKey(std::string_view key) {
-    return static_cast<double>(static_cast<float>(decodeDoubleForKey(key)));
+    return singlePrecision(decodeDoubleForKey(key));
 }
 
 std::vector<std::string> KeyedDecoder::allKeys() const {
@@ -971,7 +1050,7 @@ KeyedNode KeyedDecoder::decodeNodeForKey(std::string_view key) {
         return m_reader.nodeAt(*uid);
     }
     if (isInlineScalar(*value)) {
-        KeyedNode node = KeyedNode::fromValue(*value);
+        KeyedNode node = KeyedNode::fromValue(validText(*value));
         node.kind = KeyedNode::Kind::Inline;
         return node;
     }

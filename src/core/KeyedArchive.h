@@ -37,6 +37,10 @@ class KeyedEncoder;
 class KeyedDecoder;
 class KeyedArchivable;
 
+// A number as a 32-bit float holds it: beyond the float range it is infinite (a plain
+// conversion of such a double is undefined), not-a-number stays so.
+double singlePrecision(double value);
+
 // A field or value read without knowing its type beforehand: what a mixed graph of plain
 // values and objects decodes to (a dictionary of arrays of objects, say), and what an
 // object of a class unknown here keeps so that it writes itself back unchanged. Arrays and

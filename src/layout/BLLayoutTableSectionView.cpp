@@ -71,7 +71,7 @@ double BLLayoutTableSectionView::displayHeight() const {
     for (const ViewPtr& view : m_subviews) {
         lowest = std::max(lowest, view->top() + view->displayHeight());
     }
-    return static_cast<double>(std::ceil(static_cast<float>(lowest + m_spaceAfterSize)));
+    return std::ceil(singlePrecision(lowest + m_spaceAfterSize));
 }
 
 Rect BLLayoutTableSectionView::displayFrame() const {

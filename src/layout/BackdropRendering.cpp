@@ -81,6 +81,9 @@ std::shared_ptr<BLImage> imageOfPage(const Bytes& pdf, int64_t index) {
     double width = 0.0;
     double height = 0.0;
     poppler_page_get_size(page.page(), &width, &height);
+    if (!(width > 0.0 && height > 0.0)) {
+        return nullptr;
+    }
     // Twice the page size: sharp enough for previews and copies on screen.
     const int pixelsWide = static_cast<int>(std::ceil(std::min(width, 14400.0) * 2.0));
     const int pixelsHigh = static_cast<int>(std::ceil(std::min(height, 14400.0) * 2.0));

@@ -185,10 +185,10 @@ RestoredLayout restoreLayoutArchive(const Bytes& data) {
         archive = LayoutArchive();
     }
     std::vector<LayoutRecord> sections;
-    float widest = 0.0F;
+    double widest = 0.0;
     for (LayoutRecord& record : archive->tableSections) {
         if (std::dynamic_pointer_cast<BLLayoutTableSectionView>(record.view)) {
-            widest = std::max(widest, static_cast<float>(record.view->width()));
+            widest = std::max(widest, singlePrecision(record.view->width()));
             sections.push_back(std::move(record));
         }
     }
@@ -205,7 +205,7 @@ RestoredLayout restoreLayoutArchive(const Bytes& data) {
             continue;
         }
         auto view = std::make_shared<BLLayoutTableSectionView>("ZPLayoutTableSectionView");
-        view->setFrame({0.0, 0.0, static_cast<double>(widest), 20.0});
+        view->setFrame({0.0, 0.0, widest, 20.0});
         view->setIdentifier(identifier);
         sections.push_back({view, identifier, identifier, {}, {}});
     }

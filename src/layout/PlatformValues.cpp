@@ -55,6 +55,11 @@ double ArchivedFields::number(std::string_view key, double fallback) const {
     return node != nullptr && node->value.isNumber() ? node->value.toDouble() : fallback;
 }
 
+int64_t ArchivedFields::integer(std::string_view key, int64_t fallback) const {
+    const KeyedNode* node = find(key);
+    return node != nullptr && node->value.isNumber() ? node->value.toInt64() : fallback;
+}
+
 Bytes ArchivedFields::bytes(std::string_view key) const {
     const KeyedNode* node = find(key);
     return node != nullptr && node->value.bytes() != nullptr ? *node->value.bytes() : Bytes();
@@ -232,7 +237,7 @@ bool BLColor::isClear() const {
 std::shared_ptr<BLFont> BLFont::fontWithName(std::string name, double size) {
     auto font = std::make_shared<BLFont>();
     font->fields().set("NSName", KeyedNode::fromValue(Value(std::move(name))));
-    font->fields().set("NSSize", inlineNumber(static_cast<float>(size)));
+    font->fields().set("NSSize", inlineNumber(singlePrecision(size)));
     font->fields().set("NSfFlags", inlineInteger(16));
     return font;
 }
@@ -244,7 +249,7 @@ std::shared_ptr<BLParagraphStyle> BLParagraphStyle::styleWithAlignment(TextAlign
 }
 
 TextAlignment BLParagraphStyle::alignment() const {
-    const auto value = static_cast<int64_t>(m_fields.number("NSAlignment", 4));
+    const int64_t value = m_fields.integer("NSAlignment", 4);
     return value >= 0 && value <= 4 ? static_cast<TextAlignment>(value) : TextAlignment::Natural;
 }
 

@@ -29,6 +29,9 @@ public:
     // Typed reads: a missing or differently typed field gives the fallback.
     std::string string(std::string_view key) const;
     double number(std::string_view key, double fallback = 0.0) const;
+    // Whole numbers convert safely, whatever the field held (a huge or NaN real gives a
+    // bounded answer).
+    int64_t integer(std::string_view key, int64_t fallback = 0) const;
     Bytes bytes(std::string_view key) const;
 
     void readAll(KeyedDecoder& coder);
@@ -75,7 +78,7 @@ public:
     static std::shared_ptr<BLColor> catalogColor(std::string catalog, std::string name);
     static std::shared_ptr<BLColor> black() { return colorWithWhite(0.0); }
 
-    int64_t colorSpace() const { return static_cast<int64_t>(m_fields.number("NSColorSpace")); }
+    int64_t colorSpace() const { return m_fields.integer("NSColorSpace"); }
     std::string catalogName() const { return m_fields.string("NSCatalogName"); }
     std::string colorName() const { return m_fields.string("NSColorName"); }
     // sRGB components; a catalog colour its stand-in (system text colours black), CMYK

@@ -702,5 +702,56 @@ TEST(KeyedArchiveTest, TemporaryValuesAreNeverTakenForEachOther) {
     EXPECT_NE(KeyedUnarchiver::unarchiveArchivableWithData(*data, &error, registry), nullptr) << error;
 }
 
+TEST(KeyedArchiveTest, ArraysThatReferToOneArrayTwiceCannotExpandWithoutEnd) {
+    // 60 arrays, each holding the next one twice: 2^60 leaves as a tree, 62 entries as a
+    // graph. Values share what the archive shares; nodes give up within their budget.
+    const auto uid = [](int64_t index) { return Value(Value::Dictionary{{"CF$UID", Value(index)}}); };
+    Value::Array objects{Value("$null")};
+    const int64_t classIndex = 62;
+    for (int64_t i = 1; i <= 60; ++i) {
+        objects.push_back(Value(Value::Dictionary{{"NS.objects", Value(Value::Array{uid(i + 1), uid(i + 1)})},
+                                                  {"$class", uid(classIndex)}}));
+    }
+    objects.push_back(Value("leaf"));
+    objects.push_back(Value(Value::Dictionary{{"$classname", Value("NSArray")},
+                                              {"$classes", Value(Value::Array{Value("NSArray"), Value("NSObject")})}}));
+    const Bytes data = Value(Value::Dictionary{{"$archiver", Value("NSKeyedArchiver")},
+                                               {"$version", Value(100000)},
+                                               {"$top", Value(Value::Dictionary{{"root", uid(1)}})},
+                                               {"$objects", Value(std::move(objects))}})
+                           .toBinaryPropertyList();
+    std::string error;
+    EXPECT_TRUE(KeyedUnarchiver::unarchiveObjectWithData(data, &error)) << error;
+    EXPECT_FALSE(KeyedUnarchiver::unarchiveNodeWithData(data, &error));
+    EXPECT_NE(error.find("expand"), std::string::npos) << error;
+}
+
+TEST(KeyedArchiveTest, TextThatIsNoUTF8ReadsWithReplacementCharacters) {
+    struct Case {
+        std::string stored;
+        std::string read;
+    };
+    const std::string replacement = "\xEF\xBF\xBD";
+    const Case cases[] = {
+        {"plain", "plain"},
+        {"-<amount/>\xF0", "-<amount/>" + replacement},                           // A lead byte at the end.
+        {std::string("a\xC0\xAF") + "b", "a" + replacement + replacement + "b"},  // An overlong "/".
+        {"\xED\xA0\x80", replacement + replacement + replacement},                // A surrogate.
+        {"Gr\xC3\xBC\xC3\x9F", "Gr\xC3\xBC\xC3\x9F"},                             // Well-formed text stays.
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.read);
+        const Value archive(Value::Dictionary{
+            {"$archiver", Value("NSKeyedArchiver")},
+            {"$version", Value(100000)},
+            {"$top", Value(Value::Dictionary{{"root", Value(Value::Dictionary{{"CF$UID", Value(1)}})}})},
+            {"$objects", Value(Value::Array{Value("$null"), Value(c.stored)})}});
+        const std::string xml = archive.toXMLPropertyList();
+        const std::optional<Value> back = KeyedUnarchiver::unarchiveObjectWithData(Bytes(xml.begin(), xml.end()));
+        ASSERT_TRUE(back);
+        EXPECT_EQ(*back, Value(c.read));
+    }
+}
+
 }  // namespace keyedarchivetest
 }  // namespace brassline
