@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstdio>
 #include <utility>
 
 namespace brassline {
@@ -104,24 +106,29 @@ std::vector<const KeyedNode*> arrayObjects(const KeyedNode* node) {
     return result;
 }
 
+// A damaged archive may hold any number; what isn't finite reads as not set.
+double finiteOrZero(double value) {
+    return std::isfinite(value) ? value : 0.0;
+}
+
 ParagraphStyle readParagraphStyle(const BLParagraphStyle& archived) {
     ParagraphStyle style;
     style.alignment = archived.alignment();
-    style.lineHeightMultiple = archived.value("NSLineHeightMultiple");
-    style.minimumLineHeight = archived.value("NSMinLineHeight");
-    style.maximumLineHeight = archived.value("NSMaxLineHeight");
-    style.lineSpacing = archived.value("NSLineSpacing");
-    style.paragraphSpacing = archived.value("NSParagraphSpacing");
-    style.paragraphSpacingBefore = archived.value("NSParagraphSpacingBefore");
-    style.firstLineHeadIndent = archived.value("NSFirstLineHeadIndent");
-    style.headIndent = archived.value("NSHeadIndent");
-    style.tailIndent = archived.value("NSTailIndent");
+    style.lineHeightMultiple = finiteOrZero(archived.value("NSLineHeightMultiple"));
+    style.minimumLineHeight = finiteOrZero(archived.value("NSMinLineHeight"));
+    style.maximumLineHeight = finiteOrZero(archived.value("NSMaxLineHeight"));
+    style.lineSpacing = finiteOrZero(archived.value("NSLineSpacing"));
+    style.paragraphSpacing = finiteOrZero(archived.value("NSParagraphSpacing"));
+    style.paragraphSpacingBefore = finiteOrZero(archived.value("NSParagraphSpacingBefore"));
+    style.firstLineHeadIndent = finiteOrZero(archived.value("NSFirstLineHeadIndent"));
+    style.headIndent = finiteOrZero(archived.value("NSHeadIndent"));
+    style.tailIndent = finiteOrZero(archived.value("NSTailIndent"));
     for (const KeyedNode* tab : arrayObjects(archived.fields().find("NSTabStops"))) {
         if (const auto* object = nodeObject<BLPlatformObject>(tab)) {
-            const auto alignment = static_cast<int64_t>(object->fields().number("NSAlignment", 0));
-            style.tabStops.push_back({object->fields().number("NSLocation"), alignment >= 0 && alignment <= 4
-                                                                                 ? static_cast<TextAlignment>(alignment)
-                                                                                 : TextAlignment::Left});
+            const int64_t alignment = object->fields().integer("NSAlignment", 0);
+            style.tabStops.push_back(
+                {finiteOrZero(object->fields().number("NSLocation")),
+                 alignment >= 0 && alignment <= 4 ? static_cast<TextAlignment>(alignment) : TextAlignment::Left});
         }
     }
     for (const KeyedNode* list : arrayObjects(archived.fields().find("NSTextLists"))) {
@@ -146,7 +153,7 @@ void readAttributes(const KeyedNode& dictionary, TextAttributes& attributes, Par
     }
     attributes.underline = nodeNumber(dictionary.member("NSUnderline")) != 0.0;
     attributes.link = linkText(dictionary.member("NSLink"));
-    attributes.baselineOffset = nodeNumber(dictionary.member("NSBaselineOffset"));
+    attributes.baselineOffset = finiteOrZero(nodeNumber(dictionary.member("NSBaselineOffset")));
     if (const auto* paragraph = nodeObject<BLParagraphStyle>(dictionary.member("NSParagraphStyle"))) {
         style = readParagraphStyle(*paragraph);
     }

@@ -103,6 +103,14 @@ bool sameFace(const TextAttributes& a, const TextAttributes& b) {
            a.italic == b.italic;
 }
 
+// Lengths that styles set in code may carry, kept to what a page can hold so that sums of
+// them stay finite.
+constexpr double kLargestLength = 1.0e6;
+
+double boundedLength(double points) {
+    return std::isfinite(points) ? std::clamp(points, -kLargestLength, kLargestLength) : 0.0;
+}
+
 int pangoUnits(double points) {
     return std::isfinite(points) ? static_cast<int>(std::clamp(points, -1.0e6, 1.0e6) * PANGO_SCALE) : 0;
 }
@@ -214,7 +222,8 @@ void LaidText::layParagraph(const RichText& text, std::string_view string, size_
     const ParagraphStyle& style = first != nullptr ? first->paragraphStyle : defaults;
     double y = m_height;
     if (previous != nullptr) {
-        y += previous->lineSpacing + previous->paragraphSpacing + style.paragraphSpacingBefore;
+        y += boundedLength(previous->lineSpacing) + boundedLength(previous->paragraphSpacing) +
+             boundedLength(style.paragraphSpacingBefore);
     }
 
     PangoLayout* layout = pango_layout_new(threadContext());
@@ -323,8 +332,9 @@ void LaidText::layParagraph(const RichText& text, std::string_view string, size_
         if (style.maximumLineHeight > 0.0) {
             lineHeight = std::min(lineHeight, style.maximumLineHeight);
         }
+        lineHeight = std::isfinite(lineHeight) ? std::clamp(lineHeight, 0.0, kLargestLength) : natural;
         if (!firstLine) {
-            y += style.lineSpacing;
+            y += boundedLength(style.lineSpacing);
         }
         firstLine = false;
         // Extra height goes above the glyphs, as in the platform's text system.

@@ -1,9 +1,12 @@
+#include <cmath>
+#include <limits>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "layout/LayoutClasses.h"
 #include "layout/RichText.h"
+#include "layout/TextLayout.h"
 
 namespace brassline {
 namespace {
@@ -104,6 +107,35 @@ TEST(RichTextTest, UntouchedAttributesKeepTheirArchivedObjects) {
     ASSERT_NE(font, nullptr);
     EXPECT_EQ(font->fontName(), "Arial-Bold");
     EXPECT_TRUE(RichText::fromAttributedString(*changed).runs()[0].attributes.underline);
+}
+
+TEST(RichTextTest, DamagedNumbersReadAsNotSetAndMeasureFinitely) {
+    auto style = std::make_shared<BLParagraphStyle>();
+    style->setValue("NSLineHeightMultiple", std::numeric_limits<double>::quiet_NaN());
+    style->setValue("NSHeadIndent", std::numeric_limits<double>::infinity());
+    style->setValue("NSMinLineHeight", 1.0e300);
+    style->setValue("NSParagraphSpacing", -std::numeric_limits<double>::infinity());
+    auto tab = std::make_shared<BLPlatformObject>("NSTextTab", std::vector<std::string>{"NSObject"});
+    tab->fields().set("NSLocation", KeyedNode::fromValue(Value(std::numeric_limits<double>::quiet_NaN())));
+    tab->fields().set("NSAlignment", KeyedNode::fromValue(Value(1.0e300)));
+    style->fields().set("NSTabStops", KeyedNode::array({KeyedNode::fromObject(tab)}));
+    auto archived = BLAttributedString::stringWithAttributes(
+        "aaaa\taaaa\naaaa", BLAttributedString::attributes(BLFont::fontWithName("LiberationSans", 10), nullptr, style));
+    const RichText text = RichText::fromAttributedString(*archived);
+    ASSERT_EQ(text.runs().size(), 1U);
+    const ParagraphStyle& read = text.runs()[0].paragraphStyle;
+    EXPECT_EQ(read.lineHeightMultiple, 0.0);
+    EXPECT_EQ(read.headIndent, 0.0);
+    EXPECT_EQ(read.paragraphSpacing, 0.0);
+    ASSERT_EQ(read.tabStops.size(), 1U);
+    EXPECT_EQ(read.tabStops[0].location, 0.0);
+    EXPECT_EQ(read.tabStops[0].alignment, TextAlignment::Left);
+    // A minimum line height of 1e300 is a number, but no page holds it: each of the two
+    // lines is bounded at a million points.
+    const TextMeasure measure = measureText(text, 200);
+    ASSERT_EQ(measure.lines.size(), 2U);
+    EXPECT_TRUE(std::isfinite(measure.height));
+    EXPECT_LE(measure.height, 2.0e6);
 }
 
 TEST(RichTextTest, PostScriptNamesReadAsFamilyWeightAndSlant) {
