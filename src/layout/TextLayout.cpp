@@ -169,13 +169,17 @@ public:
 
     void lay(const RichText& text, double width, const TextLayoutOptions& options);
     const std::vector<PlacedLine>& lines() const { return m_lines; }
+    const std::vector<TextLink>& links() const { return m_links; }
     double height() const { return m_height; }
 
 private:
     void layParagraph(const RichText& text, std::string_view string, size_t start, size_t end, double width,
                       const TextLayoutOptions& options, const ParagraphStyle*& previous);
     std::vector<PangoLayout*> m_layouts;
+    void addLinks(const RichText& text, const PlacedLine& line, size_t lineStart, size_t lineEnd,
+                  size_t paragraphStart);
     std::vector<PlacedLine> m_lines;
+    std::vector<TextLink> m_links;
     double m_height = 0.0;
 };
 
@@ -351,12 +355,41 @@ void LaidText::layParagraph(const RichText& text, std::string_view string, size_
         const auto lineStart = static_cast<size_t>(line->start_index);
         const auto lineLength = static_cast<size_t>(line->length);
         placed.info.text = std::string(paragraph.substr(lineStart, lineLength));
+        addLinks(text, placed, start + lineStart, start + lineStart + lineLength, start);
         m_lines.push_back(std::move(placed));
         y += lineHeight;
     } while (pango_layout_iter_next_line(iterator));
     pango_layout_iter_free(iterator);
     m_height = y;
     previous = &style;
+}
+
+// A link run gives one rectangle per line it covers, from its first character's leading
+// edge to its last one's trailing edge, the line's height high.
+void LaidText::addLinks(const RichText& text, const PlacedLine& line, size_t lineStart, size_t lineEnd,
+                        size_t paragraphStart) {
+    size_t runStart = 0;
+    for (const TextRun& run : text.runs()) {
+        const size_t from = std::max(runStart, lineStart);
+        const size_t to = std::min(runStart + run.length, lineEnd);
+        runStart += run.length;
+        if (run.attributes.link.empty() || from >= to) {
+            continue;
+        }
+        int left = 0;
+        int right = 0;
+        pango_layout_line_index_to_x(line.line, static_cast<int>(from - paragraphStart), FALSE, &left);
+        pango_layout_line_index_to_x(line.line, static_cast<int>(to - paragraphStart), FALSE, &right);
+        if (to == lineEnd) {
+            PangoRectangle logical;
+            pango_layout_line_get_extents(line.line, nullptr, &logical);
+            right = logical.x + logical.width;
+        }
+        const double x = line.originX + static_cast<double>(std::min(left, right)) / PANGO_SCALE;
+        m_links.push_back(
+            {run.attributes.link,
+             {x, line.info.y, static_cast<double>(std::abs(right - left)) / PANGO_SCALE, line.info.height}});
+    }
 }
 
 constexpr std::string_view kSoftHyphen = "\u00AD";
@@ -395,6 +428,7 @@ TextMeasure measureText(const RichText& text, double widthPoints, const TextLayo
     describeLines(lines, options);
     TextMeasure measure;
     measure.height = laid.height();
+    measure.links = laid.links();
     for (PlacedLine& line : lines) {
         measure.lines.push_back(std::move(line.info));
     }

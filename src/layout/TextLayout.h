@@ -30,9 +30,16 @@ struct TextLine {
     double baseline = 0.0;  // From the text's top.
 };
 
+// Where a link's text stands, from the text's top left: what a PDF page makes a link of.
+struct TextLink {
+    std::string url;
+    Rect rect;
+};
+
 struct TextMeasure {
     double height = 0.0;  // The used height; 0 for an empty text.
     std::vector<TextLine> lines;
+    std::vector<TextLink> links;  // One per link run and line, in text order.
 };
 
 // The lines of `text` broken at `widthPoints`.

@@ -182,6 +182,35 @@ TEST(TextLayoutTest, LineHeightsFollowTheParagraphStyle) {
     }
 }
 
+TEST(TextLayoutTest, LinksGetARectanglePerLine) {
+    // "aaaa " is 22.246 + 2.778 = 25.024 points. At 50 points "aaaa aaaa" fits on line 1,
+    // so a link over the 2nd and 3rd word stands from 25.02 on line 1 and from 0 to 22.25
+    // on line 2.
+    TextAttributes plain;
+    plain.fontFamily = "Liberation Sans";
+    plain.fontSize = 10;
+    TextAttributes link = plain;
+    link.link = "https://example.com/pay";
+    RichText text = RichText::plain("aaaa ", plain);
+    text.append("aaaa aaaa", link);
+    text.append(" aaaa", plain);
+    const TextMeasure measure = measureText(text, 50);
+    ASSERT_EQ(lineTexts(measure), (std::vector<std::string>{"aaaa aaaa", "aaaa aaaa"}));
+    ASSERT_EQ(measure.links.size(), 2U);
+    const double word = 4 * kSansA10;
+    const double space = 569.0 / 2048.0 * 10.0;
+    EXPECT_EQ(measure.links[0].url, "https://example.com/pay");
+    EXPECT_NEAR(measure.links[0].rect.x, word + space, 0.05);
+    // The space at the break belongs to line 1 but takes no room there: the rectangle ends
+    // with the ink, at 2 x 22.246 + 2.778 = 47.27.
+    EXPECT_NEAR(measure.links[0].rect.right(), 2 * word + space, 0.05);
+    EXPECT_NEAR(measure.links[0].rect.y, 0.0, 0.01);
+    EXPECT_NEAR(measure.links[1].rect.x, 0.0, 0.05);
+    EXPECT_NEAR(measure.links[1].rect.width, word, 0.05);
+    EXPECT_NEAR(measure.links[1].rect.y, kSansLine10, 0.01);
+    EXPECT_NEAR(measure.links[1].rect.height, kSansLine10, 0.01);
+}
+
 TEST(TextLayoutTest, AMissingFontFallsBackAndIsLoggedOnce) {
     LogCapture capture;
     const TextAttributes missing = textFont("Brassline Nowhere Sans", 10);
