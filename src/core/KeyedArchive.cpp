@@ -370,12 +370,15 @@ public:
         return index;
     }
 
+    // Like class records, strings are told apart as written.
     size_t stringEntry(const std::string& text) {
-        if (const auto found = m_strings.find(text); found != m_strings.end()) {
+        const Value valid = validText(Value(text));
+        const std::string& written = *valid.string();
+        if (const auto found = m_strings.find(written); found != m_strings.end()) {
             return found->second;
         }
-        const size_t index = append(Value(text));
-        m_strings.emplace(text, index);
+        const size_t index = append(valid);
+        m_strings.emplace(written, index);
         return index;
     }
 
@@ -414,18 +417,23 @@ private:
         return m_nullObject;
     }
 
+    // Records are told apart by the names as written: a name that is no UTF-8 is written
+    // with replacement characters, so two names that differ only in such bytes (one kept
+    // from an archive, one already read back through one) share their record.
     size_t classRecord(const std::string& name, const std::vector<std::string>& superclasses) {
-        std::string identity = name;
-        Value::Array chain{Value(name)};
+        const Value className = validText(Value(name));
+        std::string identity = *className.string();
+        Value::Array chain{className};
         for (const std::string& superclass : superclasses) {
-            identity += '\0' + superclass;
-            chain.emplace_back(superclass);
+            const Value valid = validText(Value(superclass));
+            identity += '\0' + *valid.string();
+            chain.push_back(valid);
         }
         if (const auto found = m_classes.find(identity); found != m_classes.end()) {
             return found->second;
         }
         const size_t index =
-            append(Value(Value::Dictionary{{"$classname", Value(name)}, {"$classes", Value(std::move(chain))}}));
+            append(Value(Value::Dictionary{{"$classname", className}, {"$classes", Value(std::move(chain))}}));
         m_classes.emplace(std::move(identity), index);
         return index;
     }
@@ -682,7 +690,7 @@ public:
         if (const Value::Array* classes = m_objects[*classUid]["$classes"].array()) {
             for (size_t i = 1; i < classes->size(); ++i) {
                 if ((*classes)[i].string() != nullptr) {
-                    chain.push_back(*(*classes)[i].string());
+                    chain.push_back(*validText((*classes)[i]).string());
                 }
             }
         }
@@ -734,7 +742,8 @@ private:
             fail(formatMessage("entry %@ refers to a class record without a name", uid));
             return std::nullopt;
         }
-        return *name.string();
+        // As other text: the name reads as the writer can write it.
+        return *validText(name).string();
     }
 
     // The UIDs of an array field; a missing field is an empty list.
