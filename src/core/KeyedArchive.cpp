@@ -54,9 +54,9 @@ bool isInlineScalar(const Value& value) {
     }
 }
 
-// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD. The
-// binary writer drops such bytes, so an archive read and written again would otherwise
-// differ from what was read.
+// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD, and
+// so does a NUL. The binary writer drops such bytes and ends text at a NUL, so an archive
+// read and written again would otherwise differ from what was read.
 Value validText(const Value& value) {
     const std::string* text = value.string();
     if (text == nullptr) {
@@ -65,7 +65,8 @@ Value validText(const Value& value) {
     const auto sequenceLength = [](const std::string& s, size_t i) -> size_t {
         const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
         const unsigned char first = byte(i);
-        size_t length = first < 0x80           ? 1
+        size_t length = first == 0             ? 0
+                        : first < 0x80         ? 1
                         : (first >> 5) == 0x6  ? 2
                         : (first >> 4) == 0xE  ? 3
                         : (first >> 3) == 0x1E ? 4

@@ -755,6 +755,22 @@ TEST(KeyedArchiveTest, TextThatIsNoUTF8ReadsWithReplacementCharacters) {
         ASSERT_TRUE(back);
         EXPECT_EQ(*back, Value(c.read));
     }
+    // A NUL, which the writer can't keep inside text (it would end the text there): the
+    // archive is written with a stand-in character that is then set to 0 (in UTF-16, as
+    // the text is not ASCII).
+    const Bytes written = KeyedArchiver::archivedDataWithRootObject(Value("<document.label/>#<page.number/> \xC3\xBC"));
+    const std::string stored(written.begin(), written.end());
+    const size_t stand = stored.find(std::string("/\0>\0#\0<", 7));
+    ASSERT_NE(stand, std::string::npos);
+    Bytes withNul = written;
+    withNul[stand + 4] = 0;
+    const std::optional<Value> back = KeyedUnarchiver::unarchiveObjectWithData(withNul);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->toString(), "<document.label/>" + replacement + "<page.number/> \xC3\xBC");
+    const std::optional<Value> again =
+        KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(*back));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->toString(), back->toString());
 }
 
 TEST(KeyedArchiveTest, ClassNamesThatAreNoUTF8ReadAndWriteAsTheyAreWritten) {
