@@ -54,9 +54,9 @@ bool isInlineScalar(const Value& value) {
     }
 }
 
-// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD. The
-// binary writer drops such bytes, so an archive read and written again would otherwise
-// differ from what was read.
+// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD, and
+// so does a NUL. The binary writer drops such bytes and ends text at a NUL, so an archive
+// read and written again would otherwise differ from what was read.
 Value validText(const Value& value) {
     const std::string* text = value.string();
     if (text == nullptr) {
@@ -65,7 +65,8 @@ Value validText(const Value& value) {
     const auto sequenceLength = [](const std::string& s, size_t i) -> size_t {
         const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
         const unsigned char first = byte(i);
-        size_t length = first < 0x80           ? 1
+        size_t length = first == 0             ? 0
+                        : first < 0x80         ? 1
                         : (first >> 5) == 0x6  ? 2
                         : (first >> 4) == 0xE  ? 3
                         : (first >> 3) == 0x1E ? 4
@@ -370,12 +371,15 @@ public:
         return index;
     }
 
+    // Like class records, strings are told apart as written.
     size_t stringEntry(const std::string& text) {
-        if (const auto found = m_strings.find(text); found != m_strings.end()) {
+        const Value valid = validText(Value(text));
+        const std::string& written = *valid.string();
+        if (const auto found = m_strings.find(written); found != m_strings.end()) {
             return found->second;
         }
-        const size_t index = append(Value(text));
-        m_strings.emplace(text, index);
+        const size_t index = append(valid);
+        m_strings.emplace(written, index);
         return index;
     }
 
@@ -414,18 +418,23 @@ private:
         return m_nullObject;
     }
 
+    // Records are told apart by the names as written: a name that is no UTF-8 is written
+    // with replacement characters, so two names that differ only in such bytes (one kept
+    // from an archive, one already read back through one) share their record.
     size_t classRecord(const std::string& name, const std::vector<std::string>& superclasses) {
-        std::string identity = name;
-        Value::Array chain{Value(name)};
+        const Value className = validText(Value(name));
+        std::string identity = *className.string();
+        Value::Array chain{className};
         for (const std::string& superclass : superclasses) {
-            identity += '\0' + superclass;
-            chain.emplace_back(superclass);
+            const Value valid = validText(Value(superclass));
+            identity += '\0' + *valid.string();
+            chain.push_back(valid);
         }
         if (const auto found = m_classes.find(identity); found != m_classes.end()) {
             return found->second;
         }
         const size_t index =
-            append(Value(Value::Dictionary{{"$classname", Value(name)}, {"$classes", Value(std::move(chain))}}));
+            append(Value(Value::Dictionary{{"$classname", className}, {"$classes", Value(std::move(chain))}}));
         m_classes.emplace(std::move(identity), index);
         return index;
     }
@@ -682,7 +691,7 @@ public:
         if (const Value::Array* classes = m_objects[*classUid]["$classes"].array()) {
             for (size_t i = 1; i < classes->size(); ++i) {
                 if ((*classes)[i].string() != nullptr) {
-                    chain.push_back(*(*classes)[i].string());
+                    chain.push_back(*validText((*classes)[i]).string());
                 }
             }
         }
@@ -734,7 +743,8 @@ private:
             fail(formatMessage("entry %@ refers to a class record without a name", uid));
             return std::nullopt;
         }
-        return *name.string();
+        // As other text: the name reads as the writer can write it.
+        return *validText(name).string();
     }
 
     // The UIDs of an array field; a missing field is an empty list.
