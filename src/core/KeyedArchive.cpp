@@ -1,5 +1,6 @@
 #include "core/KeyedArchive.h"
 
+#include <cmath>
 #include <limits>
 #include <set>
 #include <utility>
@@ -53,6 +54,74 @@ bool isInlineScalar(const Value& value) {
     }
 }
 
+// Text as valid UTF-8: each byte that begins no well-formed sequence becomes U+FFFD, and
+// so does a NUL. The binary writer drops such bytes and ends text at a NUL, so an archive
+// read and written again would otherwise differ from what was read.
+Value validText(const Value& value) {
+    const std::string* text = value.string();
+    if (text == nullptr) {
+        return value;
+    }
+    const auto sequenceLength = [](const std::string& s, size_t i) -> size_t {
+        const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+        const unsigned char first = byte(i);
+        size_t length = first == 0             ? 0
+                        : first < 0x80         ? 1
+                        : (first >> 5) == 0x6  ? 2
+                        : (first >> 4) == 0xE  ? 3
+                        : (first >> 3) == 0x1E ? 4
+                                               : 0;
+        if (length == 0 || i + length > s.size() || (length == 2 && first < 0xC2) || (length == 4 && first > 0xF4)) {
+            return 0;
+        }
+        for (size_t k = 1; k < length; ++k) {
+            if ((byte(i + k) & 0xC0) != 0x80) {
+                return 0;
+            }
+        }
+        // Overlong three- and four-byte forms, surrogates and code points past U+10FFFF.
+        if ((length == 3 && first == 0xE0 && byte(i + 1) < 0xA0) ||
+            (length == 3 && first == 0xED && byte(i + 1) >= 0xA0) ||
+            (length == 4 && first == 0xF0 && byte(i + 1) < 0x90) ||
+            (length == 4 && first == 0xF4 && byte(i + 1) >= 0x90)) {
+            return 0;
+        }
+        return length;
+    };
+    size_t i = 0;
+    while (i < text->size()) {
+        const size_t length = sequenceLength(*text, i);
+        if (length == 0) {
+            break;
+        }
+        i += length;
+    }
+    if (i == text->size()) {
+        return value;
+    }
+    std::string fixed = text->substr(0, i);
+    while (i < text->size()) {
+        const size_t length = sequenceLength(*text, i);
+        if (length == 0) {
+            fixed += "\xEF\xBF\xBD";
+            ++i;
+        } else {
+            fixed.append(*text, i, length);
+            i += length;
+        }
+    }
+    return Value(std::move(fixed));
+}
+
+const std::set<std::string, std::less<>>& builtInValueClassNames() {
+    static const std::set<std::string, std::less<>> names = {"NSString",        "NSMutableString",
+                                                             "NSData",          "NSMutableData",
+                                                             "NSDate",          "NSNull",
+                                                             "NSDictionary",    "NSMutableDictionary",
+                                                             "NSDecimalNumber", "NSDecimalNumberPlaceholder"};
+    return names;
+}
+
 const std::set<std::string, std::less<>>& arrayClassNames() {
     static const std::set<std::string, std::less<>> names = {"NSArray",      "NSMutableArray", "NSSet",
                                                              "NSMutableSet", "NSOrderedSet",   "NSMutableOrderedSet"};
@@ -83,6 +152,60 @@ KeyedDecodeFunction KeyedArchiveRegistry::decoderForClass(std::string_view class
     const std::lock_guard lock(m_mutex);
     const auto found = m_decoders.find(className);
     return found != m_decoders.end() ? found->second : KeyedDecodeFunction();
+}
+
+void KeyedArchiveRegistry::setFallbackDecoder(KeyedDecodeFunction decode) {
+    const std::lock_guard lock(m_mutex);
+    m_fallback = std::move(decode);
+}
+
+KeyedDecodeFunction KeyedArchiveRegistry::fallbackDecoder() const {
+    const std::lock_guard lock(m_mutex);
+    return m_fallback;
+}
+
+KeyedNode KeyedNode::fromValue(Value value) {
+    KeyedNode node;
+    node.kind = value.isNull() ? Kind::Null : Kind::Value;
+    node.value = std::move(value);
+    return node;
+}
+
+KeyedNode KeyedNode::fromObject(std::shared_ptr<KeyedArchivable> object) {
+    KeyedNode node;
+    node.kind = object ? Kind::Object : Kind::Null;
+    node.object = std::move(object);
+    return node;
+}
+
+KeyedNode KeyedNode::array(std::vector<KeyedNode> elements, std::string className) {
+    KeyedNode node;
+    node.kind = Kind::Array;
+    node.elements = std::move(elements);
+    node.className = std::move(className);
+    return node;
+}
+
+KeyedNode KeyedNode::dictionary(std::vector<std::string> keys, std::vector<KeyedNode> values, std::string className) {
+    KeyedNode node;
+    node.kind = Kind::Dictionary;
+    node.keys = std::move(keys);
+    node.elements = std::move(values);
+    node.elements.resize(node.keys.size());
+    node.className = std::move(className);
+    return node;
+}
+
+const KeyedNode* KeyedNode::member(std::string_view key) const {
+    if (kind != Kind::Dictionary) {
+        return nullptr;
+    }
+    for (size_t i = 0; i < keys.size() && i < elements.size(); ++i) {
+        if (keys[i] == key) {
+            return &elements[i];
+        }
+    }
+    return nullptr;
 }
 
 namespace keyedarchive {
@@ -201,12 +324,62 @@ public:
         return index;
     }
 
+    // Inline nodes only stand in a record; anywhere else they are written as values.
+    size_t encodeNode(const KeyedNode& node, bool inCollection) {
+        switch (node.kind) {
+            case KeyedNode::Kind::Null:
+                return inCollection ? nullObject() : 0;
+            case KeyedNode::Kind::Inline:
+            case KeyedNode::Kind::Value:
+                return encodeValue(node.value, inCollection);
+            case KeyedNode::Kind::Object:
+                return node.object ? encodeObject(node.object.get()) : (inCollection ? nullObject() : 0);
+            case KeyedNode::Kind::Array:
+            case KeyedNode::Kind::Dictionary:
+                break;
+        }
+        if (m_depth >= kMaxDepth) {
+            fail("a value nests too deeply");
+            return 0;
+        }
+        const size_t index = reserve();
+        ++m_depth;
+        Value::Array references;
+        references.reserve(node.elements.size());
+        for (const KeyedNode& element : node.elements) {
+            references.push_back(uidValue(encodeNode(element, true)));
+        }
+        Value::Dictionary record{{"NS.objects", Value(std::move(references))}};
+        const bool isArray = node.kind == KeyedNode::Kind::Array;
+        if (!isArray) {
+            Value::Array keys;
+            for (const std::string& key : node.keys) {
+                keys.push_back(uidValue(stringEntry(key)));
+            }
+            record.emplace("NS.keys", Value(std::move(keys)));
+        }
+        --m_depth;
+        const std::string base = isArray ? "NSArray" : "NSDictionary";
+        const std::string name = node.className.empty() ? base : node.className;
+        std::vector<std::string> chain;
+        if (name != base) {
+            chain.push_back(base);
+        }
+        chain.emplace_back("NSObject");
+        record.emplace("$class", uidValue(classRecord(name, chain)));
+        m_objects[index] = Value(std::move(record));
+        return index;
+    }
+
+    // Like class records, strings are told apart as written.
     size_t stringEntry(const std::string& text) {
-        if (const auto found = m_strings.find(text); found != m_strings.end()) {
+        const Value valid = validText(Value(text));
+        const std::string& written = *valid.string();
+        if (const auto found = m_strings.find(written); found != m_strings.end()) {
             return found->second;
         }
-        const size_t index = append(Value(text));
-        m_strings.emplace(text, index);
+        const size_t index = append(valid);
+        m_strings.emplace(written, index);
         return index;
     }
 
@@ -231,6 +404,9 @@ private:
     size_t remember(const Value& value, size_t index) {
         if (const void* identity = value.sharedIdentity()) {
             m_shared.emplace(identity, index);
+            // Held until the archive is done: a temporary's storage freed and reused at the
+            // same address would otherwise pass for the value written before.
+            m_keptAlive.push_back(value);
         }
         return index;
     }
@@ -242,18 +418,23 @@ private:
         return m_nullObject;
     }
 
+    // Records are told apart by the names as written: a name that is no UTF-8 is written
+    // with replacement characters, so two names that differ only in such bytes (one kept
+    // from an archive, one already read back through one) share their record.
     size_t classRecord(const std::string& name, const std::vector<std::string>& superclasses) {
-        std::string identity = name;
-        Value::Array chain{Value(name)};
+        const Value className = validText(Value(name));
+        std::string identity = *className.string();
+        Value::Array chain{className};
         for (const std::string& superclass : superclasses) {
-            identity += '\0' + superclass;
-            chain.emplace_back(superclass);
+            const Value valid = validText(Value(superclass));
+            identity += '\0' + *valid.string();
+            chain.push_back(valid);
         }
         if (const auto found = m_classes.find(identity); found != m_classes.end()) {
             return found->second;
         }
         const size_t index =
-            append(Value(Value::Dictionary{{"$classname", Value(name)}, {"$classes", Value(std::move(chain))}}));
+            append(Value(Value::Dictionary{{"$classname", className}, {"$classes", Value(std::move(chain))}}));
         m_classes.emplace(std::move(identity), index);
         return index;
     }
@@ -300,6 +481,7 @@ private:
     std::map<std::string, size_t, std::less<>> m_strings;
     std::map<std::string, size_t> m_classes;
     std::map<const void*, size_t> m_shared;
+    std::vector<Value> m_keptAlive;
     std::map<const KeyedArchivable*, size_t> m_written;
     std::set<const KeyedArchivable*> m_inProgress;
     size_t m_nullObject = 0;
@@ -328,7 +510,7 @@ public:
         }
         const Value& entry = m_objects[uid];
         if (isInlineScalar(entry)) {
-            return entry;
+            return validText(entry);
         }
         const Value::Dictionary* record = entry.dictionary();
         if (record == nullptr || uidOf(entry)) {
@@ -366,7 +548,10 @@ public:
         if (!className) {
             return nullptr;
         }
-        const KeyedDecodeFunction decode = m_registry.decoderForClass(*className);
+        KeyedDecodeFunction decode = m_registry.decoderForClass(*className);
+        if (!decode && builtInValueClassNames().count(*className) == 0 && arrayClassNames().count(*className) == 0) {
+            decode = m_registry.fallbackDecoder();
+        }
         if (!decode) {
             fail("no decoder is registered for the class " + *className);
             return nullptr;
@@ -415,13 +600,74 @@ public:
         return failed() ? std::vector<std::shared_ptr<KeyedArchivable>>() : result;
     }
 
+    KeyedNode nodeAt(uint64_t uid) {
+        KeyedNode node;
+        if (uid == 0 || !enter(uid)) {
+            return node;
+        }
+        // Nodes are trees: a collection referenced from many places is copied to each. A
+        // hostile archive could nest such references to expand without end, so the copies
+        // have a budget proportional to the archive's size.
+        if (m_nodeBudget == 0) {
+            fail("the archive's collections expand far beyond its size");
+            return node;
+        }
+        --m_nodeBudget;
+        const Value& entry = m_objects[uid];
+        if (isInlineScalar(entry)) {
+            return KeyedNode::fromValue(validText(entry));
+        }
+        const Value::Dictionary* record = entry.dictionary();
+        if (record == nullptr || uidOf(entry)) {
+            fail(formatMessage("entry %@ is neither a value nor an object", uid));
+            return node;
+        }
+        const std::optional<std::string> className = classNameOf(*record, uid);
+        if (!className) {
+            return node;
+        }
+        const bool isArray = arrayClassNames().count(*className) != 0;
+        const bool isDictionary = *className == "NSDictionary" || *className == "NSMutableDictionary";
+        if (!isArray && !isDictionary) {
+            if (builtInValueClassNames().count(*className) != 0) {
+                return KeyedNode::fromValue(valueAt(uid));
+            }
+            return KeyedNode::fromObject(objectAt(uid));
+        }
+        // Collections are not cached: each place gets its own node, as values do.
+        if (!begin(uid)) {
+            return node;
+        }
+        node.kind = isArray ? KeyedNode::Kind::Array : KeyedNode::Kind::Dictionary;
+        node.className = *className;
+        const std::vector<uint64_t> objects = references(*record, "NS.objects");
+        if (isDictionary) {
+            for (const uint64_t key : references(*record, "NS.keys")) {
+                const Value name = valueAt(key);
+                if (name.string() == nullptr) {
+                    fail(formatMessage("dictionary %@ has a key that is not a string", uid));
+                    break;
+                }
+                node.keys.push_back(*name.string());
+            }
+            if (!failed() && node.keys.size() != objects.size()) {
+                fail(formatMessage("dictionary %@ has %@ keys for %@ objects", uid, node.keys.size(), objects.size()));
+            }
+        }
+        for (size_t i = 0; i < objects.size() && !failed(); ++i) {
+            node.elements.push_back(nodeAt(objects[i]));
+        }
+        end(uid);
+        return failed() ? KeyedNode() : node;
+    }
+
     // A field of a record read as a value: a reference resolves, inline scalars stand.
     Value resolve(const Value& field) {
         if (const auto uid = uidOf(field)) {
             return valueAt(*uid);
         }
         if (isInlineScalar(field)) {
-            return field;
+            return validText(field);
         }
         fail("a field holds neither a reference nor a plain value");
         return Value();
@@ -434,6 +680,23 @@ public:
     }
     bool failed() const { return !m_error.empty(); }
     const std::string& error() const { return m_error; }
+
+    std::vector<std::string> classChainOf(const Value::Dictionary& record) const {
+        std::vector<std::string> chain;
+        const auto found = record.find("$class");
+        const auto classUid = found != record.end() ? uidOf(found->second) : std::nullopt;
+        if (!classUid || *classUid >= m_objects.size()) {
+            return chain;
+        }
+        if (const Value::Array* classes = m_objects[*classUid]["$classes"].array()) {
+            for (size_t i = 1; i < classes->size(); ++i) {
+                if ((*classes)[i].string() != nullptr) {
+                    chain.push_back(*validText((*classes)[i]).string());
+                }
+            }
+        }
+        return chain;
+    }
 
 private:
     enum class State : uint8_t { Untouched, InProgress, ValueDone, ObjectDone };
@@ -480,7 +743,8 @@ private:
             fail(formatMessage("entry %@ refers to a class record without a name", uid));
             return std::nullopt;
         }
-        return *name.string();
+        // As other text: the name reads as the writer can write it.
+        return *validText(name).string();
     }
 
     // The UIDs of an array field; a missing field is an empty list.
@@ -608,6 +872,7 @@ private:
     std::vector<State> m_state;
     std::vector<Value> m_values;
     std::vector<std::shared_ptr<KeyedArchivable>> m_decoded;
+    size_t m_nodeBudget = m_objects.size() * 16 + 4096;
     int m_depth = 0;
     std::string m_error;
 };
@@ -646,6 +911,29 @@ void KeyedEncoder::encodeString(std::string_view value, std::string_view key) {
 
 void KeyedEncoder::encodeBytes(const Bytes& value, std::string_view key) {
     m_record.insert_or_assign(escapedKey(key), Value(value));
+}
+
+double singlePrecision(double value) {
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    if (std::isnan(value)) {
+        return value;
+    }
+    if (value > kLargest || value < -kLargest) {
+        return value > 0 ? std::numeric_limits<double>::infinity() : -std::numeric_limits<double>::infinity();
+    }
+    return static_cast<double>(static_cast<float>(value));
+}
+
+void KeyedEncoder::encodeFloat(double value, std::string_view key) {
+    m_record.insert_or_assign(escapedKey(key), Value(singlePrecision(value)));
+}
+
+void KeyedEncoder::encodeNode(const KeyedNode& node, std::string_view key) {
+    if (node.kind == KeyedNode::Kind::Inline) {
+        m_record.insert_or_assign(escapedKey(key), node.value);
+        return;
+    }
+    m_record.insert_or_assign(escapedKey(key), uidValue(m_writer.encodeNode(node, false)));
 }
 
 // Decoder.
@@ -744,6 +1032,42 @@ Bytes KeyedDecoder::decodeBytesForKey(std::string_view key) {
     return {};
 }
 
+std::vector<std::string> KeyedDecoder::archivedSuperclassNames() const {
+    return m_reader.classChainOf(m_record);
+}
+
+double KeyedDecoder::decodeFloatForKey(std::string_view key) {
+    return singlePrecision(decodeDoubleForKey(key));
+}
+
+std::vector<std::string> KeyedDecoder::allKeys() const {
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : m_record) {
+        if (key == "$class") {
+            continue;
+        }
+        keys.push_back(key.size() > 1 && key[0] == '$' && key[1] == '$' ? key.substr(1) : key);
+    }
+    return keys;
+}
+
+KeyedNode KeyedDecoder::decodeNodeForKey(std::string_view key) {
+    const Value* value = field(key);
+    if (value == nullptr) {
+        return {};
+    }
+    if (const auto uid = uidOf(*value)) {
+        return m_reader.nodeAt(*uid);
+    }
+    if (isInlineScalar(*value)) {
+        KeyedNode node = KeyedNode::fromValue(validText(*value));
+        node.kind = KeyedNode::Kind::Inline;
+        return node;
+    }
+    m_reader.fail("the field " + std::string(key) + " of class " + m_className + " is neither a reference nor a value");
+    return {};
+}
+
 void KeyedDecoder::failWithError(std::string message) {
     m_reader.fail("class " + m_className + ": " + std::move(message));
 }
@@ -776,6 +1100,19 @@ std::optional<Bytes> KeyedArchiver::archivedDataWithRootObject(const KeyedArchiv
     return writer.finish(index);
 }
 
+std::optional<Bytes> KeyedArchiver::archivedDataWithRootNode(const KeyedNode& root, std::string* error) {
+    keyedarchive::Writer writer;
+    const size_t index = writer.encodeNode(root, false);
+    if (!writer.error().empty()) {
+        logMessage("%@", writer.error());
+        if (error != nullptr) {
+            *error = writer.error();
+        }
+        return std::nullopt;
+    }
+    return writer.finish(index);
+}
+
 namespace {
 
 struct ArchiveParts {
@@ -784,14 +1121,8 @@ struct ArchiveParts {
     uint64_t root = 0;
 };
 
-std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) {
-    std::string reason;
-    std::optional<Value> plist = Value::fromPropertyList(data, &reason);
-    if (!plist) {
-        error = "Keyed archive: " + reason;
-        return std::nullopt;
-    }
-    ArchiveParts parts{std::move(*plist)};
+std::optional<ArchiveParts> archivePartsOf(Value plist, std::string& error) {
+    ArchiveParts parts{std::move(plist)};
     const Value& archive = parts.plist;
     if (archive.dictionary() == nullptr) {
         error = "Keyed archive: the property list is not a dictionary";
@@ -824,6 +1155,16 @@ std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) 
     return parts;
 }
 
+std::optional<ArchiveParts> archiveParts(const Bytes& data, std::string& error) {
+    std::string reason;
+    std::optional<Value> plist = Value::fromPropertyList(data, &reason);
+    if (!plist) {
+        error = "Keyed archive: " + reason;
+        return std::nullopt;
+    }
+    return archivePartsOf(std::move(*plist), error);
+}
+
 template <typename Result>
 Result reportFailure(const std::string& message, std::string* error) {
     logMessage("%@", message);
@@ -851,8 +1192,18 @@ std::optional<Value> KeyedUnarchiver::unarchiveObjectWithData(const Bytes& data,
 
 std::shared_ptr<KeyedArchivable> KeyedUnarchiver::unarchiveArchivableWithData(const Bytes& data, std::string* error,
                                                                               const KeyedArchiveRegistry& registry) {
+    std::string reason;
+    std::optional<Value> plist = Value::fromPropertyList(data, &reason);
+    if (!plist) {
+        return reportFailure<std::shared_ptr<KeyedArchivable>>("Keyed archive: " + reason, error);
+    }
+    return unarchiveArchivableWithPropertyList(std::move(*plist), error, registry);
+}
+
+std::shared_ptr<KeyedArchivable> KeyedUnarchiver::unarchiveArchivableWithPropertyList(
+    Value plist, std::string* error, const KeyedArchiveRegistry& registry) {
     std::string message;
-    const std::optional<ArchiveParts> parts = archiveParts(data, message);
+    const std::optional<ArchiveParts> parts = archivePartsOf(std::move(plist), message);
     if (!parts) {
         return reportFailure<std::shared_ptr<KeyedArchivable>>(message, error);
     }
@@ -863,6 +1214,21 @@ std::shared_ptr<KeyedArchivable> KeyedUnarchiver::unarchiveArchivableWithData(co
     }
     if (!root) {
         return reportFailure<std::shared_ptr<KeyedArchivable>>("Keyed archive: the root object is null", error);
+    }
+    return root;
+}
+
+std::optional<KeyedNode> KeyedUnarchiver::unarchiveNodeWithData(const Bytes& data, std::string* error,
+                                                                const KeyedArchiveRegistry& registry) {
+    std::string message;
+    const std::optional<ArchiveParts> parts = archiveParts(data, message);
+    if (!parts) {
+        return reportFailure<std::optional<KeyedNode>>(message, error);
+    }
+    keyedarchive::Reader reader(*parts->objects, registry);
+    KeyedNode root = reader.nodeAt(parts->root);
+    if (reader.failed()) {
+        return reportFailure<std::optional<KeyedNode>>(reader.error(), error);
     }
     return root;
 }

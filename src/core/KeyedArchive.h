@@ -35,6 +35,33 @@ namespace brassline {
 
 class KeyedEncoder;
 class KeyedDecoder;
+class KeyedArchivable;
+
+// A number as a 32-bit float holds it: beyond the float range it is infinite (a plain
+// conversion of such a double is undefined), not-a-number stays so.
+double singlePrecision(double value);
+
+// A field or value read without knowing its type beforehand: what a mixed graph of plain
+// values and objects decodes to (a dictionary of arrays of objects, say), and what an
+// object of a class unknown here keeps so that it writes itself back unchanged. Arrays and
+// dictionaries keep their archived class name and their order.
+struct KeyedNode {
+    enum class Kind : uint8_t { Null, Inline, Value, Object, Array, Dictionary };
+    Kind kind = Kind::Null;
+    Value value;                              // Inline (stored in the record) and Value.
+    std::shared_ptr<KeyedArchivable> object;  // Object.
+    std::string className;                    // Array and Dictionary.
+    std::vector<KeyedNode> elements;          // Array elements; Dictionary values.
+    std::vector<std::string> keys;            // Dictionary keys, beside their values.
+
+    static KeyedNode fromValue(Value value);
+    static KeyedNode fromObject(std::shared_ptr<KeyedArchivable> object);
+    static KeyedNode array(std::vector<KeyedNode> elements, std::string className = "NSArray");
+    static KeyedNode dictionary(std::vector<std::string> keys, std::vector<KeyedNode> values,
+                                std::string className = "NSDictionary");
+    // The member of a dictionary node; nullptr when absent or not a dictionary.
+    const KeyedNode* member(std::string_view key) const;
+};
 
 // An object that writes itself into a keyed archive under fixed string keys. The class
 // name and its superclass chain go into the archive's class record.
@@ -62,10 +89,15 @@ public:
     void unregisterClass(std::string_view className);
     // An empty function for an unknown class.
     KeyedDecodeFunction decoderForClass(std::string_view className) const;
+    // What decodes an object of a class with no decoder of its own (empty: such an archive
+    // fails). The layout archive keeps elements of unknown classes this way.
+    void setFallbackDecoder(KeyedDecodeFunction decode);
+    KeyedDecodeFunction fallbackDecoder() const;
 
 private:
     mutable std::mutex m_mutex;
     std::map<std::string, KeyedDecodeFunction, std::less<>> m_decoders;
+    KeyedDecodeFunction m_fallback;
 };
 
 namespace keyedarchive {
@@ -88,6 +120,10 @@ public:
     void encodeBool(bool value, std::string_view key);
     void encodeString(std::string_view value, std::string_view key);
     void encodeBytes(const Bytes& value, std::string_view key);
+    // A value as the platform's encodeFloat:forKey: leaves it: rounded to 32 bits.
+    void encodeFloat(double value, std::string_view key);
+    // An untyped field, written back in the form it was read in.
+    void encodeNode(const KeyedNode& node, std::string_view key);
 
 private:
     friend class keyedarchive::Writer;
@@ -103,6 +139,8 @@ private:
 class KeyedDecoder {
 public:
     const std::string& className() const { return m_className; }
+    // The class record's chain after the class itself ("$classes"), as archived.
+    std::vector<std::string> archivedSuperclassNames() const;
     bool containsValueForKey(std::string_view key) const;
 
     Value decodeValueForKey(std::string_view key);
@@ -114,6 +152,13 @@ public:
     bool decodeBoolForKey(std::string_view key);
     std::string decodeStringForKey(std::string_view key);
     Bytes decodeBytesForKey(std::string_view key);
+    // A number read back through a 32-bit float, as the platform's decodeFloatForKey: does.
+    double decodeFloatForKey(std::string_view key);
+    // The keys of the record, "$class" left out, as the object wrote them.
+    std::vector<std::string> allKeys() const;
+    // Any field, as a node: values for the built-in value classes, objects through their
+    // decoders (or the registry's fallback), arrays and dictionaries element by element.
+    KeyedNode decodeNodeForKey(std::string_view key);
 
     // Marks the archive as damaged: unarchiving answers nothing, with this reason.
     void failWithError(std::string message);
@@ -137,6 +182,8 @@ public:
     // The binary keyed archive of an object graph; empty, with the reason in `error`, when
     // an object refers back to itself through its fields (cycles are not written).
     static std::optional<Bytes> archivedDataWithRootObject(const KeyedArchivable& root, std::string* error = nullptr);
+    // The archive of a mixed graph; empty, with the reason in `error`, on the same failures.
+    static std::optional<Bytes> archivedDataWithRootNode(const KeyedNode& root, std::string* error = nullptr);
 };
 
 class KeyedUnarchiver {
@@ -148,6 +195,16 @@ public:
     // The root object of an archive written from a KeyedArchivable, made by the decoders of
     // `registry`; nullptr, with the reason in `error`, on the same failures.
     static std::shared_ptr<KeyedArchivable> unarchiveArchivableWithData(
+        const Bytes& data, std::string* error = nullptr,
+        const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
+    // The same from the archive's property list, already read: what a cache of archives
+    // keeps so that each copy skips the parse.
+    static std::shared_ptr<KeyedArchivable> unarchiveArchivableWithPropertyList(
+        Value plist, std::string* error = nullptr,
+        const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
+    // The root of an archive of a mixed graph, as a node; empty, with the reason in `error`,
+    // on the same failures.
+    static std::optional<KeyedNode> unarchiveNodeWithData(
         const Bytes& data, std::string* error = nullptr,
         const KeyedArchiveRegistry& registry = KeyedArchiveRegistry::shared());
 };

@@ -24,6 +24,7 @@
 #include "model/entities/BLTaxGroup.h"
 #include "model/entities/BLTaxRule.h"
 #include "model/entities/ModelStrings.h"
+#include "store/DocumentHooks.h"
 
 namespace brassline {
 
@@ -109,6 +110,20 @@ BLTaxGroup* makeTaxGroup(ManagedObjectContext& context, const std::string& uid, 
     group->setShortName(shortName);
     group->setup();
     return group;
+}
+
+// The default layout with its storage; the layout subsystem's hook fills the archive, so a
+// new file can print at once.
+BLLayout* setupDefaultLayout(ManagedObjectContext& context) {
+    auto* storage = BLBase::insertInManagedObjectContext(context, "LayoutStorage", kDefaultLayoutStorageUID);
+    auto* layout = insertWithUid<BLLayout>(context, kDefaultLayoutUID);
+    layout->setName(localizedString("layout"));
+    layout->setPaperFormat(std::string("{595, 842}"));
+    layout->setValueForKey(Value(static_cast<Object*>(storage)), "storage");
+    if (const auto& hook = documentHooks().setupDefaultLayout) {
+        hook(*layout);
+    }
+    return layout;
 }
 
 }  // namespace
@@ -249,11 +264,7 @@ void BLSetupDefaultsController::setupWithObject(const Value::Dictionary& setup, 
     }
 
     // 11. The default layout; its archive comes with the layout subsystem.
-    auto* storage = BLBase::insertInManagedObjectContext(context, "LayoutStorage", kDefaultLayoutStorageUID);
-    auto* layout = insertWithUid<BLLayout>(context, kDefaultLayoutUID);
-    layout->setName(localizedString("layout"));
-    layout->setPaperFormat(std::string("{595, 842}"));
-    layout->setValueForKey(Value(static_cast<Object*>(storage)), "storage");
+    BLLayout* layout = setupDefaultLayout(context);
     followUpType->setLayout(layout);
     profile->setLayout(layout);
     profile->setEstimateLayout(layout);

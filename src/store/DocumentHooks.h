@@ -24,6 +24,8 @@ struct DocumentHooks {
     std::function<void(BLDoc&)> updatePermanentInvoices;
     // Plug-ins of a type ("openDocument", "activateDocument") are called for the document.
     std::function<void(BLDoc&, std::string_view type)> callPluginsOfType;
+    // Gives the default layout of a new company file its archive (first-time set-up).
+    std::function<void(ManagedObject& layout)> setupDefaultLayout;
     // Writes one layout as a layout package into `folder`; false when it can't.
     std::function<bool(ManagedObject& layout, const std::string& folder)> exportLayout;
     // The URL commands whose work belongs to later subsystems, by lower-case command.

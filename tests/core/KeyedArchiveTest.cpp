@@ -611,5 +611,223 @@ TEST(KeyedArchiveTest, RandomlyDamagedArchivesInBothFormsNeverCrash) {
     EXPECT_LT(decoded, 3000u);
 }
 
+// A record class that keeps whatever fields it meets: the shape of the fallback decoder.
+class KeepingRecord : public KeyedArchivable {
+public:
+    explicit KeepingRecord(std::string name) : m_name(std::move(name)) {}
+    std::string archivedClassName() const override { return m_name; }
+    std::vector<std::string> archivedSuperclassNames() const override {
+        return superclasses.empty() ? KeyedArchivable::archivedSuperclassNames() : superclasses;
+    }
+    void encodeWithCoder(KeyedEncoder& coder) const override {
+        for (const auto& [key, node] : fields) {
+            coder.encodeNode(node, key);
+        }
+    }
+    std::vector<std::pair<std::string, KeyedNode>> fields;
+    std::vector<std::string> superclasses;
+
+private:
+    std::string m_name;
+};
+
+TEST(KeyedArchiveTest, MixedGraphsAndUnknownClassesComeBackAsNodes) {
+    auto inner = std::make_shared<KeepingRecord>("BLTestFutureThing");
+    inner->fields.emplace_back("count", KeyedNode::fromValue(Value(int64_t{7})));
+    inner->fields.back().second.kind = KeyedNode::Kind::Inline;
+    inner->fields.emplace_back("label", KeyedNode::fromValue(Value("seven")));
+    const KeyedNode root =
+        KeyedNode::dictionary({"items", "plain"},
+                              {KeyedNode::array({KeyedNode::fromObject(inner), KeyedNode()}, "NSMutableArray"),
+                               KeyedNode::fromValue(Value(Value::Array{Value(1), Value("x")}))},
+                              "NSMutableDictionary");
+    std::string error;
+    const std::optional<Bytes> data = KeyedArchiver::archivedDataWithRootNode(root, &error);
+    ASSERT_TRUE(data) << error;
+
+    // Without a decoder or a fallback the unknown class fails the archive.
+    EXPECT_FALSE(KeyedUnarchiver::unarchiveNodeWithData(*data, &error));
+    EXPECT_NE(error.find("BLTestFutureThing"), std::string::npos) << error;
+
+    KeyedArchiveRegistry registry;
+    registry.setFallbackDecoder([](KeyedDecoder& coder) -> std::shared_ptr<KeyedArchivable> {
+        auto kept = std::make_shared<KeepingRecord>(coder.className());
+        for (const std::string& key : coder.allKeys()) {
+            kept->fields.emplace_back(key, coder.decodeNodeForKey(key));
+        }
+        return kept;
+    });
+    const std::optional<KeyedNode> back = KeyedUnarchiver::unarchiveNodeWithData(*data, &error, registry);
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(back->className, "NSMutableDictionary");
+    const KeyedNode* items = back->member("items");
+    ASSERT_NE(items, nullptr);
+    ASSERT_EQ(items->elements.size(), 2U);
+    EXPECT_EQ(items->className, "NSMutableArray");
+    EXPECT_EQ(items->elements[1].kind, KeyedNode::Kind::Null);
+    auto* kept = dynamic_cast<KeepingRecord*>(items->elements[0].object.get());
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->archivedClassName(), "BLTestFutureThing");
+    ASSERT_EQ(kept->fields.size(), 2U);
+    EXPECT_EQ(kept->fields[0].second.kind, KeyedNode::Kind::Inline);
+    EXPECT_EQ(kept->fields[1].second.value, Value("seven"));
+    const KeyedNode* plain = back->member("plain");
+    ASSERT_NE(plain, nullptr);
+    EXPECT_EQ(plain->elements.size(), 2U);
+    // Written again, the graph gives the same bytes.
+    EXPECT_EQ(KeyedArchiver::archivedDataWithRootNode(*back), data);
+}
+
+// Writes many short-lived dictionaries, each made for its call and freed after it: the
+// allocator hands their storage out again, which must not make them one shared value.
+class TemporaryValues : public KeyedArchivable {
+public:
+    std::string archivedClassName() const override { return "BLTestTemporaries"; }
+    void encodeWithCoder(KeyedEncoder& coder) const override {
+        for (int i = 0; i < 20; ++i) {
+            coder.encodeValue(Value(Value::Dictionary{{"index", Value(i)}}), "value" + std::to_string(i));
+        }
+    }
+};
+
+TEST(KeyedArchiveTest, TemporaryValuesAreNeverTakenForEachOther) {
+    KeyedArchiveRegistry registry;
+    registry.registerClass("BLTestTemporaries", [](KeyedDecoder& coder) -> std::shared_ptr<KeyedArchivable> {
+        for (int i = 0; i < 20; ++i) {
+            if (coder.decodeValueForKey("value" + std::to_string(i))["index"] != Value(i)) {
+                coder.failWithError("value " + std::to_string(i) + " came back as another");
+            }
+        }
+        return std::make_shared<TemporaryValues>();
+    });
+    const std::optional<Bytes> data = KeyedArchiver::archivedDataWithRootObject(TemporaryValues());
+    ASSERT_TRUE(data);
+    std::string error;
+    EXPECT_NE(KeyedUnarchiver::unarchiveArchivableWithData(*data, &error, registry), nullptr) << error;
+}
+
+TEST(KeyedArchiveTest, ArraysThatReferToOneArrayTwiceCannotExpandWithoutEnd) {
+    // 60 arrays, each holding the next one twice: 2^60 leaves as a tree, 62 entries as a
+    // graph. Values share what the archive shares; nodes give up within their budget.
+    const auto uid = [](int64_t index) { return Value(Value::Dictionary{{"CF$UID", Value(index)}}); };
+    Value::Array objects{Value("$null")};
+    const int64_t classIndex = 62;
+    for (int64_t i = 1; i <= 60; ++i) {
+        objects.push_back(Value(Value::Dictionary{{"NS.objects", Value(Value::Array{uid(i + 1), uid(i + 1)})},
+                                                  {"$class", uid(classIndex)}}));
+    }
+    objects.push_back(Value("leaf"));
+    objects.push_back(Value(Value::Dictionary{{"$classname", Value("NSArray")},
+                                              {"$classes", Value(Value::Array{Value("NSArray"), Value("NSObject")})}}));
+    const Bytes data = Value(Value::Dictionary{{"$archiver", Value("NSKeyedArchiver")},
+                                               {"$version", Value(100000)},
+                                               {"$top", Value(Value::Dictionary{{"root", uid(1)}})},
+                                               {"$objects", Value(std::move(objects))}})
+                           .toBinaryPropertyList();
+    std::string error;
+    EXPECT_TRUE(KeyedUnarchiver::unarchiveObjectWithData(data, &error)) << error;
+    EXPECT_FALSE(KeyedUnarchiver::unarchiveNodeWithData(data, &error));
+    EXPECT_NE(error.find("expand"), std::string::npos) << error;
+}
+
+TEST(KeyedArchiveTest, TextThatIsNoUTF8ReadsWithReplacementCharacters) {
+    struct Case {
+        std::string stored;
+        std::string read;
+    };
+    const std::string replacement = "\xEF\xBF\xBD";
+    const Case cases[] = {
+        {"plain", "plain"},
+        {"-<amount/>\xF0", "-<amount/>" + replacement},                           // A lead byte at the end.
+        {std::string("a\xC0\xAF") + "b", "a" + replacement + replacement + "b"},  // An overlong "/".
+        {"\xED\xA0\x80", replacement + replacement + replacement},                // A surrogate.
+        {"Gr\xC3\xBC\xC3\x9F", "Gr\xC3\xBC\xC3\x9F"},                             // Well-formed text stays.
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.read);
+        const Value archive(Value::Dictionary{
+            {"$archiver", Value("NSKeyedArchiver")},
+            {"$version", Value(100000)},
+            {"$top", Value(Value::Dictionary{{"root", Value(Value::Dictionary{{"CF$UID", Value(1)}})}})},
+            {"$objects", Value(Value::Array{Value("$null"), Value(c.stored)})}});
+        const std::string xml = archive.toXMLPropertyList();
+        const std::optional<Value> back = KeyedUnarchiver::unarchiveObjectWithData(Bytes(xml.begin(), xml.end()));
+        ASSERT_TRUE(back);
+        EXPECT_EQ(*back, Value(c.read));
+    }
+    // A NUL, which the writer can't keep inside text (it would end the text there): the
+    // archive is written with a stand-in character that is then set to 0 (in UTF-16, as
+    // the text is not ASCII).
+    const Bytes written = KeyedArchiver::archivedDataWithRootObject(Value("<document.label/>#<page.number/> \xC3\xBC"));
+    const std::string stored(written.begin(), written.end());
+    const size_t stand = stored.find(std::string("/\0>\0#\0<", 7));
+    ASSERT_NE(stand, std::string::npos);
+    Bytes withNul = written;
+    withNul[stand + 4] = 0;
+    const std::optional<Value> back = KeyedUnarchiver::unarchiveObjectWithData(withNul);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->toString(), "<document.label/>" + replacement + "<page.number/> \xC3\xBC");
+    const std::optional<Value> again =
+        KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(*back));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->toString(), back->toString());
+}
+
+TEST(KeyedArchiveTest, ClassNamesThatAreNoUTF8ReadAndWriteAsTheyAreWritten) {
+    const std::string replacement = "\xEF\xBF\xBD";
+    KeyedArchiveRegistry registry;
+    registry.setFallbackDecoder([](KeyedDecoder& coder) -> std::shared_ptr<KeyedArchivable> {
+        auto kept = std::make_shared<KeepingRecord>(coder.className());
+        kept->superclasses = coder.archivedSuperclassNames();
+        return kept;
+    });
+    // Read: the name and its chain come with replacement characters, as text does.
+    const Value archive(Value::Dictionary{
+        {"$archiver", Value("NSKeyedArchiver")},
+        {"$version", Value(100000)},
+        {"$top", Value(Value::Dictionary{{"root", uid(1)}})},
+        {"$objects",
+         Value(Value::Array{
+             Value("$null"), Value(Value::Dictionary{{"$class", uid(2)}}),
+             Value(Value::Dictionary{{"$classname", Value("BLTestThing\xE0")},
+                                     {"$classes", Value(Value::Array{Value("BLTestThing\xE0"), Value("BLTestBase\xF0"),
+                                                                     Value("NSObject")})}})})}});
+    const std::string xml = archive.toXMLPropertyList();
+    std::string error;
+    const auto read = std::dynamic_pointer_cast<KeepingRecord>(
+        KeyedUnarchiver::unarchiveArchivableWithData(Bytes(xml.begin(), xml.end()), &error, registry));
+    ASSERT_NE(read, nullptr) << error;
+    EXPECT_EQ(read->archivedClassName(), "BLTestThing" + replacement);
+    EXPECT_EQ(read->archivedSuperclassNames(), (std::vector<std::string>{"BLTestBase" + replacement, "NSObject"}));
+
+    // Written: names that differ only in bytes that are no UTF-8 are one name on disk, so
+    // they share one class record (a layout keeps one such name from the archive and one
+    // read back through a copy), and the archive stands still from the first write on.
+    auto kept = std::make_shared<KeepingRecord>("BLTestThing\xE0");
+    auto copied = std::make_shared<KeepingRecord>("BLTestThing" + replacement);
+    auto other = std::make_shared<KeepingRecord>("BLTestThing\xE1");
+    const KeyedNode root =
+        KeyedNode::array({KeyedNode::fromObject(kept), KeyedNode::fromObject(copied), KeyedNode::fromObject(other)});
+    const std::optional<Bytes> data = KeyedArchiver::archivedDataWithRootNode(root, &error);
+    ASSERT_TRUE(data) << error;
+    const std::optional<Value> plist = Value::fromPropertyList(*data);
+    ASSERT_TRUE(plist);
+    std::vector<Value> thingRecords;
+    for (const Value& entry : *(*plist)["$objects"].array()) {
+        if (entry["$classname"].toString().starts_with("BLTestThing")) {
+            thingRecords.push_back(entry);
+        }
+    }
+    ASSERT_EQ(thingRecords.size(), 1U);
+    EXPECT_EQ(thingRecords[0]["$classname"], Value("BLTestThing" + replacement));
+    const std::optional<KeyedNode> back = KeyedUnarchiver::unarchiveNodeWithData(*data, &error, registry);
+    ASSERT_TRUE(back) << error;
+    const std::optional<Bytes> again = KeyedArchiver::archivedDataWithRootNode(*back, &error);
+    ASSERT_TRUE(again) << error;
+    const std::optional<Value> plistAgain = Value::fromPropertyList(*again);
+    ASSERT_TRUE(plistAgain);
+    EXPECT_EQ(*plistAgain, *plist) << plistAgain->description() << " vs " << plist->description();
+}
+
 }  // namespace keyedarchivetest
 }  // namespace brassline

@@ -31,5 +31,9 @@ void addTagCommands(CLI::App& app, int& exitCode);
 void addPaymentCodeCommands(CLI::App& app, int& exitCode);
 // record, script.
 void addScriptCommands(CLI::App& app, int& exitCode);
+// layout list, export, import, dump, paper.
+void addLayoutCommands(CLI::App& app, int& exitCode);
+// render-text.
+void addTextCommands(CLI::App& app, int& exitCode);
 
 }  // namespace brassline::cli

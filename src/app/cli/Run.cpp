@@ -8,6 +8,7 @@
 
 #include "app/cli/Commands.h"
 #include "core/Log.h"
+#include "layout/LayoutHooks.h"
 #include "layout/ZPPaymentCodeNumberTransformers.h"
 #include "lifecycle/LifecycleHooks.h"
 #include "money/ItemHooks.h"
@@ -89,6 +90,7 @@ int run(std::vector<std::string> arguments) {
     installMoneyHooks();
     installItemHooks();
     installLifecycleHooks();
+    installLayoutHooks();
     installPaymentCodeHooks();
     installPluginHooks();
     // The process entry steps (user default keys, registered defaults) come first too.
@@ -104,6 +106,8 @@ int run(std::vector<std::string> arguments) {
     addConversionCommands(app, exitCode);
     addPlaceholderCommands(app, exitCode);
     addTagCommands(app, exitCode);
+    addLayoutCommands(app, exitCode);
+    addTextCommands(app, exitCode);
     addPaymentCodeCommands(app, exitCode);
     addScriptCommands(app, exitCode);
 
