@@ -19,6 +19,7 @@
 #include "app/desktop/RunLoopDriver.h"
 #include "app/desktop/SetupDialog.h"
 #include "app/desktop/Sources.h"
+#include "layout/LayoutHooks.h"
 #include "layout/ZPPaymentCodeNumberTransformers.h"
 #include "lifecycle/LifecycleHooks.h"
 #include "lifecycle/SendableIssue.h"
@@ -35,6 +36,7 @@ DesktopShell::DesktopShell(QObject* parent) : QObject(parent), m_driver(new RunL
     installMoneyHooks();
     installItemHooks();
     installLifecycleHooks();
+    installLayoutHooks();
     installPaymentCodeHooks();
     BLApplication::processEntry();
     // The model's messages during an issue show as a sheet that does not stop the loop.
