@@ -306,7 +306,9 @@ void BLDoc::didMergeExternalChanges(const std::vector<ManagedObject*>& inserted)
         return object->entityName() == "PermanentInvoiceRepetition";
     });
     if (hasRepetition) {
-        BLMaintenance::cleanupPermanentInvoiceRepetitionDuplicates(*m_context);
+        // Merges arrive inside a save's write transaction; the clean-up saves on its own,
+        // so it runs once that transaction is over.
+        m_context->performBlock([this] { BLMaintenance::cleanupPermanentInvoiceRepetitionDuplicates(*m_context); });
     }
 }
 

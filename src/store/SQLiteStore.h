@@ -52,7 +52,11 @@ public:
         // Large data values stay in the file until read (see loadDataValue); off, open
         // reads every value, for work that will read them all anyway.
         bool deferLargeData = true;
+        // How long a save waits for another program's write lock before it gives up with
+        // a message, and how long a read waits for a lock held during a checkpoint.
+        int busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
     };
+    static constexpr int kDefaultBusyTimeoutMilliseconds = 5000;
 
     ~SQLiteStore() override;
 
@@ -79,7 +83,18 @@ public:
     const std::string& identifier() const override { return m_uriIdentifier; }
     int64_t largestObjectNumber() const override { return m_largestNumber; }
     bool loadObjects(ManagedObjectContext& context, std::string* error) override;
+    // Several programs may write one file. A save is one write transaction that waits for
+    // the lock (busyTimeoutMilliseconds), merges the change sets other writers committed
+    // since this store last looked into the context (same key changed on both sides: this
+    // save, the later write, keeps its value and the log notes it), renumbers this
+    // context's new objects past theirs, and draws its change-set sequence, all under the
+    // lock. beginWriting takes that lock early for draws that must be unique (numbers).
+    bool beginWriting(ManagedObjectContext& context, std::string* error) override;
+    void endWriting() override;
     bool saveChanges(const StoreChanges& changes, std::string* error) override;
+    // A file this user can't write (another owner, a read-only folder or mount) opens for
+    // reading only: no -wal or -shm files appear beside it, and every save is refused.
+    bool isReadOnly() const { return m_readOnly; }
     // Large data values (above StoreSnapshot::kDeferredDataBytes) stay in the file at open
     // and are read here on first access, over a reader connection of their own behind a
     // lock, so any thread may call it. A save writes only the data values it changed.
@@ -131,7 +146,11 @@ public:
 
 private:
     struct Impl;
+    class SaveRun;
     explicit SQLiteStore(std::unique_ptr<Impl> impl);
+    bool mergeCommittedChanges(ManagedObjectContext& context, std::string* failure);
+    // The user's message for a failed write, by what SQLite reported.
+    std::string writeFailureMessage(const std::string& reason) const;
     void noteLog(std::string message);
     void noteError(std::string message);
 
@@ -143,6 +162,11 @@ private:
     int64_t m_largestNumber = 0;
     int64_t m_deviceSequence = 0;
     HybridLogicalClock m_clock;
+    ManagedObjectContext* m_context = nullptr;  // The context that loaded the objects; it owns the store.
+    int64_t m_lastChangeSetId = 0;              // The newest change set this store's context reflects.
+    int m_busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
+    bool m_writing = false;  // Inside the write transaction of beginWriting.
+    bool m_readOnly = false;
     bool m_updating = false;
     bool m_loadedAllChanges = false;
     std::vector<Value> m_log;

@@ -159,7 +159,8 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              ASSERT_GT(bytes.size(), 8192u);
              writeBytes(path + "/Store.sqlite", bytes.substr(0, bytes.size() / 2));
          },
-         "The company file \"Cut.brassline\" is damaged and can't be opened: the database is truncated"},
+         "The company file \"Cut.brassline\" is damaged and can't be opened: the database is truncated. Open its "
+         "latest backup instead."},
         {"database header overwritten", "Header.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -167,7 +168,9 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              bytes.replace(0, 16, "Not a database!!");
              writeBytes(path + "/Store.sqlite", bytes);
          },
-         "The company file \"Header.brassline\" is damaged and can't be opened: the database is not a SQLite file"},
+         "The company file \"Header.brassline\" is damaged and can't be opened: the database is not a SQLite file. "
+         "Open its latest backup "
+         "instead."},
         {"database pages overwritten", "Pages.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -178,7 +181,9 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              }
              writeBytes(path + "/Store.sqlite", bytes);
          },
-         "The company file \"Pages.brassline\" is damaged and can't be opened: database disk image is malformed"},
+         "The company file \"Pages.brassline\" is damaged and can't be opened: a page of its database is damaged. Open "
+         "its latest backup "
+         "instead."},
         {"not a store database", "Foreign.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -187,7 +192,9 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::Create));
              ASSERT_TRUE(db.execute("CREATE TABLE notes (text TEXT); INSERT INTO notes VALUES ('hello')"));
          },
-         "The company file \"Foreign.brassline\" is damaged and can't be opened: the store's metadata is missing"},
+         "The company file \"Foreign.brassline\" is damaged and can't be opened: the store's metadata is missing. Open "
+         "its latest backup "
+         "instead."},
     };
     for (const Case& testCase : cases) {
         SCOPED_TRACE(testCase.what);
