@@ -13,8 +13,10 @@ endfunction()
 function(brassline_test subsystem)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   set(target brassline_${subsystem}_tests)
-  add_executable(${target} ${ARG_SOURCES})
+  add_executable(${target} ${ARG_SOURCES} ${CMAKE_SOURCE_DIR}/tests/support/TestProcess.cpp)
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+  # Its own translation unit: its static object must not share a batch's anonymous namespace.
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/tests/support/TestProcess.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   target_link_libraries(${target} PRIVATE brassline_${subsystem} ${ARG_LINKS} GTest::gtest GTest::gtest_main GTest::gmock)
   target_compile_definitions(${target} PRIVATE
     BRASSLINE_SOURCE_DIR="${CMAKE_SOURCE_DIR}"

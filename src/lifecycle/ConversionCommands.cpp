@@ -1,6 +1,6 @@
 #include "lifecycle/ConversionCommands.h"
 
-#include <memory>
+#include <optional>
 #include <ostream>
 
 #include "lifecycle/CommandSupport.h"
@@ -8,17 +8,16 @@
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLEstimate.h"
 #include "model/entities/BLInvoice.h"
-#include "store/BLDoc.h"
 
 namespace brassline::conversioncommands {
 
 namespace {
 
-constexpr int kBadInput = 1;
-constexpr int kSaveFailed = 2;
+using exitcode::kBadInput;
+using exitcode::kSaveFailed;
 
-BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& err) {
-    ManagedObject* object = commandObjectWithUid(document, uid, err);
+BLSendable* findSendable(CommandFile& file, const std::string& uid, std::ostream& err) {
+    ManagedObject* object = file.objectWithUid(uid, err);
     if (object == nullptr) {
         return nullptr;
     }
@@ -30,8 +29,8 @@ BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& 
     return sendable;
 }
 
-int saveAndPrint(BLDoc& document, BLSendable& made, std::ostream& out, std::ostream& err) {
-    if (!saveCommandDocument(document, err)) {
+int saveAndPrint(CommandFile& file, BLSendable& made, std::ostream& out, std::ostream& err) {
+    if (!file.save(err)) {
         return kSaveFailed;
     }
     out << made.uid().value_or("") << "\n";
@@ -46,11 +45,11 @@ int convert(const std::string& path, const std::string& uid, const std::string& 
         err << "brassline: unknown target \"" << target << "\" (invoice, estimate, credit-note)\n";
         return kBadInput;
     }
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    BLSendable* source = findSendable(*document, uid, err);
+    BLSendable* source = findSendable(*file, uid, err);
     if (source == nullptr) {
         return kBadInput;
     }
@@ -75,15 +74,15 @@ int convert(const std::string& path, const std::string& uid, const std::string& 
         err << "brassline: the conversion of " << uid << " failed\n";
         return kBadInput;
     }
-    return saveAndPrint(*document, *made, out, err);
+    return saveAndPrint(*file, *made, out, err);
 }
 
 int duplicate(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    BLSendable* source = findSendable(*document, uid, err);
+    BLSendable* source = findSendable(*file, uid, err);
     if (source == nullptr) {
         return kBadInput;
     }
@@ -92,7 +91,7 @@ int duplicate(const std::string& path, const std::string& uid, std::ostream& out
         err << "brassline: " << uid << " can't be duplicated\n";
         return kBadInput;
     }
-    return saveAndPrint(*document, *made, out, err);
+    return saveAndPrint(*file, *made, out, err);
 }
 
 }  // namespace brassline::conversioncommands

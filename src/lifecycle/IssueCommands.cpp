@@ -11,17 +11,16 @@
 #include "model/entities/BLSendable.h"
 #include "model/entities/BLSendableStorage.h"
 #include "model/entities/BLTranscript.h"
-#include "store/BLDoc.h"
 
 namespace brassline::issuecommands {
 
 namespace {
 
-constexpr int kBadInput = 1;
-constexpr int kSaveFailed = 2;
+using exitcode::kBadInput;
+using exitcode::kSaveFailed;
 
-BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& err) {
-    ManagedObject* object = commandObjectWithUid(document, uid, err);
+BLSendable* findSendable(CommandFile& file, const std::string& uid, std::ostream& err) {
+    ManagedObject* object = file.objectWithUid(uid, err);
     if (object == nullptr) {
         return nullptr;
     }
@@ -32,8 +31,8 @@ BLSendable* findSendable(BLDoc& document, const std::string& uid, std::ostream& 
     return sendable;
 }
 
-int saveOrReport(BLDoc& document, std::ostream& err) {
-    return saveCommandDocument(document, err) ? 0 : kSaveFailed;
+int saveOrReport(CommandFile& file, std::ostream& err) {
+    return file.save(err) ? 0 : kSaveFailed;
 }
 
 // The closing mark a word stands for on this document; estimates know two more words.
@@ -74,13 +73,13 @@ int issue(const std::string& path, const IssueOptions& options, std::ostream& ou
             return kBadInput;
         }
     }
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
     std::vector<BLSendable*> documents;
     for (const std::string& uid : options.uids) {
-        BLSendable* sendable = findSendable(*document, uid, err);
+        BLSendable* sendable = findSendable(*file, uid, err);
         if (sendable == nullptr) {
             return kBadInput;
         }
@@ -128,11 +127,11 @@ int issue(const std::string& path, const IssueOptions& options, std::ostream& ou
 }
 
 int unlock(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    BLSendable* sendable = findSendable(*document, uid, err);
+    BLSendable* sendable = findSendable(*file, uid, err);
     if (sendable == nullptr) {
         return kBadInput;
     }
@@ -141,7 +140,7 @@ int unlock(const std::string& path, const std::string& uid, std::ostream& out, s
         err << "brassline: " << uid << " is a draft: there is nothing to unlock\n";
         return kBadInput;
     }
-    if (int code = saveOrReport(*document, err); code != 0) {
+    if (int code = saveOrReport(*file, err); code != 0) {
         return code;
     }
     out << "unlocked " << sendable->nameOrDraft() << "; transcript " << BLBase::fixedAttribute(transcript->uid())
@@ -151,11 +150,11 @@ int unlock(const std::string& path, const std::string& uid, std::ostream& out, s
 
 int settle(const std::string& path, const std::string& uid, const std::string& mode, std::ostream& out,
            std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    BLSendable* sendable = findSendable(*document, uid, err);
+    BLSendable* sendable = findSendable(*file, uid, err);
     if (sendable == nullptr) {
         return kBadInput;
     }
@@ -166,7 +165,7 @@ int settle(const std::string& path, const std::string& uid, const std::string& m
         return kBadInput;
     }
     sendable->setCompleteMode(*value);
-    if (int code = saveOrReport(*document, err); code != 0) {
+    if (int code = saveOrReport(*file, err); code != 0) {
         return code;
     }
     out << sendable->nameOrDraft() << ": " << mode << " (status " << sendable->status() << ")\n";
@@ -175,11 +174,11 @@ int settle(const std::string& path, const std::string& uid, const std::string& m
 
 int transcripts(const std::string& path, const std::optional<std::string>& exportFolder, std::ostream& out,
                 std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    ManagedObjectContext& context = document->managedObjectContext();
+    ManagedObjectContext& context = file->context();
     if (exportFolder) {
         TranscriptExport result = exportTranscripts(context, *exportFolder);
         if (!result.ok) {

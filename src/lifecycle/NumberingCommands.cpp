@@ -6,14 +6,13 @@
 #include "lifecycle/CommandSupport.h"
 #include "lifecycle/Numbering.h"
 #include "model/ManagedObjectContext.h"
-#include "store/BLDoc.h"
 
 namespace brassline::numbercommands {
 
 namespace {
 
-constexpr int kBadInput = 1;
-constexpr int kSaveFailed = 2;
+using exitcode::kBadInput;
+using exitcode::kSaveFailed;
 
 // The pattern keys of a command-line kind; the file name and folder patterns have no
 // counter.
@@ -44,12 +43,12 @@ const char* resetModeName(NumberResetMode mode) {
 }  // namespace
 
 int showNumber(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    ManagedObjectContext& context = document->managedObjectContext();
-    ManagedObject* object = commandObjectWithUid(*document, uid, err);
+    ManagedObjectContext& context = file->context();
+    ManagedObject* object = file->objectWithUid(uid, err);
     if (object == nullptr) {
         return kBadInput;
     }
@@ -98,14 +97,14 @@ int pattern(const std::string& path, const std::string& kindName, const std::opt
             }
         }
     }
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    Numbering numbering(document->managedObjectContext());
+    Numbering numbering(file->context());
     if (parsed) {
         numbering.setPattern(*kind, *parsed);
-        if (!saveCommandDocument(*document, err)) {
+        if (!file->save(err)) {
             return kSaveFailed;
         }
     }
@@ -116,7 +115,7 @@ int pattern(const std::string& path, const std::string& kindName, const std::opt
         out << "counter: " << numbering.currentCounter(*kind) << "\n";
     }
     if (!kind->resetModeKey.empty()) {
-        DocumentNumberingPreferences preferences(document->managedObjectContext());
+        DocumentNumberingPreferences preferences(file->context());
         out << "reset: " << resetModeName(parseResetMode(preferences.valueForKeyPath(kind->resetModeKey))) << "\n";
     }
     return 0;

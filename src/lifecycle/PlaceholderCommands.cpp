@@ -1,30 +1,29 @@
 #include "lifecycle/PlaceholderCommands.h"
 
-#include <memory>
+#include <optional>
 #include <ostream>
 
 #include "lifecycle/CommandSupport.h"
 #include "lifecycle/DocumentTexts.h"
 #include "lifecycle/Substitution.h"
 #include "model/ManagedObjectContext.h"
-#include "store/BLDoc.h"
 
 namespace brassline::placeholdercommands {
 
 namespace {
 
-constexpr int kBadInput = 1;
+using exitcode::kBadInput;
 
 struct OpenObject {
-    std::unique_ptr<BLDoc> document;
+    std::optional<CommandFile> file;
     ManagedObject* object = nullptr;
 };
 
 OpenObject openObject(const std::string& path, const std::string& uid, std::ostream& err) {
     OpenObject result;
-    result.document = openCommandDocument(path, err);
-    if (result.document) {
-        result.object = commandObjectWithUid(*result.document, uid, err);
+    result.file = openCommandDocument(path, err);
+    if (result.file) {
+        result.object = result.file->objectWithUid(uid, err);
     }
     return result;
 }

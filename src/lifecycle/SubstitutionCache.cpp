@@ -1,5 +1,6 @@
 #include "lifecycle/SubstitutionCache.h"
 
+#include "model/ManagedObjectContext.h"
 #include "model/entities/BLSendable.h"
 
 namespace brassline {
@@ -26,12 +27,16 @@ std::optional<SubstitutionDictionary> BLSubstitutionCache::substitionsForDocumen
     if (found == m_cache.end()) {
         return std::nullopt;
     }
+    std::shared_ptr<ManagedObjectContext*> context = found->second.context.lock();
+    if (!context || *context != document.managedObjectContext()) {
+        return std::nullopt;
+    }
     return found->second.dictionary;
 }
 
 void BLSubstitutionCache::setSubstitions(const SubstitutionDictionary& dictionary, const BLSendable& document) {
     std::optional<std::string> uid = document.uid();
-    if (!uid) {
+    if (!uid || document.managedObjectContext() == nullptr) {
         return;
     }
     // A rebuilt entry lives its own 50 ms: the removal armed for the previous one would
@@ -42,7 +47,7 @@ void BLSubstitutionCache::setSubstitions(const SubstitutionDictionary& dictionar
     }
     RunLoop::TimerId expiry =
         RunLoop::main().performAfterDelay(kExpirySeconds, [key = *uid]() { sharedCache().m_cache.erase(key); });
-    m_cache.insert_or_assign(*uid, Entry{dictionary, expiry});
+    m_cache.insert_or_assign(*uid, Entry{dictionary, document.managedObjectContext()->livenessToken(), expiry});
 }
 
 }  // namespace brassline

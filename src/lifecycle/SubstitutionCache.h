@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -9,9 +10,14 @@
 
 namespace brassline {
 
+class ManagedObjectContext;
+
 // Finished document dictionaries by the document's uid, so that the sections of one
 // layout pass share one dictionary. Each entry is dropped 50 ms after it was stored, by
-// the main run loop. Main thread; objects without a uid are never cached.
+// the main run loop, and answers only for a document of the context it was made in while
+// that context lives: its values point at that context's objects, and another open
+// company file (or the same one opened again) has documents with the same uids. Main
+// thread; objects without a uid are never cached.
 class BLSubstitutionCache {
 public:
     static BLSubstitutionCache& sharedCache();
@@ -26,6 +32,7 @@ public:
 private:
     struct Entry {
         SubstitutionDictionary dictionary;
+        std::weak_ptr<ManagedObjectContext*> context;
         RunLoop::TimerId expiry;
     };
     std::map<std::string, Entry, std::less<>> m_cache;

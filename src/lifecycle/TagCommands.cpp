@@ -1,6 +1,6 @@
 #include "lifecycle/TagCommands.h"
 
-#include <memory>
+#include <optional>
 #include <ostream>
 #include <vector>
 
@@ -11,13 +11,12 @@
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLContainer.h"
 #include "model/entities/BLSendable.h"
-#include "store/BLDoc.h"
 
 namespace brassline::tagcommands {
 
 namespace {
 
-constexpr int kBadInput = 1;
+using exitcode::kBadInput;
 
 void printSection(const LayoutTagSection& section, const std::string& indent, std::ostream& out) {
     out << indent << section.name << ":\n";
@@ -53,12 +52,12 @@ void collectItems(BLContainer& container, std::vector<BLBase*>& objects) {
 }  // namespace
 
 int tags(const std::string& path, bool json, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
     BLLayoutTags catalogue;
-    const std::vector<LayoutTagSection>& sections = catalogue.plainTags(document->managedObjectContext());
+    const std::vector<LayoutTagSection>& sections = catalogue.plainTags(file->context());
     if (json) {
         Value::Array records;
         for (const LayoutTagSection& section : sections) {
@@ -74,11 +73,11 @@ int tags(const std::string& path, bool json, std::ostream& out, std::ostream& er
 }
 
 int placeholders(const std::string& path, const std::string& uid, bool json, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCommandDocument(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = openCommandDocument(path, err);
+    if (!file) {
         return kBadInput;
     }
-    ManagedObject* object = commandObjectWithUid(*document, uid, err);
+    ManagedObject* object = file->objectWithUid(uid, err);
     if (object == nullptr) {
         return kBadInput;
     }

@@ -61,6 +61,9 @@ public:
     void performBlock(std::function<void()> block);
     void performBlockAndWait(const std::function<void()>& block);
     bool isOnContextThread() const;
+    // Expires when the context goes. Work and caches that outlive a call hold this rather
+    // than the context's address, which a later context may reuse.
+    std::weak_ptr<ManagedObjectContext*> livenessToken() const { return m_alive; }
 
     // Inserts a new object of a concrete entity and calls its awakeFromCreate. Null for an
     // unknown or abstract entity.

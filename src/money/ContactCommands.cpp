@@ -1,7 +1,6 @@
 #include "money/ContactCommands.h"
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <ostream>
 #include <utility>
@@ -13,31 +12,19 @@
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLClient.h"
 #include "model/entities/BLContact.h"
-#include "store/BLDoc.h"
+#include "store/CommandFile.h"
 
 namespace brassline::contactcommands {
 
 namespace {
 
-constexpr int kBadInput = 1;
-
-std::unique_ptr<BLDoc> openCompany(const std::string& path, std::ostream& err) {
-    std::string error;
-    std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
-    if (!document) {
-        err << "brassline: " << error << "\n";
-    }
-    return document;
-}
+using exitcode::kBadInput;
 
 // The contact (client, profile, team member or sub-contact) with that uid; null and a
 // message naming the uid otherwise.
-BLContact* findContact(BLDoc& document, const std::string& uid, std::ostream& err) {
-    ManagedObjectContext& context = document.managedObjectContext();
-    const EntityDescription* base = context.entityNamed("Base");
-    ManagedObject* object = base != nullptr ? context.objectWithUid(*base, uid) : nullptr;
+BLContact* findContact(CommandFile& file, const std::string& uid, std::ostream& err) {
+    ManagedObject* object = file.objectWithUid(uid, err);
     if (object == nullptr) {
-        err << "brassline: no object with uid " << uid << "\n";
         return nullptr;
     }
     auto* contact = dynamic_cast<BLContact*>(object);
@@ -49,11 +36,11 @@ BLContact* findContact(BLDoc& document, const std::string& uid, std::ostream& er
 
 int printContactText(const std::string& path, const std::string& uid, std::string (BLContact::*text)() const,
                      std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCompany(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
-    BLContact* contact = findContact(*document, uid, err);
+    BLContact* contact = findContact(*file, uid, err);
     if (contact == nullptr) {
         return kBadInput;
     }
@@ -72,14 +59,13 @@ int address(const std::string& path, const std::string& uid, std::ostream& out, 
 }
 
 int clients(const std::string& path, bool json, std::ostream& out, std::ostream& err) {
-    std::unique_ptr<BLDoc> document = openCompany(path, err);
-    if (!document) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
     FetchRequest request("Client");
     std::string error;
-    std::optional<std::vector<ManagedObject*>> fetched =
-        document->managedObjectContext().executeFetchRequest(request, &error);
+    std::optional<std::vector<ManagedObject*>> fetched = file->context().executeFetchRequest(request, &error);
     if (!fetched) {
         logMessage("clients cannot be read: %@", error);
         err << "brassline: clients cannot be read: " << error << "\n";

@@ -22,6 +22,7 @@
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
 #include "store/BLSetupDefaultsController.h"
+#include "store/CommandFile.h"
 #include "store/SQLiteStore.h"
 #include "store/URLCommands.h"
 
@@ -29,64 +30,9 @@ namespace brassline::companyfile {
 
 namespace {
 
-// A company file opened for one command through the document controller, so the
-// document's start-up steps and repair run as in the application and the file joins the
-// recent list. Closed again at the end of the command unless it was open before.
-class CommandDocument {
-public:
-    CommandDocument() = default;
-    CommandDocument(const CommandDocument&) = delete;
-    CommandDocument& operator=(const CommandDocument&) = delete;
-    ~CommandDocument() {
-        if (m_document != nullptr && m_owned) {
-            BLDocumentController::shared().closeDocument(m_document);
-        }
-    }
-    bool open(const std::string& path, std::ostream& err) {
-        BLDocumentController& controller = BLDocumentController::shared();
-        m_owned = controller.documentForURL(path) == nullptr;
-        std::string error;
-        m_document = controller.openDocumentWithContentsOfURL(path, &error);
-        if (m_document == nullptr) {
-            err << "brassline: " << error << "\n";
-            return false;
-        }
-        return true;
-    }
-    bool create(const std::string& path, const Value::Dictionary& setup, std::ostream& err) {
-        std::string error;
-        std::unique_ptr<BLDoc> document = BLDoc::create(path, setup, &error);
-        if (!document) {
-            err << "brassline: " << error << "\n";
-            return false;
-        }
-        BLDocumentController& controller = BLDocumentController::shared();
-        m_document = controller.addDocument(std::move(document));
-        m_owned = true;
-        controller.logURL(path);
-        return true;
-    }
-    // Saves the changes; false with the reason on `err`.
-    bool save(std::ostream& err) {
-        std::string error;
-        if (!m_document->save(&error)) {
-            err << "brassline: the company file can't be saved: " << error << "\n";
-            return false;
-        }
-        return true;
-    }
-    BLDoc& document() { return *m_document; }
-    ManagedObjectContext& context() { return m_document->managedObjectContext(); }
-    SQLiteStore& store() { return m_document->store(); }
-
-private:
-    BLDoc* m_document = nullptr;
-    bool m_owned = false;
-};
-
-constexpr int kBadInput = 1;
-constexpr int kSaveFailed = 2;
-constexpr int kNotAvailable = 3;
+using exitcode::kBadInput;
+using exitcode::kNotAvailable;
+using exitcode::kSaveFailed;
 
 std::string lower(std::string_view text) {
     std::string result(text);
@@ -322,19 +268,12 @@ const EntityDescription* concreteEntity(ManagedObjectContext& context, const std
     return entity;
 }
 
-ManagedObject* findObject(ManagedObjectContext& context, const std::string& uid, std::ostream& err) {
-    ManagedObject* object = objectWithUid(context, uid);
-    if (object == nullptr) {
-        err << "brassline: no object with uid '" << uid << "'\n";
-    }
-    return object;
-}
-
 // The preamble of the commands on one object: opens the file and finds the object by
 // uid; null after naming what failed.
-ManagedObject* openWithObject(CommandDocument& file, const std::string& path, const std::string& uid,
+ManagedObject* openWithObject(std::optional<CommandFile>& file, const std::string& path, const std::string& uid,
                               std::ostream& err) {
-    return file.open(path, err) ? findObject(file.context(), uid, err) : nullptr;
+    file = CommandFile::open(path, err);
+    return file ? file->objectWithUid(uid, err) : nullptr;
 }
 
 void applyAssignments(ManagedObject& object, const std::vector<Assignment>& assignments) {
@@ -361,20 +300,20 @@ int newFile(const std::string& path, const NewOptions& options, std::ostream& ou
                             {"taxable", Value(options.taxable)},
                             {"useGrossPrices", Value(options.useGrossPrices)},
                             {"taxes", Value(std::move(taxes))}};
-    CommandDocument file;
-    if (!file.create(path, setup, err)) {
+    std::optional<CommandFile> file = CommandFile::create(path, setup, err);
+    if (!file) {
         return kBadInput;
     }
-    out << "created " << path << " (" << file.store().documentIdentifier() << ")\n";
+    out << "created " << path << " (" << file->store().documentIdentifier() << ")\n";
     return 0;
 }
 
 int info(const std::string& path, bool json, std::ostream& out, std::ostream& err) {
-    CommandDocument file;
-    if (!file.open(path, err)) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
-    ManagedObjectContext& context = file.context();
+    ManagedObjectContext& context = file->context();
     Value::Dictionary counts;
     for (const auto& entity : context.model().entities()) {
         if (entity->isAbstract()) {
@@ -387,14 +326,14 @@ int info(const std::string& path, bool json, std::ostream& out, std::ostream& er
             counts[entity->name()] = Value(static_cast<int64_t>(count));
         }
     }
-    const PackageInfo& package = file.store().packageInfo();
+    const PackageInfo& package = file->store().packageInfo();
     if (json) {
         Value::Dictionary result{{"path", Value(path)},
                                  {"documentIdentifier", Value(package.documentIdentifier)},
                                  {"storeIdentifier", Value(package.storeIdentifier)},
                                  {"modelName", Value(package.modelName)},
-                                 {"modelVersion", Value(file.store().modelVersion())},
-                                 {"changeSets", Value(file.store().changeSetCount())},
+                                 {"modelVersion", Value(file->store().modelVersion())},
+                                 {"changeSets", Value(file->store().changeSetCount())},
                                  {"objects", Value(counts)}};
         out << Value(std::move(result)).toJSON(true) << "\n";
         return 0;
@@ -402,8 +341,8 @@ int info(const std::string& path, bool json, std::ostream& out, std::ostream& er
     out << "file:       " << CompanyPackage::displayName(path) << "\n"
         << "identifier: " << package.documentIdentifier << "\n"
         << "store:      " << package.storeIdentifier << "\n"
-        << "model:      " << package.modelName << " " << file.store().modelVersion() << "\n"
-        << "change sets: " << file.store().changeSetCount() << "\n"
+        << "model:      " << package.modelName << " " << file->store().modelVersion() << "\n"
+        << "change sets: " << file->store().changeSetCount() << "\n"
         << "objects:\n";
     for (const auto& [name, count] : counts) {
         out << "  " << name << ": " << count.toInt64() << "\n";
@@ -413,11 +352,11 @@ int info(const std::string& path, bool json, std::ostream& out, std::ostream& er
 
 int insert(const std::string& path, const std::string& entityName, const std::vector<std::string>& assignments,
            std::ostream& out, std::ostream& err) {
-    CommandDocument file;
-    if (!file.open(path, err)) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
-    ManagedObjectContext& context = file.context();
+    ManagedObjectContext& context = file->context();
     const EntityDescription* entity = concreteEntity(context, entityName, err, false);
     if (entity == nullptr) {
         return kBadInput;
@@ -434,7 +373,7 @@ int insert(const std::string& path, const std::string& entityName, const std::ve
     // As a user action: set-up first, then the values through their setters in order.
     object->setup();
     applyAssignments(*object, *parsed);
-    if (!file.save(err)) {
+    if (!file->save(err)) {
         return kSaveFailed;
     }
     out << uidOf(*object) << "\n";
@@ -443,23 +382,23 @@ int insert(const std::string& path, const std::string& entityName, const std::ve
 
 int set(const std::string& path, const std::string& uid, const std::vector<std::string>& assignments,
         std::ostream& /*out*/, std::ostream& err) {
-    CommandDocument file;
+    std::optional<CommandFile> file;
     ManagedObject* object = openWithObject(file, path, uid, err);
     if (object == nullptr) {
         return kBadInput;
     }
     std::optional<std::vector<Assignment>> parsed =
-        parseAssignments(file.context(), object->entity(), assignments, err);
+        parseAssignments(file->context(), object->entity(), assignments, err);
     if (!parsed) {
         return kBadInput;
     }
     applyAssignments(*object, *parsed);
-    return file.save(err) ? 0 : kSaveFailed;
+    return file->save(err) ? 0 : kSaveFailed;
 }
 
 int get(const std::string& path, const std::string& uid, const std::vector<std::string>& keyPaths, bool json,
         std::ostream& out, std::ostream& err) {
-    CommandDocument file;
+    std::optional<CommandFile> file;
     ManagedObject* object = openWithObject(file, path, uid, err);
     if (object == nullptr) {
         return kBadInput;
@@ -486,11 +425,11 @@ int get(const std::string& path, const std::string& uid, const std::vector<std::
 
 int fetch(const std::string& path, const std::string& entityName, const FetchOptions& options, std::ostream& out,
           std::ostream& err) {
-    CommandDocument file;
-    if (!file.open(path, err)) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
-    ManagedObjectContext& context = file.context();
+    ManagedObjectContext& context = file->context();
     const EntityDescription* entity = concreteEntity(context, entityName, err, true);
     if (entity == nullptr) {
         return kBadInput;
@@ -547,18 +486,18 @@ int fetch(const std::string& path, const std::string& entityName, const FetchOpt
 }
 
 int remove(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err) {
-    CommandDocument file;
+    std::optional<CommandFile> file;
     ManagedObject* object = openWithObject(file, path, uid, err);
     if (object == nullptr) {
         return kBadInput;
     }
     std::string entityName = object->entityName();
     std::string error;
-    if (!file.context().deleteObject(object, &error)) {
+    if (!file->context().deleteObject(object, &error)) {
         err << "brassline: " << entityName << " '" << uid << "' can't be deleted: " << error << "\n";
         return kBadInput;
     }
-    if (!file.save(err)) {
+    if (!file->save(err)) {
         return kSaveFailed;
     }
     out << "deleted " << entityName << " " << uid << "\n";
@@ -566,11 +505,11 @@ int remove(const std::string& path, const std::string& uid, std::ostream& out, s
 }
 
 int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err) {
-    CommandDocument file;
-    if (!file.open(path, err)) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
-    if (std::optional<StoreError> error = file.store().exportDatabaseToSQLite(outPath)) {
+    if (std::optional<StoreError> error = file->store().exportDatabaseToSQLite(outPath)) {
         err << "brassline: " << error->message << " (" << error->domain << " " << error->code << ")\n";
         return kSaveFailed;
     }
@@ -585,11 +524,11 @@ int url(const std::string& path, const std::string& url, std::ostream& out, std:
         err << "brassline: " << error << "\n";
         return kBadInput;
     }
-    CommandDocument file;
-    if (!file.open(path, err)) {
+    std::optional<CommandFile> file = CommandFile::open(path, err);
+    if (!file) {
         return kBadInput;
     }
-    BLDoc& document = file.document();
+    BLDoc& document = file->document();
     if (std::string wanted = request->value("document"); !wanted.empty() && wanted != document.documentIdentifier()) {
         err << "brassline: " << CompanyPackage::displayName(path) << " is not the company file " << wanted << "\n";
         return kBadInput;
@@ -609,7 +548,7 @@ int url(const std::string& path, const std::string& url, std::ostream& out, std:
     }
     switch (result.status) {
         case URLResult::Status::Done:
-            if (file.context().hasChanges() && !file.save(err)) {
+            if (file->context().hasChanges() && !file->save(err)) {
                 return kSaveFailed;
             }
             out << result.message << "\n";

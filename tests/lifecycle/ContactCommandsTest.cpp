@@ -134,7 +134,7 @@ TEST_F(ContactCommandsTest, RefusedLookupsNameTheirCause) {
         const char* message;
     };
     const std::vector<Row> rows = {
-        {"unknown uid", m_path, "no-such-uid", "no object with uid no-such-uid"},
+        {"unknown uid", m_path, "no-such-uid", "no object with uid 'no-such-uid'"},
         {"not a contact", m_path, invoice, "not a contact"},
         {"no company file", m_path + ".missing", "x", "brassline: "},
     };

@@ -95,7 +95,7 @@ TEST_F(ConversionCommandsTest, RefusedInputsNameTheReason) {
     };
     const Row rows[] = {
         {"unknown target", estimate, "order", "unknown target"},
-        {"unknown uid", "nope", "invoice", "no object has the uid"},
+        {"unknown uid", "nope", "invoice", "no object with uid 'nope'"},
         {"an invoice does not become an invoice", invoice, "invoice", "only an estimate"},
         {"an estimate has no credit note", estimate, "credit-note", "only an invoice"},
         {"a client is not a document", client, "estimate", "neither an invoice nor an estimate"},

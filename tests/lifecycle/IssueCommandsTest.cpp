@@ -109,7 +109,7 @@ TEST_F(IssueCommandsTest, BadInputIsRefusedBeforeAnythingChanges) {
         const char* message;
     };
     const Row rows[] = {
-        {"unknown uid", {{"nope"}, std::nullopt, std::nullopt, std::nullopt}, "no object has the uid nope"},
+        {"unknown uid", {{"nope"}, std::nullopt, std::nullopt, std::nullopt}, "no object with uid 'nope'"},
         {"bad date", {{draft}, std::string("1 March"), std::nullopt, std::nullopt}, "is not a date"},
         {"bad route", {{draft}, std::nullopt, std::nullopt, std::string("fax")}, "unknown delivery"},
         {"negative interval", {{draft}, std::nullopt, int64_t{-1}, std::nullopt}, "payment interval"},

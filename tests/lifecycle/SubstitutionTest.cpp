@@ -382,6 +382,29 @@ TEST_F(SubstitutionTest, CacheSharesWithinFiftyMillisecondsAndRebuildsAfter) {
     EXPECT_EQ(substitutionDictionary(*invoice)["document.number"].toString(), "RE-0044");
 }
 
+TEST_F(SubstitutionTest, CacheAnswersOnlyInTheContextItWasMadeIn) {
+    BLInvoice* invoice = issuedInvoice();
+    EXPECT_EQ(substitutionDictionary(*invoice)["document.number"].toString(), "RE-0042");
+    // A copy of the company file open beside this one: its invoice has the same uid. Both
+    // dictionaries are asked for within the cache's 50 ms.
+    for (const char* number : {"RE-0099", "RE-0100"}) {
+        SCOPED_TRACE(number);
+        auto copy = std::make_unique<ManagedObjectContext>(gen::brasslineModel());
+        auto* twin = BLInvoice::insertInManagedObjectContext(*copy);
+        twin->setUid(invoice->uid());
+        twin->setName(std::string(number));
+        SubstitutionDictionary dictionary = substitutionDictionary(*twin);
+        EXPECT_EQ(dictionary["document.number"].toString(), number);
+        EXPECT_EQ(dictionary[kSubstitutionObjectKey].object(), twin) << "the other file's objects, not this one's";
+        // The copy closes within the 50 ms; the next copy may take its address.
+        BLContextState::forgetContext(*copy);
+        copy.reset();
+    }
+    SubstitutionDictionary again = substitutionDictionary(*invoice);
+    EXPECT_EQ(again["document.number"].toString(), "RE-0042");
+    EXPECT_EQ(again[kSubstitutionObjectKey].object(), invoice);
+}
+
 TEST_F(SubstitutionTest, TaxDetailsFormatTheirSlot) {
     BLInvoice* invoice = invoiceIn("EUR");
     BLTaxDetails details{"VAT", "V", dec("200"), dec("38"), dec("19"), invoice};

@@ -72,4 +72,35 @@ std::vector<BLItem*> BLEstimate::nonOptionItems() const {
     return items;
 }
 
+// State and words.
+
+std::string BLEstimate::statusImage() {
+    const int16_t mark = state();
+    return mark == 0 ? "" : mark == 1 ? "completed" : "cancelled";
+}
+
+int16_t BLEstimate::state() const {
+    const int16_t stored = completeModeValue();
+    return stored == -1 ? int16_t{2} : stored;
+}
+
+void BLEstimate::setCompleteMode(std::optional<int16_t> value) {
+    gen::BLEstimate::setCompleteMode(value);
+    resetCaches();
+}
+
+std::string BLEstimate::label() {
+    return preferredLabel("estimate.label", "estimate");
+}
+
+std::string BLEstimate::statusKey(bool /*forDisplay*/) {
+    if (state() == 2) {
+        return "declined";
+    }
+    if (state() == 1) {
+        return "accepted";
+    }
+    return dateSent() ? "sent" : "draft";
+}
+
 }  // namespace brassline

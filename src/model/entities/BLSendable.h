@@ -217,6 +217,10 @@ public:
 protected:
     // The status key; the display form tests isDraft first (an invoice's order differs).
     virtual std::string statusKey(bool forDisplay);
+    // A preference label (for example "invoice.label"), translated for the client's
+    // language when a translation is known; the localised fallback word when the
+    // preference is empty.
+    std::string preferredLabel(std::string_view prefKey, std::string_view fallback);
     // The sum of cost over itemsForTotal.
     Decimal itemsCost() const;
     // A cached decimal of this object, or nothing.

@@ -9,10 +9,8 @@
 #include "model/NotificationCenter.h"
 #include "model/RunLoop.h"
 #include "model/entities/BLClient.h"
-#include "model/entities/BLEstimate.h"
 #include "model/entities/BLInvoice.h"
 #include "model/entities/BLLanguage.h"
-#include "model/entities/BLPayment.h"
 #include "model/entities/BLPreference.h"
 #include "model/entities/BLSendable.h"
 #include "model/entities/BLSendableStorage.h"
@@ -24,27 +22,7 @@ namespace brassline {
 namespace {
 
 constexpr const char* kSentChangedNotification = "SentChanged";
-constexpr const char* kDatePaidCacheKey = "datePaid_1";
 constexpr const char* kUnlockedOperation = "Unlocked";
-
-// A preference label (for example "invoice.label"), translated for the client's language
-// when a translation is known; the localised fallback word when the preference is empty.
-std::string preferredLabel(BLSendable& sendable, std::string_view prefKey, std::string_view fallback) {
-    std::string text;
-    if (ManagedObjectContext* context = sendable.managedObjectContext()) {
-        text = BLPreference::preferenceValue(*context, prefKey).toString();
-    }
-    if (text.empty()) {
-        return localizedString(fallback);
-    }
-    BLClient* client = sendable.client();
-    if (client != nullptr && client->language() != nullptr && modelHooks().translateWithLanguage) {
-        if (std::optional<std::string> translated = modelHooks().translateWithLanguage(*client->language(), text)) {
-            return *translated;
-        }
-    }
-    return text;
-}
 
 std::string twoDigits(int value) {
     std::string text = std::to_string(value);
@@ -52,6 +30,23 @@ std::string twoDigits(int value) {
 }
 
 }  // namespace
+
+std::string BLSendable::preferredLabel(std::string_view prefKey, std::string_view fallback) {
+    std::string text;
+    if (ManagedObjectContext* context = managedObjectContext()) {
+        text = BLPreference::preferenceValue(*context, prefKey).toString();
+    }
+    if (text.empty()) {
+        return localizedString(fallback);
+    }
+    BLClient* owner = client();
+    if (owner != nullptr && owner->language() != nullptr && modelHooks().translateWithLanguage) {
+        if (std::optional<std::string> translated = modelHooks().translateWithLanguage(*owner->language(), text)) {
+            return *translated;
+        }
+    }
+    return text;
+}
 
 bool BLSendable::numberIsUnique() const {
     std::optional<std::string> number = name();
@@ -200,219 +195,6 @@ BLTranscript* BLSendable::unlockDocument() {
     setStorage(nullptr);
     updateTaxRuleIfInstalled(*this);
     return transcript;
-}
-
-// Invoices.
-
-std::vector<BLInvoice*> BLInvoice::partialInvoices() const {
-    std::vector<BLInvoice*> result;
-    for (BLDocument* document : documents()) {
-        if (document != nullptr && document->entityName() == "PartialInvoice") {
-            result.push_back(static_cast<BLInvoice*>(document));
-        }
-    }
-    return result;
-}
-
-bool BLInvoice::isDraft() {
-    std::vector<BLInvoice*> partials = partialInvoices();
-    for (BLInvoice* partial : partials) {
-        if (partial->dateSent() && partial->childs().empty()) {
-            return false;
-        }
-    }
-    if (!partials.empty() && balanced() && cost() != Decimal()) {
-        return !dateSent();
-    }
-    return BLSendable::isDraft();
-}
-
-bool BLInvoice::isDue() {
-    if (state() > 0 || !dateSent() || balanced()) {
-        return false;
-    }
-    std::optional<Date> due = dateDue();
-    return due && *due < Date::now().dayEnd();
-}
-
-bool BLInvoice::isOverDue() {
-    if (!dateSent() || !isDue()) {
-        return false;
-    }
-    int64_t interval = 0;
-    if (ManagedObjectContext* context = managedObjectContext()) {
-        interval = BLPreference::preferenceValue(*context, "invoice.overdueInterval").toInt64();
-    }
-    return Date::now().daysSinceDate(*dateDue()) > interval;
-}
-
-std::optional<Date> BLInvoice::dateOverdue() const {
-    std::optional<Date> due = dateDue();
-    if (!due) {
-        return std::nullopt;
-    }
-    int64_t interval = 0;
-    if (ManagedObjectContext* context = managedObjectContext()) {
-        interval = BLPreference::preferenceValue(*context, "invoice.overdueInterval").toInt64();
-    }
-    return due->dateByAddingDays(static_cast<int>(interval));
-}
-
-std::optional<Date> BLInvoice::datePaid() {
-    std::vector<BLPayment*> all = payments();
-    if (all.empty() || !(balanced() || state() == 1)) {
-        return std::nullopt;
-    }
-    if (std::optional<Value> cached = holdfastCacheValueForKey(kDatePaidCacheKey)) {
-        if (const Date* date = cached->date()) {
-            return *date;
-        }
-    }
-    std::optional<Date> latest;
-    for (BLPayment* payment : all) {
-        std::optional<Date> paid = payment->dateCreation();
-        if (paid && (!latest || *paid > *latest)) {
-            latest = paid;
-        }
-    }
-    if (latest) {
-        setHoldfastCacheValue(Value(*latest), kDatePaidCacheKey);
-    }
-    return latest;
-}
-
-bool BLInvoice::canEditCurrency() const {
-    std::vector<BLInvoice*> partials = partialInvoices();
-    return std::none_of(partials.begin(), partials.end(), [](BLInvoice* partial) { return partial->dateSent(); });
-}
-
-bool BLInvoice::canSend() {
-    std::vector<BLInvoice*> partials = partialInvoices();
-    if (partials.empty()) {
-        return true;
-    }
-    for (BLInvoice* partial : partials) {
-        if (partial->dateSent()) {
-            return true;
-        }
-    }
-    return dateSent().has_value();
-}
-
-std::string BLInvoice::label() {
-    if (hasPartialInvoices()) {
-        return preferredLabel(*this, "finalInvoice.label", "invoice");
-    }
-    if (costWithTaxes() < Decimal()) {
-        return preferredLabel(*this, "creditnote.label", "creditnote");
-    }
-    return preferredLabel(*this, "invoice.label", "invoice");
-}
-
-std::string BLInvoice::documentType() {
-    if (hasPartialInvoices()) {
-        return localizedString("Final invoice");
-    }
-    return localizedString(costWithTaxes() < Decimal() ? "credit note" : "invoice");
-}
-
-std::string BLInvoice::mailPrefsKey() {
-    return cost() < Decimal() ? "creditnote" : "invoice";
-}
-
-int16_t BLInvoice::currentDeliveryType() const {
-    if (modelHooks().sendPluginDeliveryType) {
-        if (std::optional<int16_t> declared = modelHooks().sendPluginDeliveryType(*this)) {
-            return *declared;
-        }
-    }
-    return deliveryTypeValue();
-}
-
-void BLInvoice::setCompleteMode(std::optional<int16_t> value) {
-    if (modelHooks().removeFromSepaQueue) {
-        modelHooks().removeFromSepaQueue(*this);
-    }
-    gen::BLInvoice::setCompleteMode(value);
-    notifyParentsForKey("tableInfo");
-}
-
-std::string BLInvoice::statusKey(bool forDisplay) {
-    // The list word treats a draft as a draft even when nothing is owed; the plain key
-    // answers "paid" for it, which scripts and filters have always seen.
-    if (forDisplay) {
-        if (isDraft()) {
-            return "draft";
-        }
-        if (balanced()) {
-            return "paid";
-        }
-        if (state() == 1) {
-            return "settled";
-        }
-        if (state() == 2) {
-            return "canceled";
-        }
-    } else {
-        if (balanced()) {
-            return "paid";
-        }
-        if (state() == 2) {
-            return "canceled";
-        }
-        if (state() == 1) {
-            return "settled";
-        }
-    }
-    return dateSent() ? "sent" : "draft";
-}
-
-std::string BLInvoice::statusImage() {
-    // A credit note shows as one whatever else holds; a closing mark beats the money.
-    if (costWithTaxes() < Decimal()) {
-        return "creditnote";
-    }
-    if (const int16_t mark = completeModeValue(); mark >= 1) {
-        return mark == 1 ? "completed" : "cancelled";
-    }
-    if (balanced() && !isDraft()) {
-        return "paid";
-    }
-    if (isOverDue()) {
-        return "overdue";
-    }
-    return isDue() ? "due" : "";
-}
-
-// Estimates.
-
-std::string BLEstimate::statusImage() {
-    const int16_t mark = state();
-    return mark == 0 ? "" : mark == 1 ? "completed" : "cancelled";
-}
-
-int16_t BLEstimate::state() const {
-    const int16_t stored = completeModeValue();
-    return stored == -1 ? int16_t{2} : stored;
-}
-
-void BLEstimate::setCompleteMode(std::optional<int16_t> value) {
-    gen::BLEstimate::setCompleteMode(value);
-    resetCaches();
-}
-
-std::string BLEstimate::label() {
-    return preferredLabel(*this, "estimate.label", "estimate");
-}
-
-std::string BLEstimate::statusKey(bool /*forDisplay*/) {
-    if (state() == 2) {
-        return "declined";
-    }
-    if (state() == 1) {
-        return "accepted";
-    }
-    return dateSent() ? "sent" : "draft";
 }
 
 namespace {
