@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,8 @@
 #include <system_error>
 #include <unordered_map>
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,6 +96,10 @@ std::optional<std::string> checkDatabaseHeader(SQLiteConnection& db, const std::
         return std::string("the database is truncated");
     }
     return std::nullopt;
+}
+
+std::string createFailureReason(const std::error_code& code) {
+    return code == std::errc::no_space_on_device ? std::string("the disk is full") : code.message();
 }
 
 std::string referenceText(const ManagedObject& object) {
@@ -318,6 +325,43 @@ bool SQLiteStore::isCorrectFormat(const std::string& path) {
     return CompanyPackage::isCorrectFormat(path);
 }
 
+std::string SQLiteStore::temporaryPackagePath(const std::string& path) {
+    std::error_code code;
+    fs::path target = fs::absolute(path, code);
+    if (!target.has_filename()) {
+        target = target.parent_path();
+    }
+    fs::create_directories(target.parent_path(), code);
+    // Hidden, and a package by its extension, so that it opens while it is being built.
+    return (target.parent_path() / ("." + target.stem().string() + "-creating-" + uniqueBase64String() +
+                                    std::string(CompanyPackage::kExtension)))
+        .string();
+}
+
+bool SQLiteStore::movePackageIntoPlace(const std::string& building, const std::string& path, std::string* error) {
+    const std::string name = CompanyPackage::displayName(path);
+    std::error_code code;
+    for (const char* suffix : {"-wal", "-shm"}) {
+        fs::remove(CompanyPackage::databasePath(building) + suffix, code);
+    }
+    fs::path target = fs::absolute(path, code);
+    if (!target.has_filename()) {
+        target = target.parent_path();
+    }
+    // Never over another file: one may have appeared under the name meanwhile.
+    if (::renameat2(AT_FDCWD, building.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) != 0) {
+        const int reason = errno;
+        fs::remove_all(building, code);
+        return setError(error, reason == EEXIST ? formatMessage(kPackageExistsMessage, name)
+                                                : formatMessage(kCreateFailedMessage, name, std::strerror(reason)));
+    }
+    if (int folder = ::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY); folder >= 0) {
+        ::fsync(folder);
+        ::close(folder);
+    }
+    return true;
+}
+
 std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const ManagedObjectModel& model,
                                                  std::string* error) {
     return create(path, model, Options{}, error);
@@ -327,17 +371,20 @@ std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const 
                                                  const Options& options, std::string* error) {
     const std::string name = CompanyPackage::displayName(path);
     std::error_code code;
-    if (fs::exists(path, code)) {
+    if (fs::exists(fs::symlink_status(path, code))) {
         setError(error, formatMessage(kPackageExistsMessage, name));
         return nullptr;
     }
-    if (!fs::create_directories(path, code)) {
-        setError(error, formatMessage(kCreateFailedMessage, name, code.message()));
+    // The package is made under a hidden name beside its place and moved there whole: a
+    // crash while creating leaves no half-made package under the user's name.
+    const std::string building = temporaryPackagePath(path);
+    if (!fs::create_directory(building, code)) {
+        setError(error, formatMessage(kCreateFailedMessage, name, createFailureReason(code)));
         return nullptr;
     }
     auto abandon = [&](const std::string& reason) {
         std::error_code ignored;
-        fs::remove_all(path, ignored);
+        fs::remove_all(building, ignored);
         setError(error, formatMessage(kCreateFailedMessage, name, reason));
         return nullptr;
     };
@@ -345,12 +392,16 @@ std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const 
     {
         StoreSchema schema(model);
         SQLiteConnection db;
-        if (!db.open(CompanyPackage::databasePath(path), SQLiteConnection::Mode::Create) ||
+        auto failed = [&] {
+            return abandon(db.lastFailure() == SQLiteConnection::Failure::DiskFull ? "the disk is full"
+                                                                                   : "the database can't be written");
+        };
+        if (!db.open(CompanyPackage::databasePath(building), SQLiteConnection::Mode::Create) ||
             !db.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; BEGIN IMMEDIATE")) {
-            return abandon(db.lastError());
+            return failed();
         }
         if (!schema.createOrUpgrade(db)) {
-            return abandon(db.lastError());
+            return failed();
         }
         SQLiteStatement meta = db.prepare("INSERT OR REPLACE INTO _metadata (key, value) VALUES (?1, ?2)");
         auto put = [&](const char* key, const Value& value) {
@@ -368,8 +419,15 @@ std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const 
             !put(kMetaFormatVersion, Value(CompanyPackage::kFormatVersion)) ||
             !put(kMetaStoreIdentifier, Value(storeIdentifier)) || !put(kMetaLargestNumber, Value(int64_t{0})) ||
             !put(kMetaClock, Value(int64_t{0})) || !db.execute("COMMIT")) {
-            return abandon(db.lastError());
+            return failed();
         }
+        meta = SQLiteStatement();
+        // Checkpointed into the database file before the move: a package's log never
+        // travels under another name.
+        if (!db.execute("PRAGMA wal_checkpoint(TRUNCATE)")) {
+            return failed();
+        }
+        db.close();
     }
     // Info.plist comes last: a package without it is refused, so a crash while creating
     // never leaves something that opens as an empty company.
@@ -382,8 +440,11 @@ std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const 
     info.emplace(CompanyPackage::kHoldfastKey, Value(std::move(holdfast)));
     info.emplace(CompanyPackage::kDocumentIdentifierKey, Value(uniqueBase64String()));
     std::string writeError;
-    if (!CompanyPackage::writeInfo(path, info, &writeError)) {
+    if (!CompanyPackage::writeInfo(building, info, &writeError)) {
         return abandon(writeError);
+    }
+    if (!movePackageIntoPlace(building, path, error)) {
+        return nullptr;
     }
     return open(path, model, options, error);
 }
@@ -1725,11 +1786,25 @@ Value SQLiteStore::changesChain() const {
     return Value(std::move(chain));
 }
 
-std::optional<StoreError> SQLiteStore::exportDatabaseToSQLite(const std::string& path) const {
+std::optional<StoreError> SQLiteStore::exportDatabaseToSQLite(const std::string& path, bool replaceExisting) const {
     auto exportError = [&](int code, std::string message) {
         logMessage("Export to %@ failed: %@", path, message);
         return StoreError{kExportSQLiteErrorDomain, code, std::move(message)};
     };
+    std::error_code code;
+    // Any package on the way, this one or another: writing there would put a foreign file
+    // into a company file, or replace its database.
+    const fs::path target = fs::weakly_canonical(fs::absolute(path, code), code);
+    for (fs::path folder = target; !folder.empty() && folder != folder.root_path(); folder = folder.parent_path()) {
+        if (folder.extension() == CompanyPackage::kExtension) {
+            return exportError(
+                kExportSQLiteInsidePackageCode,
+                formatMessage(kExportSQLiteInsidePackageMessage, path, CompanyPackage::displayName(folder.string())));
+        }
+    }
+    if (!replaceExisting && fs::exists(fs::symlink_status(path, code))) {
+        return exportError(kExportSQLiteTargetExistsCode, formatMessage(kExportSQLiteTargetExistsMessage, path));
+    }
     SQLiteConnection& db = m_impl->db;
     if (!db.execute("BEGIN")) {
         return exportError(kExportSQLiteWriteFailedCode,
@@ -1762,7 +1837,6 @@ std::optional<StoreError> SQLiteStore::exportDatabaseToSQLite(const std::string&
     }
 
     const std::string temporary = path + ".export-" + std::to_string(::getpid());
-    std::error_code code;
     fs::remove(temporary, code);
     SQLiteConnection out;
     if (!out.open(temporary, SQLiteConnection::Mode::Create) ||

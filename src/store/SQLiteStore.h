@@ -73,6 +73,10 @@ public:
                                              const Options& options, std::string* error = nullptr);
     static std::unique_ptr<SQLiteStore> open(const std::string& path, const ManagedObjectModel& model,
                                              std::string* error = nullptr);
+    // A hidden place beside `path` to build a package in, and the move of the finished
+    // package to `path` (never over an existing file, false with the user's message).
+    static std::string temporaryPackagePath(const std::string& path);
+    static bool movePackageIntoPlace(const std::string& building, const std::string& path, std::string* error);
     // Whether `path` is a current package (Info.plist only; the database is not read).
     static bool isCorrectFormat(const std::string& path);
     // This machine's device identifier: kept in the user's configuration folder, made on
@@ -141,8 +145,10 @@ public:
     // Writes the saved state of the whole store to a new SQLite file at `path`: one table
     // per entity keyed by "objectID" (TEXT PRIMARY KEY, "<Entity>/p<number>"), typed
     // attribute columns, "<name>_id" for to-one and "<name>_ids" (joined by ",") for
-    // to-many relationships. A file already there is replaced only on success.
-    std::optional<StoreError> exportDatabaseToSQLite(const std::string& path) const;
+    // to-many relationships. Written to a temporary file and moved into place. A target
+    // inside any company package is refused, and so is an existing one unless
+    // `replaceExisting` (then it is replaced only on success).
+    std::optional<StoreError> exportDatabaseToSQLite(const std::string& path, bool replaceExisting = false) const;
 
 private:
     struct Impl;

@@ -52,5 +52,10 @@ inline constexpr int kExportSQLiteCreateFailedCode = 1;
 inline constexpr int kExportSQLiteWriteFailedCode = 2;
 inline constexpr const char* kExportSQLiteCreateFailedMessage = "Failed to create SQLite database.";
 inline constexpr const char* kExportSQLiteWriteFailedMessage = "Failed to write SQLite database: %@";
+inline constexpr int kExportSQLiteTargetExistsCode = 3;
+inline constexpr int kExportSQLiteInsidePackageCode = 4;
+inline constexpr const char* kExportSQLiteTargetExistsMessage = "\"%@\" exists already and was left as it is.";
+inline constexpr const char* kExportSQLiteInsidePackageMessage =
+    "\"%@\" lies inside the company file \"%@\"; export to a place outside any company file.";
 
 }  // namespace brassline
