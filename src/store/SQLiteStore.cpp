@@ -333,8 +333,9 @@ std::string SQLiteStore::temporaryPackagePath(const std::string& path) {
     }
     fs::create_directories(target.parent_path(), code);
     // Hidden, and a package by its extension, so that it opens while it is being built.
-    return (target.parent_path() / ("." + target.stem().string() + "-creating-" + uniqueBase64String() +
-                                    std::string(CompanyPackage::kExtension)))
+    // The process number too: a forked process draws the same random names as its parent.
+    return (target.parent_path() / ("." + target.stem().string() + "-creating-" + std::to_string(::getpid()) + "-" +
+                                    uniqueBase64String() + std::string(CompanyPackage::kExtension)))
         .string();
 }
 
@@ -379,7 +380,8 @@ std::unique_ptr<SQLiteStore> SQLiteStore::create(const std::string& path, const 
     // crash while creating leaves no half-made package under the user's name.
     const std::string building = temporaryPackagePath(path);
     if (!fs::create_directory(building, code)) {
-        setError(error, formatMessage(kCreateFailedMessage, name, createFailureReason(code)));
+        setError(error, formatMessage(kCreateFailedMessage, name,
+                                      code ? createFailureReason(code) : std::string("its folder exists already")));
         return nullptr;
     }
     auto abandon = [&](const std::string& reason) {

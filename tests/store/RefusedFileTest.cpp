@@ -146,6 +146,24 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              writePlist(path, withHoldfastKey(currentInfo(path), "ModelName", Value("Brassline")));
          },
          "The company file \"Other.brassline\" holds the data model \"Brassline\", not \"Test\"."},
+        {"creation cut short by an older version", "Half.brassline",
+         [](const std::string& path) {
+             makeSavedCompany(path);
+             std::filesystem::remove(path + "/Info.plist");
+         },
+         "\"Half.brassline\" is a company file whose creation was interrupted. It holds no data; remove it and "
+         "create the company again."},
+        {"object number beyond any store's", "Huge.brassline",
+         [](const std::string& path) {
+             makeSavedCompany(path);
+             SQLiteConnection db;
+             ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::ReadWrite));
+             ASSERT_TRUE(
+                 db.execute("UPDATE Client SET _number = 9000000000000000000 WHERE _number = "
+                            "(SELECT min(_number) FROM Client)"));
+         },
+         "The company file \"Huge.brassline\" is damaged and can't be opened: an object's number is out of range. "
+         "Open its latest backup instead."},
         {"database missing", "NoData.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);

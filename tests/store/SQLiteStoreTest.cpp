@@ -505,3 +505,39 @@ TEST(HybridLogicalClockTest, OrdersEventsWhateverTheWallClockDoes) {
 
 }  // namespace
 }  // namespace brassline
+
+namespace brassline {
+namespace {
+
+using namespace storetest;
+
+TEST(SQLiteStoreTest, FarApartNumbersLoadWithoutMemoryInProportionToThem) {
+    TemporaryFolder folder;
+    const std::string path = folder / "Sparse.brassline";
+    {
+        auto context = openContext(path, true);
+        ASSERT_TRUE(context);
+        for (const char* uid : {"near", "far"}) {
+            context->insertNewObjectForEntityForName("Client")->setValueForKey(Value(uid), "uid");
+        }
+        ASSERT_TRUE(context->save());
+    }
+    {
+        // A number near the top of the range a store accepts: a table indexed by number
+        // would need terabytes.
+        SQLiteConnection db;
+        ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::ReadWrite));
+        ASSERT_TRUE(db.execute("UPDATE Client SET _number = 1099511627776 WHERE uid = 'far'"));
+    }
+    auto context = openContext(path, false);
+    ASSERT_TRUE(context);
+    ManagedObject* far = byUid(*context, "Client", "far");
+    ASSERT_NE(far, nullptr);
+    EXPECT_EQ(far->objectID().number, int64_t{1099511627776});
+    // New objects continue after it.
+    ManagedObject* next = context->insertNewObjectForEntityForName("Client");
+    EXPECT_EQ(next->objectID().number, int64_t{1099511627777});
+}
+
+}  // namespace
+}  // namespace brassline
