@@ -1,6 +1,7 @@
 #include "store/SQLiteConnection.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include <sqlite3.h>
 
@@ -203,6 +204,16 @@ SQLiteConnection::Failure SQLiteConnection::lastFailure() const {
             return Failure::Corrupt;
         case SQLITE_CANTOPEN:
             return Failure::CantOpen;
+        case SQLITE_IOERR:
+            // A write the file system refused for want of room (a quota, a size limit);
+            // a full disk proper comes as SQLITE_FULL.
+            if (const int reason = sqlite3_system_errno(m_db); reason == ENOSPC || reason == EDQUOT) {
+                return Failure::DiskFull;
+            }
+            return (sqlite3_extended_errcode(m_db) == SQLITE_IOERR_WRITE ||
+                    sqlite3_extended_errcode(m_db) == SQLITE_IOERR_FSYNC)
+                       ? Failure::WriteFailed
+                       : Failure::Other;
         default:
             return Failure::Other;
     }

@@ -64,7 +64,7 @@ public:
     // folder or mount): SQLite then neither locks it nor makes its -wal and -shm files.
     enum class Mode { ReadOnly, ReadOnlyImmutable, ReadWrite, Create };
     // What a failure was, for the user's message.
-    enum class Failure { None, Busy, ReadOnly, DiskFull, Corrupt, CantOpen, Other };
+    enum class Failure { None, Busy, ReadOnly, DiskFull, WriteFailed, Corrupt, CantOpen, Other };
 
     SQLiteConnection() = default;
     SQLiteConnection(const SQLiteConnection&) = delete;

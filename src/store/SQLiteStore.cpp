@@ -487,7 +487,8 @@ std::unique_ptr<SQLiteStore> SQLiteStore::open(const std::string& path, const Ma
     }
     // A file this user may not write is read as it is: SQLite would otherwise need to make
     // its -wal and -shm files beside it.
-    const bool readOnly = ::access(databasePath.c_str(), W_OK) != 0 || ::access(path.c_str(), W_OK) != 0;
+    const bool readOnly =
+        options.readOnly || ::access(databasePath.c_str(), W_OK) != 0 || ::access(path.c_str(), W_OK) != 0;
 
     auto impl = std::make_unique<Impl>(model);
     impl->readOnly = readOnly;
@@ -873,6 +874,7 @@ public:
     }
 
     const std::string& failure() const { return m_failure; }
+    SQLiteConnection::Failure failureKind() const { return m_failureKind; }
     int64_t changeSetId() const { return m_changeSetId; }
     int64_t largest() const { return m_largest; }
     uint64_t dataWritten() const { return m_dataWritten; }
@@ -880,6 +882,8 @@ public:
 private:
     bool fail(std::string reason) {
         m_failure = std::move(reason);
+        // Taken now: finishing the statements resets what the connection reports.
+        m_failureKind = m_db.lastFailure();
         return false;
     }
     bool writeObject(ManagedObject& object, bool inserted);
@@ -900,6 +904,7 @@ private:
     int64_t m_changeSetId = 0;
     uint64_t m_dataWritten = 0;
     std::string m_failure;
+    SQLiteConnection::Failure m_failureKind = SQLiteConnection::Failure::None;
     PositionCache m_positions;
     std::set<ManagedObject*> m_linkOwners;
     SQLiteStatement m_header;
@@ -1251,11 +1256,13 @@ bool SQLiteStore::SaveRun::writeMetadata() {
     return true;
 }
 
-std::string SQLiteStore::writeFailureMessage(const std::string& reason) const {
+std::string SQLiteStore::writeFailureMessage(const std::string& reason, SQLiteConnection::Failure kind) const {
     const std::string name = CompanyPackage::displayName(m_info.path);
-    switch (m_impl->db.lastFailure()) {
+    switch (kind) {
         case SQLiteConnection::Failure::DiskFull:
             return formatMessage(kDiskFullMessage, name);
+        case SQLiteConnection::Failure::WriteFailed:
+            return formatMessage(kDiskWriteFailedMessage, name);
         case SQLiteConnection::Failure::ReadOnly:
             return formatMessage(kReadOnlyMessage, name);
         case SQLiteConnection::Failure::Busy:
@@ -1523,7 +1530,7 @@ bool SQLiteStore::beginWriting(ManagedObjectContext& context, std::string* error
     // IMMEDIATE takes the write lock now, waiting up to the busy time-out for another
     // writer, so that nothing read from here on can change under this save.
     if (!db.execute("BEGIN IMMEDIATE")) {
-        std::string message = writeFailureMessage(db.lastError());
+        std::string message = writeFailureMessage(db.lastError(), db.lastFailure());
         noteError(message);
         if (error != nullptr) {
             *error = message;
@@ -1542,9 +1549,10 @@ bool SQLiteStore::beginWriting(ManagedObjectContext& context, std::string* error
     }
     std::string failure;
     if (!mergeCommittedChanges(context, &failure)) {
+        const SQLiteConnection::Failure kind = db.lastFailure();
         db.execute("ROLLBACK");
         m_writing = false;
-        std::string message = writeFailureMessage(failure);
+        std::string message = writeFailureMessage(failure, kind);
         noteError(message);
         if (error != nullptr) {
             *error = message;
@@ -1590,12 +1598,14 @@ bool SQLiteStore::saveChanges(const StoreChanges& changes, std::string* error) {
                    run.writeLinks() && run.writeMetadata();
     run.finishStatements();
     std::string failure = run.failure();
+    SQLiteConnection::Failure kind = run.failureKind();
     if (written && !db.execute("COMMIT")) {
         failure = db.lastError();
+        kind = db.lastFailure();
         written = false;
     }
     if (!written) {
-        std::string message = writeFailureMessage(failure);
+        std::string message = writeFailureMessage(failure, kind);
         db.execute("ROLLBACK");
         m_writing = false;
         noteError(formatMessage("Saving %@ failed: %@", CompanyPackage::displayName(m_info.path), failure));

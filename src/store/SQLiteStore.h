@@ -10,6 +10,7 @@
 #include "model/PersistentStore.h"
 #include "store/ChangeSet.h"
 #include "store/CompanyPackage.h"
+#include "store/SQLiteConnection.h"
 
 namespace brassline {
 
@@ -55,6 +56,8 @@ public:
         // How long a save waits for another program's write lock before it gives up with
         // a message, and how long a read waits for a lock held during a checkpoint.
         int busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
+        // Opens for reading only, as a file the user may not write opens anyway.
+        bool readOnly = false;
     };
     static constexpr int kDefaultBusyTimeoutMilliseconds = 5000;
 
@@ -156,7 +159,7 @@ private:
     explicit SQLiteStore(std::unique_ptr<Impl> impl);
     bool mergeCommittedChanges(ManagedObjectContext& context, std::string* failure);
     // The user's message for a failed write, by what SQLite reported.
-    std::string writeFailureMessage(const std::string& reason) const;
+    std::string writeFailureMessage(const std::string& reason, SQLiteConnection::Failure kind) const;
     void noteLog(std::string message);
     void noteError(std::string message);
 

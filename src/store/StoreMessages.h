@@ -25,6 +25,9 @@ inline constexpr const char* kReadOnlyMessage =
     "The company file \"%@\" is read-only: it can be read, but changes to it can't be saved.";
 inline constexpr const char* kDiskFullMessage =
     "The company file \"%@\" can't be saved: the disk is full. Free some space and try again.";
+inline constexpr const char* kDiskWriteFailedMessage =
+    "The company file \"%@\" can't be saved: its disk refused the write (it may be full or gone). Nothing was "
+    "saved.";
 inline constexpr const char* kBusyMessage =
     "The company file \"%@\" is in use by another program, which kept it locked for more than %@ seconds. "
     "Nothing was saved; try again in a moment.";
