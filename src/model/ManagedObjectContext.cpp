@@ -26,6 +26,20 @@ std::string currentThreadDescription() {
     return text.str();
 }
 
+// Serial numbers by context, kept here rather than in the context itself; registered at
+// construction and dropped at destruction, on whatever thread makes the context.
+std::mutex g_serialMutex;
+std::unordered_map<const ManagedObjectContext*, uint64_t>& serialNumbers() {
+    static std::unordered_map<const ManagedObjectContext*, uint64_t> table;
+    return table;
+}
+
+void registerSerialNumber(const ManagedObjectContext* context) {
+    static uint64_t next = 1;
+    std::lock_guard lock(g_serialMutex);
+    serialNumbers()[context] = next++;
+}
+
 Value objectArray(const std::vector<ManagedObject*>& objects) {
     Value::Array array;
     array.reserve(objects.size());
@@ -42,6 +56,7 @@ ManagedObjectContext::ManagedObjectContext(const ManagedObjectModel& model, std:
       m_store(std::move(store)),
       m_undoManager(std::make_unique<UndoManager>()),
       m_alive(std::make_shared<ManagedObjectContext*>(this)) {
+    registerSerialNumber(this);
     // The first call fixes the main thread; a main context made first thing in a test or
     // in main() makes that thread the main one.
     RunLoop::main();
@@ -63,10 +78,21 @@ ManagedObjectContext::ManagedObjectContext(ManagedObjectContext& parent, std::st
       m_storeIdentifier(parent.storeIdentifier()),
       m_queue(std::make_unique<SerialQueue>(std::move(queueName))),
       m_alive(std::make_shared<ManagedObjectContext*>(this)) {
+    registerSerialNumber(this);
     m_objectsByEntity.resize(m_model.entities().size());
 }
 
+uint64_t ManagedObjectContext::serialNumber() const {
+    std::lock_guard lock(g_serialMutex);
+    auto found = serialNumbers().find(this);
+    return found == serialNumbers().end() ? 0 : found->second;
+}
+
 ManagedObjectContext::~ManagedObjectContext() {
+    {
+        std::lock_guard lock(g_serialMutex);
+        serialNumbers().erase(this);
+    }
     // Undo actions point at the objects: they go first. The queue finishes its tasks
     // before the objects are released.
     m_alive.reset();

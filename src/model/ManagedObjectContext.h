@@ -50,6 +50,9 @@ public:
     bool isMainContext() const { return m_parent == nullptr; }
     PersistentStore* persistentStore() const;
     const std::string& storeIdentifier() const;
+    // Unique in the process and never reused, unlike the context's address: state kept
+    // beside a context is keyed by it.
+    uint64_t serialNumber() const;
     const std::string& loadError() const { return m_loadError; }
     // The main context's undo manager; null for child contexts or after setUndoManager(nullptr).
     UndoManager* undoManager() const { return m_undoManager.get(); }

@@ -1828,7 +1828,7 @@ std::optional<StoreError> SQLiteStore::exportDatabaseToSQLite(const std::string&
     if (!snapshot) {
         return exportError(kExportSQLiteWriteFailedCode, formatMessage(kExportSQLiteWriteFailedMessage, readError));
     }
-    // Object IDs are the URIs without "x-coredata://Holdfast/": "<Entity>/p<number>".
+    // Object IDs are the URIs without their scheme and store: "<Entity>/p<number>".
     std::unordered_map<int64_t, std::string> ids;
     for (const StoreSnapshot::Table& table : snapshot->tables) {
         for (int64_t number : table.numbers) {

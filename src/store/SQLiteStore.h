@@ -43,8 +43,6 @@ class SQLiteStore : public PersistentStore {
 public:
     // The data model version this build writes.
     static constexpr int64_t kCurrentModelVersion = 23;
-    // Object URIs of the store read "x-coredata://Holdfast/<Entity>/p<number>".
-    static constexpr const char* kURIStoreIdentifier = "Holdfast";
 
     struct Options {
         // The device that makes the saves; empty: this machine's (deviceIdentifier()).
@@ -87,7 +85,10 @@ public:
     static std::string deviceIdentifier();
 
     // PersistentStore. loadObjects hands the rows read at open to the context (once).
-    const std::string& identifier() const override { return m_uriIdentifier; }
+    // The store's own identifier (from its metadata, made when the file was created), so
+    // that object URIs ("x-coredata://<identifier>/<Entity>/p<number>") of two files never
+    // pass for each other.
+    const std::string& identifier() const override { return m_info.storeIdentifier; }
     int64_t largestObjectNumber() const override { return m_largestNumber; }
     bool loadObjects(ManagedObjectContext& context, std::string* error) override;
     // Several programs may write one file. A save is one write transaction that waits for
@@ -165,7 +166,6 @@ private:
 
     std::unique_ptr<Impl> m_impl;
     PackageInfo m_info;
-    std::string m_uriIdentifier = kURIStoreIdentifier;
     std::string m_device;
     int64_t m_modelVersion = kCurrentModelVersion;
     int64_t m_largestNumber = 0;
