@@ -127,8 +127,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     ManagedObjectContext context(gen::brasslineModel(), std::move(store));
     // Reading every client and its documents walks the relationships the load built.
-    for (ManagedObject* client : context.executeFetchRequest(FetchRequest("Client")).value_or(
-             std::vector<ManagedObject*>{})) {
+    for (ManagedObject* client :
+         context.executeFetchRequest(FetchRequest("Client")).value_or(std::vector<ManagedObject*>{})) {
         (void)client->valueForKeyPath("childs.@count");
         (void)client->valueForKey("name");
     }
