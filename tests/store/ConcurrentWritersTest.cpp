@@ -18,24 +18,6 @@ namespace {
 
 using namespace storetest;
 
-const RelationshipDescription& relationship(const ManagedObject& object, const char* name) {
-    return *object.entity().relationshipNamed(name);
-}
-
-ManagedObject* insert(ManagedObjectContext& context, const char* entity, const std::string& uid) {
-    ManagedObject* object = context.insertNewObjectForEntityForName(entity);
-    object->setValueForKey(Value(uid), "uid");
-    return object;
-}
-
-std::vector<std::string> uidsOf(const std::vector<ManagedObject*>& objects) {
-    std::vector<std::string> uids;
-    for (ManagedObject* object : objects) {
-        uids.push_back(object->valueForKey("uid").toString());
-    }
-    return uids;
-}
-
 std::unique_ptr<ManagedObjectContext> openWith(const std::string& path, const std::string& device,
                                                int busyMilliseconds = SQLiteStore::kDefaultBusyTimeoutMilliseconds) {
     SQLiteStore::Options options = deviceOptions(device);

@@ -13,24 +13,6 @@ namespace {
 
 using namespace storetest;
 
-const RelationshipDescription& relationship(const ManagedObject& object, const char* name) {
-    return *object.entity().relationshipNamed(name);
-}
-
-ManagedObject* insert(ManagedObjectContext& context, const char* entity, const std::string& uid) {
-    ManagedObject* object = context.insertNewObjectForEntityForName(entity);
-    object->setValueForKey(Value(uid), "uid");
-    return object;
-}
-
-std::vector<std::string> uidsOf(const std::vector<ManagedObject*>& objects) {
-    std::vector<std::string> uids;
-    for (ManagedObject* object : objects) {
-        uids.push_back(object->valueForKey("uid").toString());
-    }
-    return uids;
-}
-
 TEST(SQLiteStoreTest, EveryAttributeTypeSurvivesSaveAndReopen) {
     TemporaryFolder folder;
     const std::string path = folder / "Acme.brassline";
