@@ -20,6 +20,11 @@ function(brassline_test subsystem)
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
   # Its own translation unit: its static object must not share a batch's anonymous namespace.
   set_source_files_properties(${CMAKE_SOURCE_DIR}/tests/support/TestProcess.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  # Above the core every test starts from the process state reset once, in one place.
+  if(NOT subsystem STREQUAL "core")
+    target_sources(${target} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/ProcessReset.cpp)
+    set_source_files_properties(${CMAKE_SOURCE_DIR}/tests/support/ProcessReset.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
   target_link_libraries(${target} PRIVATE brassline_${subsystem} ${ARG_LINKS} GTest::gtest GTest::gtest_main GTest::gmock)
   target_compile_definitions(${target} PRIVATE
     BRASSLINE_SOURCE_DIR="${CMAKE_SOURCE_DIR}"

@@ -203,7 +203,8 @@ std::optional<NumberingKind> numberingKindForObject(const ManagedObject& object)
     return std::nullopt;
 }
 
-DocumentNumberingPreferences::DocumentNumberingPreferences(ManagedObjectContext& context) {
+DocumentNumberingPreferences::DocumentNumberingPreferences(ManagedObjectContext& context)
+    : m_context(context), m_mergeCount(context.mergeCount()) {
     if (BLDoc* document = BLDoc::documentForContext(context)) {
         m_controller = &document->prefsController();
     } else {
@@ -215,6 +216,10 @@ DocumentNumberingPreferences::DocumentNumberingPreferences(ManagedObjectContext&
 DocumentNumberingPreferences::~DocumentNumberingPreferences() = default;
 
 Value DocumentNumberingPreferences::valueForKeyPath(std::string_view keyPath) {
+    if (m_owned && m_context.mergeCount() != m_mergeCount) {
+        m_mergeCount = m_context.mergeCount();
+        m_owned->refresh();
+    }
     return m_controller->valueForKeyPath(keyPath);
 }
 
@@ -498,6 +503,20 @@ std::optional<std::string> Numbering::createNumberForDate(ManagedObject& object,
     }
     if (std::optional<std::optional<std::string>> settled = settledNumber(object, *kind)) {
         return *settled;
+    }
+    // The counter and the numbers in use are read under the file's write lock, with what
+    // other programs saved merged in, so that two of them never draw the same number.
+    if (m_context.isMainContext()) {
+        std::string error;
+        if (!m_context.beginWriting(&error)) {
+            logMessage("No number drawn for %@: %@", object.entityName(), error);
+            return std::nullopt;
+        }
+        if (m_context.mergeCount() != m_mergeCount) {
+            m_mergeCount = m_context.mergeCount();
+            m_used.clear();
+            m_searchHints.clear();
+        }
     }
     std::optional<std::string> text =
         kind->isSendable ? draw(object, *kind, date, *m_preferences) : drawSimple(object, *kind, *m_preferences);

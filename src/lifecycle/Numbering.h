@@ -55,8 +55,12 @@ public:
     void setValueForKeyPath(const Value& value, std::string_view keyPath) override;
 
 private:
+    ManagedObjectContext& m_context;
     BLPreferenceController* m_controller = nullptr;
+    // Without a document nothing refreshes the controller when other writers' changes
+    // are merged: it starts over on its own after each merge.
     std::unique_ptr<BLPreferenceController> m_owned;
+    uint64_t m_mergeCount = 0;
 };
 
 // Reads through to other preferences and keeps its writes to itself: a dry run.
@@ -118,6 +122,7 @@ private:
     NumberingPreferences* m_active;  // The preferences of the draw under way.
     int64_t m_autoIncrement = 1;
     std::map<std::string, std::unordered_set<std::string>, std::less<>> m_used;
+    uint64_t m_mergeCount = 0;  // The context's merge count when m_used was last valid.
     std::map<std::string, int64_t, std::less<>> m_searchHints;
 };
 

@@ -424,7 +424,7 @@ ManagedObject::ChangeState& ManagedObject::changeState() {
 
 void ManagedObject::noteChange(const std::string& key, const Value& oldValue, bool transient) {
     ChangeState& state = changeState();
-    if (!transient) {
+    if (!transient && !m_context->isMergingExternally()) {
         state.committed.emplace(key, oldValue);
     }
     state.event.emplace(key, oldValue);

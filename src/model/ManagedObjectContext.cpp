@@ -28,6 +28,20 @@ std::string currentThreadDescription() {
     return text.str();
 }
 
+// Serial numbers by context, kept here rather than in the context itself; registered at
+// construction and dropped at destruction, on whatever thread makes the context.
+std::mutex g_serialMutex;
+std::unordered_map<const ManagedObjectContext*, uint64_t>& serialNumbers() {
+    static std::unordered_map<const ManagedObjectContext*, uint64_t> table;
+    return table;
+}
+
+void registerSerialNumber(const ManagedObjectContext* context) {
+    static uint64_t next = 1;
+    std::lock_guard lock(g_serialMutex);
+    serialNumbers()[context] = next++;
+}
+
 Value objectArray(const std::vector<ManagedObject*>& objects) {
     Value::Array array;
     array.reserve(objects.size());
@@ -64,6 +78,7 @@ ManagedObjectContext::ManagedObjectContext(const ManagedObjectModel& model, std:
       m_scheduled(std::make_shared<Scheduled>()) {
     m_scheduled->context = this;
     m_scheduled->serial = nextContextSerial++;
+    registerSerialNumber(this);
     // The first call fixes the main thread; a main context made first thing in a test or
     // in main() makes that thread the main one.
     RunLoop::main();
@@ -88,7 +103,14 @@ ManagedObjectContext::ManagedObjectContext(ManagedObjectContext& parent, std::st
       m_scheduled(std::make_shared<Scheduled>()) {
     m_scheduled->context = this;
     m_scheduled->serial = nextContextSerial++;
+    registerSerialNumber(this);
     m_objectsByEntity.resize(m_model.entities().size());
+}
+
+uint64_t ManagedObjectContext::serialNumber() const {
+    std::lock_guard lock(g_serialMutex);
+    auto found = serialNumbers().find(this);
+    return found == serialNumbers().end() ? 0 : found->second;
 }
 
 ManagedObjectContext::~ManagedObjectContext() {
@@ -102,6 +124,10 @@ ManagedObjectContext::~ManagedObjectContext() {
     }
     for (RunLoop::TimerId timer : timers) {
         RunLoop::main().cancel(timer);
+    }
+    {
+        std::lock_guard lock(g_serialMutex);
+        serialNumbers().erase(this);
     }
     // Undo actions point at the objects: they go first. The queue finishes its tasks
     // before the objects are released.
@@ -343,6 +369,15 @@ void ManagedObjectContext::markUpdated(ManagedObject& object) {
     if (m_isLoading) {
         return;
     }
+    if (m_isMerging) {
+        // Saved already by the other writer: observers hear of it, the next save doesn't.
+        if (object.m_eventFlags == 0) {
+            m_eventObjects.push_back(&object);
+        }
+        object.m_eventFlags |= kUpdated;
+        requestProcessPendingChanges();
+        return;
+    }
     if ((object.m_stateFlags & (kInserted | kDeleted)) != 0) {
         // Inserted and deleted objects are reported as such, not as updated; the event
         // still has to close so changedValuesForCurrentEvent starts over.
@@ -367,7 +402,7 @@ void ManagedObjectContext::requestProcessPendingChanges() {
 }
 
 bool ManagedObjectContext::registersUndo() const {
-    return m_undoManager && !m_isLoading && m_undoManager->isUndoRegistrationEnabled();
+    return m_undoManager && !m_isLoading && !m_isMerging && m_undoManager->isUndoRegistrationEnabled();
 }
 
 void ManagedObjectContext::registerUndo(std::function<void()> action) {
@@ -712,17 +747,35 @@ bool ManagedObjectContext::save(std::string* error) {
     processPendingChanges();
     StoreChanges changes;
     std::vector<ManagedObject*> vanished;
-    for (ManagedObject* object : m_pendingObjects) {
-        uint8_t flags = object->m_stateFlags;
-        if ((flags & kDeleted) != 0) {
-            ((flags & kInserted) != 0 ? vanished : changes.deleted).push_back(object);
-        } else if ((flags & kInserted) != 0) {
-            changes.inserted.push_back(object);
-        } else if ((flags & kUpdated) != 0) {
-            changes.updated.push_back(object);
+    auto collect = [&] {
+        changes = StoreChanges();
+        vanished.clear();
+        for (ManagedObject* object : m_pendingObjects) {
+            uint8_t flags = object->m_stateFlags;
+            if ((flags & kDeleted) != 0) {
+                ((flags & kInserted) != 0 ? vanished : changes.deleted).push_back(object);
+            } else if ((flags & kInserted) != 0) {
+                changes.inserted.push_back(object);
+            } else if ((flags & kUpdated) != 0) {
+                changes.updated.push_back(object);
+            }
         }
+        return !(changes.inserted.empty() && changes.updated.empty() && changes.deleted.empty() && vanished.empty());
+    };
+    if (!collect()) {
+        if (m_store) {
+            m_store->endWriting();
+        }
+        return true;
     }
-    if (changes.inserted.empty() && changes.updated.empty() && changes.deleted.empty() && vanished.empty()) {
+    // Under the write lock, with what other writers saved merged in, the changes are
+    // gathered again: a merge may have removed objects this save would have written.
+    if (!beginWriting(error)) {
+        return false;
+    }
+    processPendingChanges();
+    if (!collect()) {
+        m_store->endWriting();
         return true;
     }
     NotificationCenter::defaultCenter().postNotificationName(kContextWillSaveNotification, this);
@@ -768,6 +821,123 @@ bool ManagedObjectContext::save(std::string* error) {
         }
     }
     return true;
+}
+
+bool ManagedObjectContext::beginWriting(std::string* error) {
+    if (m_parent != nullptr || !m_store) {
+        return true;
+    }
+    std::string storeError;
+    if (!m_store->beginWriting(*this, &storeError)) {
+        logMessage("Could not begin writing: %@", storeError);
+        if (error != nullptr) {
+            *error = storeError;
+        }
+        return false;
+    }
+    return true;
+}
+
+void ManagedObjectContext::renumberInsertedObjects(int64_t largestInUse) {
+    if (m_nextNumber <= largestInUse) {
+        m_nextNumber = largestInUse + 1;
+    }
+    for (ManagedObject* object : m_pendingObjects) {
+        if ((object->m_stateFlags & kInserted) == 0 || object->m_number > largestInUse) {
+            continue;
+        }
+        auto node = m_objectsByNumber.extract(object->m_number);
+        object->m_number = m_nextNumber.fetch_add(1);
+        if (!node.empty()) {
+            node.key() = object->m_number;
+            m_objectsByNumber.insert(std::move(node));
+        }
+    }
+}
+
+ManagedObject* ManagedObjectContext::objectWithNumber(int64_t number) const {
+    auto found = m_objectsByNumber.find(number);
+    return found == m_objectsByNumber.end() ? nullptr : found->second.get();
+}
+
+void ManagedObjectContext::beginMerge() {
+    m_isMerging = true;
+    m_merge = MergeResult();
+}
+
+ManagedObject* ManagedObjectContext::mergeObject(const EntityDescription& entity, int64_t number) {
+    if (ManagedObject* existing = objectWithNumber(number)) {
+        if (!existing->isDeleted() && &existing->entity() == &entity &&
+            std::find(m_merge.updated.begin(), m_merge.updated.end(), existing) == m_merge.updated.end() &&
+            std::find(m_merge.inserted.begin(), m_merge.inserted.end(), existing) == m_merge.inserted.end()) {
+            existing->fireFault();
+            m_merge.updated.push_back(existing);
+        }
+        return existing->isDeleted() || &existing->entity() != &entity ? nullptr : existing;
+    }
+    std::unique_ptr<ManagedObject> owned = entity.newInstance();
+    if (!owned) {
+        return nullptr;
+    }
+    ManagedObject* object = owned.get();
+    object->attach(entity, *this, number);
+    m_objectsByNumber.emplace(number, std::move(owned));
+    registerObject(*object);
+    if (number >= m_nextNumber) {
+        m_nextNumber = number + 1;
+    }
+    if (object->m_eventFlags == 0) {
+        m_eventObjects.push_back(object);
+    }
+    object->m_eventFlags |= kInserted;
+    requestProcessPendingChanges();
+    m_merge.inserted.push_back(object);
+    return object;
+}
+
+void ManagedObjectContext::mergeDeletion(ManagedObject& object) {
+    object.fireFault();
+    for (const RelationshipDescription* relationship : object.m_entity->relationships()) {
+        if (relationship->isToMany) {
+            if (!object.m_toMany[relationship->slot].empty()) {
+                object.setRelationshipObjects(*relationship, {});
+            }
+        } else if (object.m_toOne[relationship->slot] != nullptr) {
+            object.setToOneObject(*relationship, nullptr);
+        }
+    }
+    if (!object.isDeleted()) {
+        unregisterObject(object);
+    }
+    std::erase(m_pendingObjects, &object);
+    object.m_stateFlags = kDeleted;
+    if (object.m_eventFlags == 0) {
+        m_eventObjects.push_back(&object);
+    }
+    object.m_eventFlags = kDeleted;
+    requestProcessPendingChanges();
+    m_merge.deleted.push_back(&object);
+    // Kept, not freed: the event list and undo actions may still point at it.
+    auto found = m_objectsByNumber.find(object.m_number);
+    if (found != m_objectsByNumber.end()) {
+        m_graveyard.push_back(std::move(found->second));
+        m_objectsByNumber.erase(found);
+    }
+}
+
+ManagedObjectContext::MergeResult ManagedObjectContext::endMerge() {
+    m_isMerging = false;
+    ++m_mergeCount;
+    MergeResult result = std::move(m_merge);
+    m_merge = MergeResult();
+    for (ManagedObject* object : result.inserted) {
+        object->awakeFromFetch();
+    }
+    for (ManagedObject* object : result.updated) {
+        object->holdfastResetCacheValues();
+        object->awakeFromSnapshotEvents(kSnapshotEventRefresh);
+    }
+    return result;
 }
 
 // Child contexts: copies of the parent's objects, made on first use.

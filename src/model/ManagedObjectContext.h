@@ -59,6 +59,9 @@ public:
     bool isMainContext() const { return m_parent == nullptr; }
     PersistentStore* persistentStore() const;
     const std::string& storeIdentifier() const;
+    // Unique in the process and never reused, unlike the context's address: state kept
+    // beside a context is keyed by it.
+    uint64_t serialNumber() const;
     const std::string& loadError() const { return m_loadError; }
     // The main context's undo manager; null for child contexts or after setUndoManager(nullptr).
     UndoManager* undoManager() const { return m_undoManager.get(); }
@@ -109,6 +112,37 @@ public:
     // thread), into the parent for a child context. Deleted objects are released once no
     // undo action can reach them.
     bool save(std::string* error = nullptr);
+    // Takes the store's write lock ahead of the save and merges what other writers
+    // committed (PersistentStore::beginWriting): call it before drawing anything that must
+    // be unique in the file, such as a document number. Main context only; true without a
+    // store. The lock holds until the next save.
+    bool beginWriting(std::string* error = nullptr);
+
+    // For stores, inside beginWriting. Gives every unsaved inserted object numbered at or
+    // below `largestInUse` a number after it, and numbers new objects after it.
+    void renumberInsertedObjects(int64_t largestInUse);
+    // For stores, inside beginWriting: the changes of other writers, applied between
+    // beginMerge and endMerge through the ordinary setters. They register no undo, are not
+    // saved again and reach observers as changes of the current event; setters see
+    // isMergingExternally(). endMerge answers the objects the merge brought in, changed
+    // and removed, in that order.
+    void beginMerge();
+    bool isMergingExternally() const { return m_isMerging; }
+    // The object of that number when the context has it, else a new one brought in.
+    ManagedObject* mergeObject(const EntityDescription& entity, int64_t number);
+    // Another writer deleted the object: it leaves every relationship and the context,
+    // reads as deleted, and no save of this context writes it.
+    void mergeDeletion(ManagedObject& object);
+    struct MergeResult {
+        std::vector<ManagedObject*> inserted;
+        std::vector<ManagedObject*> updated;
+        std::vector<ManagedObject*> deleted;
+    };
+    MergeResult endMerge();
+    // Counts the merges so far: caches built from fetches compare it to know they are stale.
+    uint64_t mergeCount() const { return m_mergeCount; }
+    // The registered object of that number, deleted or not; null when there is none.
+    ManagedObject* objectWithNumber(int64_t number) const;
 
     // Off the main thread, a fetch on the main context is re-run on the main queue.
     std::optional<std::vector<ManagedObject*>> executeFetchRequest(const FetchRequest& request,
@@ -202,6 +236,9 @@ private:
     bool m_processRequested = false;
     bool m_isProcessing = false;
     bool m_isLoading = false;
+    bool m_isMerging = false;
+    uint64_t m_mergeCount = 0;
+    MergeResult m_merge;
 
     std::unordered_map<const ManagedObject*, std::vector<ObserverEntry>> m_observers;
     uint64_t m_nextObserverToken = 1;

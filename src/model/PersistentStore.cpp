@@ -14,6 +14,12 @@ std::optional<Value> PersistentStore::loadDataValue(const EntityDescription& ent
     return std::nullopt;
 }
 
+bool PersistentStore::beginWriting(ManagedObjectContext& context, std::string* error) {
+    (void)context;
+    (void)error;
+    return true;
+}
+
 InMemoryStore::InMemoryStore(std::string identifier) : m_identifier(std::move(identifier)) {}
 
 bool InMemoryStore::loadObjects(ManagedObjectContext& context, std::string* error) {

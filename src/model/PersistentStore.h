@@ -34,6 +34,14 @@ public:
     // The largest object number in use; new objects continue after it.
     virtual int64_t largestObjectNumber() const = 0;
     virtual bool loadObjects(ManagedObjectContext& context, std::string* error) = 0;
+    // Takes the store's write lock for the next save and brings the context up to what
+    // other writers committed since it last looked (renumbering its unsaved insertions
+    // where they would collide). Whatever is drawn from the context after this answered
+    // (counters, numbers) is drawn under the lock. Holds until saveChanges or
+    // endWriting. A store with a single writer answers true at once.
+    virtual bool beginWriting(ManagedObjectContext& context, std::string* error);
+    // Lets go of the lock of beginWriting when no save follows.
+    virtual void endWriting() {}
     virtual bool saveChanges(const StoreChanges& changes, std::string* error) = 0;
     // The saved value of a data attribute left behind at load (setLoadedDataFault). Safe
     // to call from any thread. Nothing, with the reason, when it can't be read.

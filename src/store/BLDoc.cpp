@@ -22,8 +22,10 @@
 #include "store/BLSetupDefaultsController.h"
 #include "store/BLStateController.h"
 #include "store/BLUserDefaults.h"
+#include "store/CompanyPackage.h"
 #include "store/DocumentHooks.h"
 #include "store/SQLiteStore.h"
+#include "store/StoreMessages.h"
 #include "store/URLCommands.h"
 
 namespace brassline {
@@ -132,15 +134,42 @@ std::unique_ptr<BLDoc> BLDoc::create(const std::string& path, const Value::Dicti
         }
         return nullptr;
     }
-    std::unique_ptr<SQLiteStore> store = SQLiteStore::create(path, gen::brasslineModel(), error);
-    if (!store) {
+    std::error_code code;
+    if (std::filesystem::exists(std::filesystem::symlink_status(path, code))) {
+        if (error != nullptr) {
+            *error = formatMessage(kPackageExistsMessage, CompanyPackage::displayName(path));
+        }
         return nullptr;
     }
-    std::unique_ptr<BLDoc> document(new BLDoc());
-    if (!document->attach(std::move(store), path, error) || !document->runSetup(setup, error)) {
+    // The first-run set-up is part of making the file: the package is built and set up
+    // under a hidden name and only then moved to its place, so a crash at any moment
+    // leaves either no company or a whole one.
+    const std::string building = SQLiteStore::temporaryPackagePath(path);
+    {
+        std::string reason;
+        std::unique_ptr<SQLiteStore> store = SQLiteStore::create(building, gen::brasslineModel(), &reason);
+        std::unique_ptr<BLDoc> document;
+        if (store) {
+            document.reset(new BLDoc());
+        }
+        if (!store || !document->attach(std::move(store), building, &reason) || !document->runSetup(setup, &reason)) {
+            document.reset();
+            std::filesystem::remove_all(building, code);
+            if (error != nullptr) {
+                // The hidden name means nothing to the user.
+                const std::string hidden = CompanyPackage::displayName(building);
+                for (size_t at = reason.find(hidden); at != std::string::npos; at = reason.find(hidden)) {
+                    reason.replace(at, hidden.size(), CompanyPackage::displayName(path));
+                }
+                *error = reason;
+            }
+            return nullptr;
+        }
+    }
+    if (!SQLiteStore::movePackageIntoPlace(building, path, error)) {
         return nullptr;
     }
-    return document;
+    return open(path, error);
 }
 
 bool BLDoc::isValidLocation(std::string_view path) {
@@ -309,7 +338,9 @@ void BLDoc::didMergeExternalChanges(const std::vector<ManagedObject*>& inserted)
         return object->entityName() == "PermanentInvoiceRepetition";
     });
     if (hasRepetition) {
-        BLMaintenance::cleanupPermanentInvoiceRepetitionDuplicates(*m_context);
+        // Merges arrive inside a save's write transaction; the clean-up saves on its own,
+        // so it runs once that transaction is over.
+        m_context->performBlock([this] { BLMaintenance::cleanupPermanentInvoiceRepetitionDuplicates(*m_context); });
     }
 }
 

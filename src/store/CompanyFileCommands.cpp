@@ -18,12 +18,14 @@
 #include "model/ManagedObject.h"
 #include "model/ManagedObjectContext.h"
 #include "model/entities/BLBase.h"
+#include "model/entities/UserEdits.h"
 #include "model/entities/gen/BrasslineModel.h"
 #include "store/BLDoc.h"
 #include "store/BLDocumentController.h"
 #include "store/BLSetupDefaultsController.h"
 #include "store/CommandFile.h"
 #include "store/SQLiteStore.h"
+#include "store/StoreMessages.h"
 #include "store/URLCommands.h"
 
 namespace brassline::companyfile {
@@ -276,6 +278,24 @@ ManagedObject* openWithObject(std::optional<CommandFile>& file, const std::strin
     return file ? file->objectWithUid(uid, err) : nullptr;
 }
 
+// Whether the user may make these assignments by hand: an issued document and its items
+// are read-only, and so is an issued document that an assignment would hang an item under.
+bool checkAssignments(const ManagedObject& object, const std::vector<Assignment>& assignments, std::ostream& err) {
+    for (const auto& [key, value] : assignments) {
+        EditCheck check = checkUserEdit(object, key);
+        const RelationshipDescription* relationship = object.entity().relationshipNamed(key);
+        const auto* target = dynamic_cast<const ManagedObject*>(value.object());
+        if (check.allowed() && relationship != nullptr && relationship->inverse != nullptr && target != nullptr) {
+            check = checkUserEdit(*target, relationship->inverse->name);
+        }
+        if (!check.allowed()) {
+            err << "brassline: " << check.refusal << "\n";
+            return false;
+        }
+    }
+    return true;
+}
+
 void applyAssignments(ManagedObject& object, const std::vector<Assignment>& assignments) {
     for (const auto& [key, value] : assignments) {
         object.setValueForKey(value, key);
@@ -372,7 +392,11 @@ int insert(const std::string& path, const std::string& entityName, const std::ve
         return kBadInput;
     }
     // As a user action: set-up first, then the values through their setters in order.
+    // Refused, the new object goes unsaved with the rest of the command's context.
     object->setup();
+    if (!checkAssignments(*object, *parsed, err)) {
+        return kBadInput;
+    }
     applyAssignments(*object, *parsed);
     if (!file->save(err)) {
         return kSaveFailed;
@@ -390,7 +414,7 @@ int set(const std::string& path, const std::string& uid, const std::vector<std::
     }
     std::optional<std::vector<Assignment>> parsed =
         parseAssignments(file->context(), object->entity(), assignments, err);
-    if (!parsed) {
+    if (!parsed || !checkAssignments(*object, *parsed, err)) {
         return kBadInput;
     }
     applyAssignments(*object, *parsed);
@@ -493,6 +517,10 @@ int remove(const std::string& path, const std::string& uid, std::ostream& out, s
         return kBadInput;
     }
     std::string entityName = object->entityName();
+    if (EditCheck check = checkUserDeletion(*object); !check.allowed()) {
+        err << "brassline: " << check.refusal << "\n";
+        return kBadInput;
+    }
     std::string error;
     if (!file->context().deleteObject(object, &error)) {
         err << "brassline: " << entityName << " '" << uid << "' can't be deleted: " << error << "\n";
@@ -505,14 +533,21 @@ int remove(const std::string& path, const std::string& uid, std::ostream& out, s
     return 0;
 }
 
-int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err) {
+int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err,
+                 bool force) {
     std::optional<CommandFile> file = CommandFile::open(path, err);
     if (!file) {
         return kBadInput;
     }
-    if (std::optional<StoreError> error = file->store().exportDatabaseToSQLite(outPath)) {
-        err << "brassline: " << error->message << " (" << error->domain << " " << error->code << ")\n";
-        return kSaveFailed;
+    if (std::optional<StoreError> error = file->store().exportDatabaseToSQLite(outPath, force)) {
+        err << "brassline: " << error->message;
+        if (error->code == kExportSQLiteTargetExistsCode) {
+            err << " Add --force to replace it.";
+        }
+        err << " (" << error->domain << " " << error->code << ")\n";
+        const bool refused =
+            error->code == kExportSQLiteTargetExistsCode || error->code == kExportSQLiteInsidePackageCode;
+        return refused ? kBadInput : kSaveFailed;
     }
     out << "exported " << path << " to " << outPath << "\n";
     return 0;

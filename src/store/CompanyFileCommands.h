@@ -48,7 +48,9 @@ int get(const std::string& path, const std::string& uid, const std::vector<std::
 int fetch(const std::string& path, const std::string& entity, const FetchOptions& options, std::ostream& out,
           std::ostream& err);
 int remove(const std::string& path, const std::string& uid, std::ostream& out, std::ostream& err);
-int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err);
+// Refuses a target inside a company package, and an existing one unless `force`.
+int exportSQLite(const std::string& path, const std::string& outPath, std::ostream& out, std::ostream& err,
+                 bool force = false);
 // Runs "brassline://<command>?<query>" on the company file: the document's commands,
 // then the application's (URLCommands.h); saves when a command changed data. A
 // "document" query must name this file's identifier. An unknown command answers "The

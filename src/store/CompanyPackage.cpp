@@ -100,6 +100,10 @@ std::optional<PackageInfo> CompanyPackage::inspect(const std::string& path, std:
         // Packages of the previous generation kept their store without Info.plist.
         if (fs::exists(fs::path(path) / kOlderStoreFileName, code)) {
             refuse(error, formatMessage(kOlderFormatMessage, name));
+        } else if (fs::exists(fs::path(path) / kDatabaseFileName, code)) {
+            // Earlier versions wrote Info.plist last, in place: a package with a database
+            // and no Info.plist is one whose creation was cut short.
+            refuse(error, formatMessage(kLeftoverPackageMessage, name));
         } else {
             refuse(error, formatMessage(kNotAPackageMessage, name));
         }

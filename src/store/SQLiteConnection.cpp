@@ -1,5 +1,8 @@
 #include "store/SQLiteConnection.h"
 
+#include <algorithm>
+#include <cerrno>
+
 #include <sqlite3.h>
 
 namespace brassline {
@@ -142,6 +145,7 @@ bool SQLiteConnection::open(const std::string& path, Mode mode) {
     int flags = SQLITE_OPEN_NOMUTEX;
     switch (mode) {
         case Mode::ReadOnly:
+        case Mode::ReadOnlyImmutable:
             flags |= SQLITE_OPEN_READONLY;
             break;
         case Mode::ReadWrite:
@@ -151,7 +155,23 @@ bool SQLiteConnection::open(const std::string& path, Mode mode) {
             flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
             break;
     }
-    int code = sqlite3_open_v2(path.c_str(), &m_db, flags, nullptr);
+    std::string name = path;
+    if (mode == Mode::ReadOnlyImmutable) {
+        flags |= SQLITE_OPEN_URI;
+        name = "file:";
+        for (char c : path) {
+            if (c == '%' || c == '?' || c == '#') {
+                static const char* kHex = "0123456789ABCDEF";
+                name += '%';
+                name += kHex[(static_cast<unsigned char>(c) >> 4) & 0xf];
+                name += kHex[static_cast<unsigned char>(c) & 0xf];
+            } else {
+                name += c;
+            }
+        }
+        name += "?immutable=1";
+    }
+    int code = sqlite3_open_v2(name.c_str(), &m_db, flags, nullptr);
     if (code != SQLITE_OK) {
         m_lastError = m_db != nullptr ? sqlite3_errmsg(m_db) : sqlite3_errstr(code);
         m_lastWasCorruption = isCorruptionCode(code);
@@ -168,6 +188,68 @@ void SQLiteConnection::close() {
         sqlite3_close_v2(m_db);
         m_db = nullptr;
     }
+}
+
+void SQLiteConnection::setBusyTimeout(int milliseconds) {
+    if (m_db != nullptr) {
+        sqlite3_busy_timeout(m_db, milliseconds);
+    }
+}
+
+SQLiteConnection::Failure SQLiteConnection::lastFailure() const {
+    if (m_db == nullptr) {
+        return m_lastError.empty() ? Failure::None : Failure::CantOpen;
+    }
+    switch (sqlite3_extended_errcode(m_db) & 0xff) {
+        case SQLITE_OK:
+        case SQLITE_ROW:
+        case SQLITE_DONE:
+            return Failure::None;
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+            return Failure::Busy;
+        case SQLITE_READONLY:
+        case SQLITE_PERM:
+        case SQLITE_AUTH:
+            return Failure::ReadOnly;
+        case SQLITE_FULL:
+            return Failure::DiskFull;
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+            return Failure::Corrupt;
+        case SQLITE_CANTOPEN:
+            return Failure::CantOpen;
+        case SQLITE_IOERR:
+            // A write the file system refused for want of room (a quota, a size limit);
+            // a full disk proper comes as SQLITE_FULL.
+            if (const int reason = sqlite3_system_errno(m_db); reason == ENOSPC || reason == EDQUOT) {
+                return Failure::DiskFull;
+            }
+            return (sqlite3_extended_errcode(m_db) == SQLITE_IOERR_WRITE ||
+                    sqlite3_extended_errcode(m_db) == SQLITE_IOERR_FSYNC)
+                       ? Failure::WriteFailed
+                       : Failure::Other;
+        default:
+            return Failure::Other;
+    }
+}
+
+std::optional<std::string> SQLiteConnection::readFileStart(size_t bytes, int64_t* fileSize) {
+    sqlite3_file* file = nullptr;
+    if (m_db == nullptr || sqlite3_file_control(m_db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+        file == nullptr || file->pMethods == nullptr) {
+        return std::nullopt;
+    }
+    sqlite3_int64 size = 0;
+    if (file->pMethods->xFileSize(file, &size) != SQLITE_OK) {
+        return std::nullopt;
+    }
+    *fileSize = size;
+    std::string text(std::min<size_t>(bytes, static_cast<size_t>(std::max<sqlite3_int64>(size, 0))), '\0');
+    if (!text.empty() && file->pMethods->xRead(file, text.data(), static_cast<int>(text.size()), 0) != SQLITE_OK) {
+        return std::nullopt;
+    }
+    return text;
 }
 
 void SQLiteConnection::noteError() {

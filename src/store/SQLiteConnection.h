@@ -62,7 +62,11 @@ private:
 // SQLite's message in lastError(); nothing throws. Not thread-safe: one thread at a time.
 class SQLiteConnection {
 public:
-    enum class Mode { ReadOnly, ReadWrite, Create };
+    // ReadOnlyImmutable reads a file that nobody may write while it is open (a read-only
+    // folder or mount): SQLite then neither locks it nor makes its -wal and -shm files.
+    enum class Mode { ReadOnly, ReadOnlyImmutable, ReadWrite, Create };
+    // What a failure was, for the user's message.
+    enum class Failure { None, Busy, ReadOnly, DiskFull, WriteFailed, Corrupt, CantOpen, Other };
 
     SQLiteConnection() = default;
     SQLiteConnection(const SQLiteConnection&) = delete;
@@ -71,6 +75,12 @@ public:
 
     bool open(const std::string& path, Mode mode);
     void close();
+    // How long a statement waits for another connection's lock before it fails as busy.
+    void setBusyTimeout(int milliseconds);
+    // The first `bytes` bytes of the database file and its size, read through SQLite's
+    // own file handle: a second handle on the file, closed again, would drop the locks
+    // SQLite holds on it for this process. Nothing when the file can't be read.
+    std::optional<std::string> readFileStart(size_t bytes, int64_t* fileSize);
     bool isOpen() const { return m_db != nullptr; }
 
     // Runs one or more statements without results.
@@ -89,6 +99,8 @@ public:
     const std::string& lastError() const { return m_lastError; }
     // True when the last failure was SQLite's "corrupt" or "not a database".
     bool lastErrorWasCorruption() const { return m_lastWasCorruption; }
+    // The kind of the connection's most recent failure, statements' steps included.
+    Failure lastFailure() const;
 
     // A name quoted for use as an SQL identifier.
     static std::string quoted(std::string_view identifier);

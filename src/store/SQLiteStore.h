@@ -10,6 +10,7 @@
 #include "model/PersistentStore.h"
 #include "store/ChangeSet.h"
 #include "store/CompanyPackage.h"
+#include "store/SQLiteConnection.h"
 
 namespace brassline {
 
@@ -42,8 +43,6 @@ class SQLiteStore : public PersistentStore {
 public:
     // The data model version this build writes.
     static constexpr int64_t kCurrentModelVersion = 23;
-    // Object URIs of the store read "x-coredata://Holdfast/<Entity>/p<number>".
-    static constexpr const char* kURIStoreIdentifier = "Holdfast";
 
     struct Options {
         // The device that makes the saves; empty: this machine's (deviceIdentifier()).
@@ -52,7 +51,13 @@ public:
         // Large data values stay in the file until read (see loadDataValue); off, open
         // reads every value, for work that will read them all anyway.
         bool deferLargeData = true;
+        // How long a save waits for another program's write lock before it gives up with
+        // a message, and how long a read waits for a lock held during a checkpoint.
+        int busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
+        // Opens for reading only, as a file the user may not write opens anyway.
+        bool readOnly = false;
     };
+    static constexpr int kDefaultBusyTimeoutMilliseconds = 5000;
 
     ~SQLiteStore() override;
 
@@ -69,6 +74,10 @@ public:
                                              const Options& options, std::string* error = nullptr);
     static std::unique_ptr<SQLiteStore> open(const std::string& path, const ManagedObjectModel& model,
                                              std::string* error = nullptr);
+    // A hidden place beside `path` to build a package in, and the move of the finished
+    // package to `path` (never over an existing file, false with the user's message).
+    static std::string temporaryPackagePath(const std::string& path);
+    static bool movePackageIntoPlace(const std::string& building, const std::string& path, std::string* error);
     // Whether `path` is a current package (Info.plist only; the database is not read).
     static bool isCorrectFormat(const std::string& path);
     // This machine's device identifier: kept in the user's configuration folder, made on
@@ -76,10 +85,24 @@ public:
     static std::string deviceIdentifier();
 
     // PersistentStore. loadObjects hands the rows read at open to the context (once).
-    const std::string& identifier() const override { return m_uriIdentifier; }
+    // The store's own identifier (from its metadata, made when the file was created), so
+    // that object URIs ("x-coredata://<identifier>/<Entity>/p<number>") of two files never
+    // pass for each other.
+    const std::string& identifier() const override { return m_info.storeIdentifier; }
     int64_t largestObjectNumber() const override { return m_largestNumber; }
     bool loadObjects(ManagedObjectContext& context, std::string* error) override;
+    // Several programs may write one file. A save is one write transaction that waits for
+    // the lock (busyTimeoutMilliseconds), merges the change sets other writers committed
+    // since this store last looked into the context (same key changed on both sides: this
+    // save, the later write, keeps its value and the log notes it), renumbers this
+    // context's new objects past theirs, and draws its change-set sequence, all under the
+    // lock. beginWriting takes that lock early for draws that must be unique (numbers).
+    bool beginWriting(ManagedObjectContext& context, std::string* error) override;
+    void endWriting() override;
     bool saveChanges(const StoreChanges& changes, std::string* error) override;
+    // A file this user can't write (another owner, a read-only folder or mount) opens for
+    // reading only: no -wal or -shm files appear beside it, and every save is refused.
+    bool isReadOnly() const { return m_readOnly; }
     // Large data values (above StoreSnapshot::kDeferredDataBytes) stay in the file at open
     // and are read here on first access, over a reader connection of their own behind a
     // lock, so any thread may call it. A save writes only the data values it changed.
@@ -126,23 +149,33 @@ public:
     // Writes the saved state of the whole store to a new SQLite file at `path`: one table
     // per entity keyed by "objectID" (TEXT PRIMARY KEY, "<Entity>/p<number>"), typed
     // attribute columns, "<name>_id" for to-one and "<name>_ids" (joined by ",") for
-    // to-many relationships. A file already there is replaced only on success.
-    std::optional<StoreError> exportDatabaseToSQLite(const std::string& path) const;
+    // to-many relationships. Written to a temporary file and moved into place. A target
+    // inside any company package is refused, and so is an existing one unless
+    // `replaceExisting` (then it is replaced only on success).
+    std::optional<StoreError> exportDatabaseToSQLite(const std::string& path, bool replaceExisting = false) const;
 
 private:
     struct Impl;
+    class SaveRun;
     explicit SQLiteStore(std::unique_ptr<Impl> impl);
+    bool mergeCommittedChanges(ManagedObjectContext& context, std::string* failure);
+    // The user's message for a failed write, by what SQLite reported.
+    std::string writeFailureMessage(const std::string& reason, SQLiteConnection::Failure kind) const;
     void noteLog(std::string message);
     void noteError(std::string message);
 
     std::unique_ptr<Impl> m_impl;
     PackageInfo m_info;
-    std::string m_uriIdentifier = kURIStoreIdentifier;
     std::string m_device;
     int64_t m_modelVersion = kCurrentModelVersion;
     int64_t m_largestNumber = 0;
     int64_t m_deviceSequence = 0;
     HybridLogicalClock m_clock;
+    ManagedObjectContext* m_context = nullptr;  // The context that loaded the objects; it owns the store.
+    int64_t m_lastChangeSetId = 0;              // The newest change set this store's context reflects.
+    int m_busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
+    bool m_writing = false;  // Inside the write transaction of beginWriting.
+    bool m_readOnly = false;
     bool m_updating = false;
     bool m_loadedAllChanges = false;
     std::vector<Value> m_log;

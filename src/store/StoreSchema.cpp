@@ -163,6 +163,38 @@ const char* StoreSchema::columnType(AttributeType type) {
     return "TEXT";
 }
 
+bool StoreSchema::isUpToDate(SQLiteConnection& db) const {
+    for (const EntityTable& table : m_tables) {
+        std::optional<std::vector<std::string>> existing = db.tableColumns(table.name);
+        if (!existing || existing->empty()) {
+            return false;
+        }
+        std::set<std::string> present(existing->begin(), existing->end());
+        for (const AttributeDescription* attribute : table.attributes) {
+            if (present.count(attribute->name) == 0) {
+                return false;
+            }
+        }
+        for (const ToOneColumn& toOne : table.toOnes) {
+            if (present.count(toOne.column) == 0 ||
+                (!toOne.positionColumn.empty() && present.count(toOne.positionColumn) == 0)) {
+                return false;
+            }
+        }
+    }
+    for (const LinkTable& link : m_links) {
+        if (!db.tableExists(link.name)) {
+            return false;
+        }
+    }
+    for (const char* table : {"_metadata", "_changesets", "_changes", "_tombstones"}) {
+        if (!db.tableExists(table)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool StoreSchema::createOrUpgrade(SQLiteConnection& db) const {
     for (const EntityTable& table : m_tables) {
         std::optional<std::vector<std::string>> existing = db.tableColumns(table.name);
@@ -385,8 +417,9 @@ std::optional<StoreSnapshot> StoreSnapshot::read(SQLiteConnection& db, const Sto
                 return failed(statement.errorMessage(), statement.failedOnCorruption());
             }
             int64_t number = statement.integer(0);
-            if (number <= 0) {
-                return failed("object number " + std::to_string(number) + " in table " + entityTable.name, true);
+            if (number <= 0 || number > kLargestObjectNumber) {
+                logMessage("Object number %ld in table %@", static_cast<long>(number), entityTable.name);
+                return failed("an object's number is out of range", true);
             }
             table.numbers.push_back(number);
             snapshot.largestNumber = std::max(snapshot.largestNumber, number);

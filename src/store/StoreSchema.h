@@ -50,6 +50,8 @@ public:
     static bool isLinkOwner(const RelationshipDescription& relationship);
 
     static const char* columnType(AttributeType type);
+    // Whether every table and column of the model is in the file (reads only).
+    bool isUpToDate(SQLiteConnection& db) const;
     // Creates what is missing: tables, columns, indexes. Never drops anything.
     bool createOrUpgrade(SQLiteConnection& db) const;
 
@@ -77,6 +79,8 @@ struct StoreSnapshot {
     };
     // Data values longer than this stay in the file when a read defers them.
     static constexpr int64_t kDeferredDataBytes = 1024;
+    // Object numbers beyond this are made by no store: a file holding one is damaged.
+    static constexpr int64_t kLargestObjectNumber = int64_t{1} << 48;
     // One member of a to-many relationship, in the owner's order once sorted.
     struct Edge {
         int64_t owner = 0;

@@ -22,8 +22,7 @@ protected:
     void SetUp() override {
         RunLoop::resetMainForTesting();
         NotificationCenter::resetDefaultCenterForTesting();
-        resetModelHooks();
-        BLSyncHelper::setIsSyncing(false);
+        // Flags and hooks start reset (tests/support/ProcessReset.cpp).
         m_context = std::make_unique<ManagedObjectContext>(gen::brasslineModel());
     }
     void TearDown() override {

@@ -251,6 +251,40 @@ TEST_F(CompanyFileCommandsTest, ExportWritesTheDatabase) {
     EXPECT_NE(refused.err.find("ExportSQLiteError"), std::string::npos);
 }
 
+TEST_F(CompanyFileCommandsTest, ExportRefusesPackagesAndExistingFilesAndLeavesThemAlone) {
+    const std::string other = m_folder / "Other.brassline";
+    ASSERT_EQ(runCommand([&](auto& o, auto& e) { return cf::newFile(other, {}, o, e); }).code, 0);
+    const std::string existing = m_folder / "existing.sqlite";
+    storetest::writeBytes(existing, "keep me");
+    struct Row {
+        const char* what;
+        std::string target;
+        std::string message;
+    };
+    const std::vector<Row> rows = {
+        {"its own database", m_path + "/Store.sqlite", "lies inside the company file"},
+        {"a new file in its own package", m_path + "/copy.sqlite", "lies inside the company file"},
+        {"a file in another package", other + "/Store.sqlite", "\"Other.brassline\"; export to a place outside"},
+        {"an existing file", existing, "exists already and was left as it is. Add --force to replace it."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        // The packages and the existing file; the settings folder notes the opening.
+        auto contents = [&] {
+            return std::vector{storetest::treeContents(m_path), storetest::treeContents(other),
+                               storetest::treeContents(existing)};
+        };
+        auto before = contents();
+        CommandResult result = runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, row.target, o, e); });
+        EXPECT_EQ(result.code, 1);
+        EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
+        EXPECT_TRUE(contents() == before);
+    }
+    CommandResult forced = runCommand([&](auto& o, auto& e) { return cf::exportSQLite(m_path, existing, o, e, true); });
+    ASSERT_EQ(forced.code, 0) << forced.err;
+    EXPECT_EQ(storetest::readBytes(existing).rfind("SQLite format 3", 0), 0u);
+}
+
 TEST_F(CompanyFileCommandsTest, RefusedFilesAreReportedAndKept) {
     std::string plain = m_folder / "plain.brassline";
     storetest::writeBytes(plain, "not a package");

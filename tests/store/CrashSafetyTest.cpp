@@ -8,6 +8,9 @@
 
 #include "StoreTestSupport.h"
 #include "core/Log.h"
+#include "model/FetchRequest.h"
+#include "model/RunLoop.h"
+#include "store/BLDoc.h"
 
 namespace brassline {
 namespace {
@@ -162,6 +165,56 @@ TEST(CrashSafetyTest, KilledDuringSavesTheFileHoldsOneWholeSave) {
         EXPECT_GT(k, previous);
         previous = k;
     }
+}
+
+TEST(CrashSafetyTest, AKilledNewLeavesNoCompanyOrAWholeOne) {
+    TemporaryFolder folder;
+    std::mt19937 random(20241125);
+    // A creation takes some tens of milliseconds here; the kills fall before, inside and
+    // after it.
+    std::uniform_int_distribution<int> delayMicroseconds(0, 120000);
+    int whole = 0;
+    int none = 0;
+    for (int run = 0; run < 40; ++run) {
+        SCOPED_TRACE("run " + std::to_string(run));
+        const std::string path = folder / ("New" + std::to_string(run % 4) + ".brassline");
+        std::error_code code;
+        std::filesystem::remove_all(path, code);
+        std::fflush(nullptr);
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            RunLoop::resetMainForTesting();
+            std::string error;
+            ::_exit(BLDoc::create(path, {}, &error) ? 0 : 1);
+        }
+        ::usleep(static_cast<useconds_t>(delayMicroseconds(random)));
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0);
+        if (!std::filesystem::exists(path)) {
+            ++none;
+        } else {
+            // There, it is whole: it opens and holds the first-run set-up.
+            std::string error;
+            std::unique_ptr<BLDoc> document = BLDoc::open(path, &error);
+            ASSERT_TRUE(document) << error;
+            EXPECT_NE(document->managedObjectContext().objectWithUid(
+                          *document->managedObjectContext().entityNamed("Preference"), "BLPref.invoice.number"),
+                      nullptr);
+            ++whole;
+        }
+        // Either way the name is free for a new company or holds one.
+        std::filesystem::remove_all(path, code);
+        std::string error;
+        RunLoop::resetMainForTesting();
+        EXPECT_TRUE(BLDoc::create(path, {}, &error)) << error;
+        RunLoop::resetMainForTesting();
+    }
+    // Both outcomes happened, so the kills did fall inside creations.
+    EXPECT_GT(whole, 0);
+    EXPECT_GT(none, 0);
 }
 
 }  // namespace

@@ -308,6 +308,8 @@ TEST_F(DocumentLifeCycleTest, RepetitionDuplicatesKeepTheOneWithDocumentsElseThe
         BLDoc::kObjectsDidChangeExternallyNotification, &context,
         {{"inserted", Value(Value::Array{Value(static_cast<Object*>(keptA))})}});
     EXPECT_EQ(document->prefsController().valueForKeyPath("invoice.payInterval").toInt64(), 45);
+    // The clean-up saves, so it waits for the merge's write transaction to end.
+    RunLoop::main().runUntilIdle();
     std::vector<int64_t> left;
     for (ManagedObject* object : fetch(*document, "PermanentInvoiceRepetition")) {
         left.push_back(object->objectID().number);

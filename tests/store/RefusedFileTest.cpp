@@ -146,6 +146,24 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              writePlist(path, withHoldfastKey(currentInfo(path), "ModelName", Value("Brassline")));
          },
          "The company file \"Other.brassline\" holds the data model \"Brassline\", not \"Test\"."},
+        {"creation cut short by an older version", "Half.brassline",
+         [](const std::string& path) {
+             makeSavedCompany(path);
+             std::filesystem::remove(path + "/Info.plist");
+         },
+         "\"Half.brassline\" is a company file whose creation was interrupted. It holds no data; remove it and "
+         "create the company again."},
+        {"object number beyond any store's", "Huge.brassline",
+         [](const std::string& path) {
+             makeSavedCompany(path);
+             SQLiteConnection db;
+             ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::ReadWrite));
+             ASSERT_TRUE(
+                 db.execute("UPDATE Client SET _number = 9000000000000000000 WHERE _number = "
+                            "(SELECT min(_number) FROM Client)"));
+         },
+         "The company file \"Huge.brassline\" is damaged and can't be opened: an object's number is out of range. "
+         "Open its latest backup instead."},
         {"database missing", "NoData.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -159,7 +177,8 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              ASSERT_GT(bytes.size(), 8192u);
              writeBytes(path + "/Store.sqlite", bytes.substr(0, bytes.size() / 2));
          },
-         "The company file \"Cut.brassline\" is damaged and can't be opened: the database is truncated"},
+         "The company file \"Cut.brassline\" is damaged and can't be opened: the database is truncated. Open its "
+         "latest backup instead."},
         {"database header overwritten", "Header.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -167,7 +186,9 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              bytes.replace(0, 16, "Not a database!!");
              writeBytes(path + "/Store.sqlite", bytes);
          },
-         "The company file \"Header.brassline\" is damaged and can't be opened: the database is not a SQLite file"},
+         "The company file \"Header.brassline\" is damaged and can't be opened: the database is not a SQLite file. "
+         "Open its latest backup "
+         "instead."},
         {"database pages overwritten", "Pages.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -178,7 +199,9 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              }
              writeBytes(path + "/Store.sqlite", bytes);
          },
-         "The company file \"Pages.brassline\" is damaged and can't be opened: database disk image is malformed"},
+         "The company file \"Pages.brassline\" is damaged and can't be opened: a page of its database is damaged. Open "
+         "its latest backup "
+         "instead."},
         {"not a store database", "Foreign.brassline",
          [](const std::string& path) {
              makeSavedCompany(path);
@@ -187,7 +210,9 @@ TEST(RefusedFileTest, BadFilesAreRefusedWithTheirMessageAndLeftUntouched) {
              ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::Create));
              ASSERT_TRUE(db.execute("CREATE TABLE notes (text TEXT); INSERT INTO notes VALUES ('hello')"));
          },
-         "The company file \"Foreign.brassline\" is damaged and can't be opened: the store's metadata is missing"},
+         "The company file \"Foreign.brassline\" is damaged and can't be opened: the store's metadata is missing. Open "
+         "its latest backup "
+         "instead."},
     };
     for (const Case& testCase : cases) {
         SCOPED_TRACE(testCase.what);

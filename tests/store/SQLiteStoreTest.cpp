@@ -1,7 +1,10 @@
+#include <set>
+
 #include <gtest/gtest.h>
 
 #include "StoreTestSupport.h"
 #include "core/Log.h"
+#include "model/entities/BLContextState.h"
 #include "store/SQLiteConnection.h"
 #include "store/StoreMessages.h"
 
@@ -9,24 +12,6 @@ namespace brassline {
 namespace {
 
 using namespace storetest;
-
-const RelationshipDescription& relationship(const ManagedObject& object, const char* name) {
-    return *object.entity().relationshipNamed(name);
-}
-
-ManagedObject* insert(ManagedObjectContext& context, const char* entity, const std::string& uid) {
-    ManagedObject* object = context.insertNewObjectForEntityForName(entity);
-    object->setValueForKey(Value(uid), "uid");
-    return object;
-}
-
-std::vector<std::string> uidsOf(const std::vector<ManagedObject*>& objects) {
-    std::vector<std::string> uids;
-    for (ManagedObject* object : objects) {
-        uids.push_back(object->valueForKey("uid").toString());
-    }
-    return uids;
-}
 
 TEST(SQLiteStoreTest, EveryAttributeTypeSurvivesSaveAndReopen) {
     TemporaryFolder folder;
@@ -242,7 +227,8 @@ TEST(SQLiteStoreTest, NewObjectsContinueAfterTheLargestNumber) {
     EXPECT_EQ(storeOf(*context).largestObjectNumber(), lastNumber);
     ManagedObject* c = insert(*context, "Client", "c");
     EXPECT_GT(c->objectID().number, lastNumber);
-    EXPECT_EQ(c->URIString(), "x-coredata://Holdfast/Client/p" + std::to_string(c->objectID().number));
+    EXPECT_EQ(c->URIString(), "x-coredata://" + storeOf(*context).storeIdentifier() + "/Client/p" +
+                                  std::to_string(c->objectID().number));
 }
 
 TEST(SQLiteStoreTest, ChangeSetsRecordInsertUpdateAndDelete) {
@@ -375,8 +361,8 @@ TEST(SQLiteStoreTest, ExportWritesOneTablePerEntityWithObjectIDs) {
     ManagedObject* storage = insert(*context, "Storage", "storage");
     storage->setValueForKey(Value(Bytes{1, 2, 3}), "data");
     ASSERT_TRUE(context->save());
-    auto id = [](ManagedObject* object) {
-        const std::string prefix = "x-coredata://Holdfast/";
+    auto id = [&](ManagedObject* object) {
+        const std::string prefix = "x-coredata://" + storeOf(*context).storeIdentifier() + "/";
         std::string uri = object->URIString();
         EXPECT_EQ(uri.substr(0, prefix.size()), prefix);
         return uri.substr(prefix.size());
@@ -501,6 +487,81 @@ TEST(HybridLogicalClockTest, OrdersEventsWhateverTheWallClockDoes) {
     uint64_t next = full.tick(Date::fromUnixTime(1.0));
     EXPECT_EQ(HybridLogicalClock::milliseconds(next), 5001);
     EXPECT_EQ(HybridLogicalClock::counter(next), 0u);
+}
+
+}  // namespace
+}  // namespace brassline
+
+namespace brassline {
+namespace {
+
+using namespace storetest;
+
+TEST(SQLiteStoreTest, FarApartNumbersLoadWithoutMemoryInProportionToThem) {
+    TemporaryFolder folder;
+    const std::string path = folder / "Sparse.brassline";
+    {
+        auto context = openContext(path, true);
+        ASSERT_TRUE(context);
+        for (const char* uid : {"near", "far"}) {
+            context->insertNewObjectForEntityForName("Client")->setValueForKey(Value(uid), "uid");
+        }
+        ASSERT_TRUE(context->save());
+    }
+    {
+        // A number near the top of the range a store accepts: a table indexed by number
+        // would need terabytes.
+        SQLiteConnection db;
+        ASSERT_TRUE(db.open(path + "/Store.sqlite", SQLiteConnection::Mode::ReadWrite));
+        ASSERT_TRUE(db.execute("UPDATE Client SET _number = 1099511627776 WHERE uid = 'far'"));
+    }
+    auto context = openContext(path, false);
+    ASSERT_TRUE(context);
+    ManagedObject* far = byUid(*context, "Client", "far");
+    ASSERT_NE(far, nullptr);
+    EXPECT_EQ(far->objectID().number, int64_t{1099511627776});
+    // New objects continue after it.
+    ManagedObject* next = context->insertNewObjectForEntityForName("Client");
+    EXPECT_EQ(next->objectID().number, int64_t{1099511627777});
+}
+
+}  // namespace
+}  // namespace brassline
+
+namespace brassline {
+namespace {
+
+using namespace storetest;
+
+TEST(SQLiteStoreTest, EachFileHasItsOwnIdentifierAndUrisDontCrossFiles) {
+    TemporaryFolder folder;
+    auto first = openContext(folder / "First.brassline", true);
+    auto second = openContext(folder / "Second.brassline", true);
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first->storeIdentifier(), second->storeIdentifier());
+    EXPECT_EQ(first->storeIdentifier(), storeOf(*first).storeIdentifier());
+    ManagedObject* client = first->insertNewObjectForEntityForName("Client");
+    ASSERT_TRUE(first->save());
+    ManagedObject* other = second->insertNewObjectForEntityForName("Client");
+    ASSERT_TRUE(second->save());
+    ASSERT_EQ(client->objectID().number, other->objectID().number);
+    // The same number in another file is another object.
+    EXPECT_EQ(first->objectForURIString(client->URIString()), client);
+    EXPECT_EQ(second->objectForURIString(client->URIString()), nullptr);
+}
+
+TEST(SQLiteStoreTest, StateKeptForAContextNeverPassesToALaterOne) {
+    TemporaryFolder folder;
+    const std::string path = folder / "State.brassline";
+    std::set<uint64_t> serials;
+    for (int i = 0; i < 3; ++i) {
+        auto context = openContext(path, i == 0);
+        ASSERT_TRUE(context);
+        EXPECT_TRUE(serials.insert(context->serialNumber()).second);
+        // Not forgotten on purpose: a later context, even at the same address, is new.
+        EXPECT_TRUE(BLContextState::readyForDefaultValues(*context));
+        BLContextState::setReadyForDefaultValues(*context, false);
+    }
 }
 
 }  // namespace

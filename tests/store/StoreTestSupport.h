@@ -89,6 +89,25 @@ inline SQLiteStore& storeOf(ManagedObjectContext& context) {
     return *static_cast<SQLiteStore*>(context.persistentStore());
 }
 
+inline const RelationshipDescription& relationship(const ManagedObject& object, const char* name) {
+    return *object.entity().relationshipNamed(name);
+}
+
+// A new object of `entity` with that uid.
+inline ManagedObject* insert(ManagedObjectContext& context, const char* entity, const std::string& uid) {
+    ManagedObject* object = context.insertNewObjectForEntityForName(entity);
+    object->setValueForKey(Value(uid), "uid");
+    return object;
+}
+
+inline std::vector<std::string> uidsOf(const std::vector<ManagedObject*>& objects) {
+    std::vector<std::string> uids;
+    for (ManagedObject* object : objects) {
+        uids.push_back(object->valueForKey("uid").toString());
+    }
+    return uids;
+}
+
 inline ManagedObject* byUid(ManagedObjectContext& context, const std::string& entity, const std::string& uid) {
     return context.objectWithUid(*context.entityNamed(entity), uid);
 }

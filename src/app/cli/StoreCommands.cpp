@@ -178,9 +178,12 @@ void addExportCommand(CLI::App& app, int& exitCode) {
     auto out = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("export-sqlite", "Write the whole company file to a plain SQLite database");
     command->add_option("path", *path, "The company file")->required();
-    command->add_option("out", *out, "The SQLite file to write")->required();
-    command->callback(
-        [path, out, &exitCode] { exitCode = companyfile::exportSQLite(*path, *out, std::cout, std::cerr); });
+    command->add_option("out", *out, "The SQLite file to write (outside any company file)")->required();
+    auto force = std::make_shared<bool>(false);
+    command->add_flag("--force", *force, "Replace an existing file");
+    command->callback([path, out, force, &exitCode] {
+        exitCode = companyfile::exportSQLite(*path, *out, std::cout, std::cerr, *force);
+    });
 }
 
 void addURLCommand(CLI::App& app, int& exitCode) {

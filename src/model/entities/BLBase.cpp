@@ -458,7 +458,8 @@ std::string BLBase::displayName() const {
 }
 
 bool BLBase::isSyncing() const {
-    return BLSyncHelper::isSyncing();
+    const ManagedObjectContext* context = managedObjectContext();
+    return BLSyncHelper::isSyncing() || (context != nullptr && context->isMergingExternally());
 }
 
 ManagedObject* BLBase::objectInContext(ManagedObjectContext& context) const {

@@ -12,25 +12,21 @@ namespace brassline {
 namespace {
 
 struct State {
-    std::string storeIdentifier;  // Tells a reused address from the context it remembers.
     std::optional<bool> ready;
     // Object IDs rather than pointers: the entry is resolved through the context, so a
     // stale entry answers nothing instead of a freed object.
     std::map<std::string, ObjectID, std::less<>> defaultItems;
 };
 
-std::unordered_map<const ManagedObjectContext*, State>& states() {
-    static std::unordered_map<const ManagedObjectContext*, State> table;
+// By serial number: a context made later at a freed context's address never finds the
+// state of the one before.
+std::unordered_map<uint64_t, State>& states() {
+    static std::unordered_map<uint64_t, State> table;
     return table;
 }
 
 State& stateFor(const ManagedObjectContext& context) {
-    State& state = states()[&context];
-    if (state.storeIdentifier != context.storeIdentifier()) {
-        state = State();
-        state.storeIdentifier = context.storeIdentifier();
-    }
-    return state;
+    return states()[context.serialNumber()];
 }
 
 }  // namespace
@@ -82,7 +78,11 @@ void BLContextState::clearDefaultItemCache(const ManagedObjectContext& context) 
 }
 
 void BLContextState::forgetContext(const ManagedObjectContext& context) {
-    states().erase(&context);
+    states().erase(context.serialNumber());
+}
+
+void BLContextState::forgetAllContexts() {
+    states().clear();
 }
 
 }  // namespace brassline

@@ -11,8 +11,8 @@ class ManagedObjectContext;
 // State that the entity classes keep per context: whether the document is ready for
 // default objects (the company-file layer sets it once its first-run set-up is done) and
 // the default item cache ("__defaultItemCache"), by class or entity name. Main thread only.
-// A context that goes away must be forgotten, or a later context at the same address
-// would see its state.
+// State is keyed by the context's serial number, which no later context reuses; a
+// context that goes away should still be forgotten, so the table does not grow.
 class BLContextState {
 public:
     // Asks the installed hook if there is one, else the flag of the context's main
@@ -27,6 +27,8 @@ public:
     static void clearDefaultItemCache(const ManagedObjectContext& context);
 
     static void forgetContext(const ManagedObjectContext& context);
+    // For ProcessState::resetForTesting.
+    static void forgetAllContexts();
 };
 
 }  // namespace brassline

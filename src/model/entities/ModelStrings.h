@@ -91,4 +91,12 @@ inline constexpr std::array<std::string_view, 21> kResetCachesKeys = {"cost",
                                                                       "canEditCurrency",
                                                                       "isCashDiscount"};
 
+// Refusals of edits by hand (UserEdits.h); the first argument names the object.
+inline constexpr const char* kLockedDocumentMessage =
+    "%@ is issued and read-only. Unlock it to change it or its items.";
+inline constexpr const char* kLockedDeletionMessage =
+    "%@ is issued and can't be deleted, nor can its items. Unlock it first.";
+inline constexpr const char* kDefaultDeletionMessage = "%@ is the default and can't be deleted.";
+inline constexpr const char* kUsedDeletionMessage = "%@ can't be deleted: it is used by %@ %@.";
+
 }  // namespace brassline
