@@ -16,6 +16,7 @@
 #include "model/StringFolding.h"
 #include "model/entities/BLBase.h"
 #include "model/entities/BLDocument.h"
+#include "model/entities/UserEdits.h"
 
 namespace brassline {
 
@@ -121,6 +122,18 @@ bool BrasslineRecord::setValueForKeyPath(const Value& value, std::string_view ke
             return false;
         }
     }
+    // A script edits as the user does: an issued document and its items stay read-only,
+    // and so does an issued document that the assignment would hang an item under.
+    EditCheck check = checkUserEdit(*target, key);
+    const RelationshipDescription* relationship = target->entity().relationshipNamed(key);
+    const auto* newOwner = dynamic_cast<const ManagedObject*>(value.object());
+    if (check.allowed() && relationship != nullptr && relationship->inverse != nullptr && newOwner != nullptr) {
+        check = checkUserEdit(*newOwner, relationship->inverse->name);
+    }
+    if (!check.allowed()) {
+        logMessage("Record change refused: %@", check.refusal);
+        return false;
+    }
     // A record handed in as the value stands for its object in this context.
     target->setValueForKey(value, key);
     return true;
@@ -166,6 +179,10 @@ bool BrasslineRecord::deleteObject() {
     ManagedObject* target = m_editable ? object() : nullptr;
     ManagedObjectContext* context = this->context();
     if (target == nullptr || context == nullptr) {
+        return false;
+    }
+    if (EditCheck check = checkUserDeletion(*target); !check.allowed()) {
+        logMessage("Record delete refused: %@", check.refusal);
         return false;
     }
     std::string error;

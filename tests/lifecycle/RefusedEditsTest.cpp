@@ -80,7 +80,7 @@ TEST_F(RefusedEditsTest, EditsOfIssuedDocumentsAndDeletionsInUseAreRefusedAndThe
     namespace cf = companyfile;
     const std::vector<Row> rows = {
         {"delete an issued invoice", [&](auto& o, auto& e) { return cf::remove(m_path, issued, o, e); },
-         "Invoice - Website is issued and can't be deleted, nor can its items. Unlock it first."},
+         " - Website is issued and can't be deleted, nor can its items. Unlock it first."},
         {"delete a line of it", [&](auto& o, auto& e) { return cf::remove(m_path, line, o, e); },
          "is issued and can't be deleted"},
         {"delete a client with documents", [&](auto& o, auto& e) { return cf::remove(m_path, client, o, e); },

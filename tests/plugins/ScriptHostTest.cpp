@@ -209,6 +209,38 @@ TEST_F(ScriptHostTest, ReadOnlyRecordsKeepTheirObjectsAndEditableOnesWrite) {
     EXPECT_EQ(client->zip(), "6300");
 }
 
+TEST_F(ScriptHostTest, AnIssuedDocumentAndItsLinesStayReadOnlyToScripts) {
+    BLInvoice* issued = invoice();
+    issued->setUid(std::string("issued-1"));
+    issued->setSubject(std::string("Before"));
+    BLCost* issuedLine = line(issued, nullptr, "10");
+    issuedLine->setUid(std::string("issued-line"));
+    issued->setDateSent(Date(700000000.0));
+    BLInvoice* draft = invoice();
+    draft->setUid(std::string("draft-1"));
+    BLCost* draftLine = line(draft, nullptr, "5");
+    draftLine->setUid(std::string("draft-line"));
+    // Each script tries one change; a refused change only answers false, so every run ends
+    // well and the state below shows which changes the model let through.
+    const char* scripts[] = {
+        "fetchRecordWithUID('Invoice', 'issued-1', true).subject = 'After';",
+        "fetchRecordWithUID('Cost', 'issued-line', true).quantity = 7;",
+        "fetchRecordWithUID('Cost', 'draft-line', true).parent = fetchRecordWithUID('Invoice', 'issued-1', true);",
+        "fetchRecordWithUID('Cost', 'issued-line', true).delete();",
+        "fetchRecordWithUID('Invoice', 'draft-1', true).subject = 'Draft after';",
+    };
+    for (const char* text : scripts) {
+        SCOPED_TRACE(text);
+        script().evaluateScript(text);
+        ASSERT_TRUE(script().lastOutcome().succeeded()) << script().lastOutcome().message;
+    }
+    EXPECT_EQ(issued->subject(), "Before");
+    EXPECT_EQ(issuedLine->quantity(), Decimal(1));
+    EXPECT_FALSE(issuedLine->isDeleted());
+    EXPECT_EQ(draftLine->parent(), draft);
+    EXPECT_EQ(draft->subject(), "Draft after");
+}
+
 TEST_F(ScriptHostTest, QueriesFilterSortAndMap) {
     for (const char* name : {"Carla", "Anna", "Bert"}) {
         auto* client = insert<BLClient>();
