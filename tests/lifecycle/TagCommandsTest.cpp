@@ -5,9 +5,6 @@
 
 #include "../store/StoreTestSupport.h"
 #include "lifecycle/TagCommands.h"
-#include "model/NotificationCenter.h"
-#include "model/RunLoop.h"
-#include "model/entities/ModelHooks.h"
 #include "store/CompanyFileCommands.h"
 
 namespace brassline {
@@ -16,36 +13,7 @@ namespace {
 using storetest::CommandResult;
 using storetest::runCommand;
 
-class TagCommandsTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        RunLoop::resetMainForTesting();
-        NotificationCenter::resetDefaultCenterForTesting();
-        resetModelHooks();
-        m_path = m_folder / "Acme.brassline";
-        CommandResult created =
-            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
-        ASSERT_EQ(created.code, 0) << created.err;
-    }
-    void TearDown() override {
-        RunLoop::resetMainForTesting();
-        resetModelHooks();
-        NotificationCenter::resetDefaultCenterForTesting();
-    }
-    std::string insert(const std::string& entity, const std::vector<std::string>& assignments) {
-        CommandResult inserted = runCommand(
-            [&](auto& out, auto& err) { return companyfile::insert(m_path, entity, assignments, out, err); });
-        EXPECT_EQ(inserted.code, 0) << inserted.err;
-        std::string uid = inserted.out;
-        while (!uid.empty() && uid.back() == '\n') {
-            uid.pop_back();
-        }
-        return uid;
-    }
-
-    storetest::TemporaryFolder m_folder;
-    std::string m_path;
-};
+class TagCommandsTest : public storetest::CompanyFileFixture {};
 
 TEST_F(TagCommandsTest, TagsListSectionsWithTheFilesItemGroups) {
     insert("ItemGroup", {"name=Web Design"});

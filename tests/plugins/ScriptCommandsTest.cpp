@@ -6,9 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "../store/StoreTestSupport.h"
-#include "model/NotificationCenter.h"
-#include "model/RunLoop.h"
-#include "model/entities/ModelHooks.h"
 #include "plugins/ScriptCommands.h"
 #include "store/CompanyFileCommands.h"
 
@@ -18,32 +15,8 @@ namespace {
 using storetest::CommandResult;
 using storetest::runCommand;
 
-class ScriptCommandsTest : public ::testing::Test {
+class ScriptCommandsTest : public storetest::CompanyFileFixture {
 protected:
-    void SetUp() override {
-        RunLoop::resetMainForTesting();
-        NotificationCenter::resetDefaultCenterForTesting();
-        resetModelHooks();
-        m_path = m_folder / "Acme.brassline";
-        CommandResult created =
-            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
-        ASSERT_EQ(created.code, 0) << created.err;
-    }
-    void TearDown() override {
-        RunLoop::resetMainForTesting();
-        resetModelHooks();
-        NotificationCenter::resetDefaultCenterForTesting();
-    }
-    std::string insert(const std::string& entity, const std::vector<std::string>& assignments) {
-        CommandResult inserted = runCommand(
-            [&](auto& out, auto& err) { return companyfile::insert(m_path, entity, assignments, out, err); });
-        EXPECT_EQ(inserted.code, 0) << inserted.err;
-        std::string uid = inserted.out;
-        while (!uid.empty() && uid.back() == '\n') {
-            uid.pop_back();
-        }
-        return uid;
-    }
     std::string writeScript(const std::string& name, const std::string& text) {
         const std::string path = m_folder / name;
         std::ofstream(path) << text;
@@ -56,9 +29,6 @@ protected:
     CommandResult fetch(const std::string& entity) {
         return runCommand([&](auto& out, auto& err) { return companyfile::fetch(m_path, entity, {}, out, err); });
     }
-
-    storetest::TemporaryFolder m_folder;
-    std::string m_path;
 };
 
 TEST_F(ScriptCommandsTest, AnAutomationInvoicesEveryClientWithOpenHours) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -14,6 +15,10 @@
 #include "model/FetchRequest.h"
 #include "model/ManagedObject.h"
 #include "model/ManagedObjectContext.h"
+#include "model/NotificationCenter.h"
+#include "model/RunLoop.h"
+#include "model/entities/ModelHooks.h"
+#include "store/CompanyFileCommands.h"
 #include "store/SQLiteStore.h"
 #include "testmodel/gen/TestModel.h"
 
@@ -56,6 +61,40 @@ public:
     std::string operator/(const std::string& name) const { return (fs::path(m_path) / name).string(); }
 
 private:
+    std::string m_path;
+};
+
+// A new company file made by the `new` command in a fresh folder, with the run loop, the
+// notification centre and the model hooks reset around each test; `insert` runs the
+// `insert` command and answers the new object's uid.
+class CompanyFileFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunLoop::resetMainForTesting();
+        NotificationCenter::resetDefaultCenterForTesting();
+        resetModelHooks();
+        m_path = m_folder / "Acme.brassline";
+        CommandResult created =
+            runCommand([&](auto& out, auto& err) { return companyfile::newFile(m_path, {}, out, err); });
+        ASSERT_EQ(created.code, 0) << created.err;
+    }
+    void TearDown() override {
+        RunLoop::resetMainForTesting();
+        resetModelHooks();
+        NotificationCenter::resetDefaultCenterForTesting();
+    }
+    std::string insert(const std::string& entity, const std::vector<std::string>& assignments) {
+        CommandResult inserted = runCommand(
+            [&](auto& out, auto& err) { return companyfile::insert(m_path, entity, assignments, out, err); });
+        EXPECT_EQ(inserted.code, 0) << inserted.err;
+        std::string uid = inserted.out;
+        while (!uid.empty() && uid.back() == '\n') {
+            uid.pop_back();
+        }
+        return uid;
+    }
+
+    TemporaryFolder m_folder;
     std::string m_path;
 };
 
